@@ -1,0 +1,25 @@
+# Install rules: the shared library, every public header under include/zndvr/<folder>/,
+# a CMake package (find_package(zndvr) gives zndvr::zndvr) and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS zndvr EXPORT zndvrTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zndvr)
+foreach(header IN LISTS ZNDVR_HEADERS)
+  file(RELATIVE_PATH relative ${PROJECT_SOURCE_DIR} ${header})
+  get_filename_component(folder ${relative} DIRECTORY)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zndvr/${folder})
+endforeach()
+
+install(EXPORT zndvrTargets NAMESPACE zndvr:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zndvr)
+configure_package_config_file(cmake/zndvrConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/zndvrConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zndvr)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/zndvrConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zndvrConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/zndvrConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zndvr)
+
+configure_file(cmake/zndvr.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zndvr.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zndvr.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(TARGETS zndvr_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -1,0 +1,15 @@
+# Compiler settings shared by every target of the project.
+
+if(ZNDVR_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(ZNDVR_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT ZNDVR_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "ZNDVR_SANITIZE must be empty, 'address' or 'thread'")
+endif()
+
+function(zndvr_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow)
+endfunction()

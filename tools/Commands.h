@@ -1,0 +1,15 @@
+// The commands of the zndvr host program. Each command lives in a file of its own
+// and takes the arguments that follow its name; it returns the process exit code.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+struct ToolCommand {
+    std::string_view strName;
+    std::string_view strUsage;
+    std::string_view strSummary;
+    int (*pfnRun)(std::span<char* const> args);
+};
+
+std::span<const ToolCommand> GetToolCommands();
