@@ -15,6 +15,7 @@
 #include <climits>
 #include <cstddef>
 #include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 

@@ -1,6 +1,8 @@
 // A doubly linked list of CObject pointers, walked by POSITION. The list never owns the
-// objects it points to. Nodes are allocated nBlockSize at a time and reused; a POSITION
-// that is null, stale or from another list is refused. Thread-bound.
+// objects it points to. Nodes are allocated nBlockSize at a time, reused, and given back
+// when the list becomes empty. A POSITION that names no live node of this list (null,
+// removed, or from another list and out of range here) is refused; running out of memory
+// throws CMemoryException. Thread-bound.
 #pragma once
 
 #include "platform/CObject.h"
@@ -84,6 +86,7 @@ private:
     const CNode& Node(int nNode) const;
     static POSITION PositionOf(int nNode);
     static int NodeIndexOf(POSITION position);
+    void AddBlock();
     int NewNode(int nPrev, int nNext, CObject* pData);
     void FreeNode(int nNode);
     CObject*& Scratch();

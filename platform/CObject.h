@@ -14,7 +14,7 @@ class CObject;
 struct ZNDVR_API CRuntimeClass {
     LPCSTR m_lpszClassName;
     int m_nObjectSize;
-    UINT m_wSchema;                       // 0xFFFF for classes that are not serializable
+    UINT m_wSchema;                       // AFX_SCHEMA_NONE: not serializable
     CObject* (*m_pfnCreateObject)();      // null for classes that cannot be made by name
     CRuntimeClass* m_pBaseClass;          // null for CObject itself
 
@@ -29,9 +29,11 @@ struct ZNDVR_API CRuntimeClass {
     static CObject* CreateObject(LPCSTR lpszClassName);
 };
 
+inline constexpr UINT AFX_SCHEMA_NONE = 0xFFFF;
+
 // Links a runtime class into the registry of creatable classes at static initialisation.
 struct ZNDVR_API AFX_CLASSINIT {
-    explicit AFX_CLASSINIT(const CRuntimeClass* pNewClass);
+    explicit AFX_CLASSINIT(CRuntimeClass* pNewClass);
 };
 
 class ZNDVR_API CObject {
@@ -53,8 +55,6 @@ public:
 protected:
     CObject() = default;
 };
-
-inline constexpr UINT AFX_SCHEMA_NONE = 0xFFFF;
 
 #define RUNTIME_CLASS(class_name) (&class_name::class##class_name)
 

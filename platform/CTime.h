@@ -16,6 +16,8 @@ public:
     CTimeSpan(time_t time);
     CTimeSpan(LONG lDays, int nHours, int nMins, int nSecs);
 
+    // The whole span; the LONG getters below cut it to 32 bits.
+    time_t GetTimeSpan() const;
     LONG GetDays() const;
     LONG GetTotalHours() const;
     int GetHours() const;
