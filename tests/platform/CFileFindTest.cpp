@@ -1,0 +1,148 @@
+#include "platform/CFileFind.h"
+
+#include "platform/FileTestSupport.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct SeenEntry {
+    std::string strName;
+    bool bDirectory;
+    DWORD dwLength;
+    BOOL bMore;
+};
+
+// Walks an enumeration in the way the disk code does: FindNextFile first, then the data
+// of the entry it moved to, also after it returned 0.
+std::vector<SeenEntry> Enumerate(CFileFind& finder)
+{
+    std::vector<SeenEntry> aSeen;
+    BOOL bMore = TRUE;
+    while (bMore) {
+        bMore = finder.FindNextFile();
+        aSeen.push_back({std::string(finder.GetFileName()), finder.MatchesMask(FILE_ATTRIBUTE_DIRECTORY) != 0,
+                         finder.GetLength(), bMore});
+    }
+    return aSeen;
+}
+
+class CFileFindTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::filesystem::create_directory(m_dir.Path() / "d20020301");
+        std::filesystem::create_directory(m_dir.Path() / "d20020302");
+        WriteWholeFile(m_dir / "d20020303", "not a dir");
+        WriteWholeFile(m_dir / "notes", "0123456789");
+    }
+
+    ScopedTempDir m_dir;
+};
+
+} // namespace
+
+TEST_F(CFileFindTest, DeliversDotsFirstThenTheEntriesInNameOrder)
+{
+    CFileFind finder;
+    ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
+    std::vector<SeenEntry> aSeen = Enumerate(finder);
+    ASSERT_EQ(aSeen.size(), 6u);
+    EXPECT_EQ(aSeen[0].strName, ".");
+    EXPECT_EQ(aSeen[1].strName, "..");
+    EXPECT_EQ(aSeen[2].strName, "d20020301");
+    EXPECT_EQ(aSeen[3].strName, "d20020302");
+    EXPECT_EQ(aSeen[4].strName, "d20020303");
+    EXPECT_EQ(aSeen[5].strName, "notes");
+    EXPECT_TRUE(aSeen[0].bDirectory);
+    EXPECT_TRUE(aSeen[3].bDirectory);
+    EXPECT_FALSE(aSeen[4].bDirectory);
+}
+
+TEST_F(CFileFindTest, LastEntryComesWithZeroAndItsDataStillReadable)
+{
+    CFileFind finder;
+    ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
+    std::vector<SeenEntry> aSeen = Enumerate(finder);
+    for (std::size_t i = 0; i + 1 < aSeen.size(); ++i)
+        EXPECT_TRUE(aSeen[i].bMore) << aSeen[i].strName;
+    EXPECT_FALSE(aSeen.back().bMore);
+    EXPECT_EQ(aSeen.back().strName, "notes");
+    EXPECT_EQ(aSeen.back().dwLength, 10u);
+    EXPECT_STREQ(finder.GetFilePath(), (m_dir / "notes").c_str());
+
+    EXPECT_FALSE(finder.FindNextFile());
+    EXPECT_STREQ(finder.GetFileName(), "notes");
+}
+
+TEST_F(CFileFindTest, DotsAreRecognisedAndOnlyThem)
+{
+    CFileFind finder;
+    ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
+    finder.FindNextFile();
+    EXPECT_TRUE(finder.IsDots());
+    finder.FindNextFile();
+    EXPECT_TRUE(finder.IsDots());
+    finder.FindNextFile();
+    EXPECT_FALSE(finder.IsDots());
+}
+
+TEST_F(CFileFindTest, APatternSelectsByNameAndMissesDots)
+{
+    CFileFind finder;
+    ASSERT_TRUE(finder.FindFile((m_dir / "d*").c_str()));
+    std::vector<SeenEntry> aSeen = Enumerate(finder);
+    ASSERT_EQ(aSeen.size(), 3u);
+    EXPECT_EQ(aSeen[0].strName, "d20020301");
+    EXPECT_EQ(aSeen[2].strName, "d20020303");
+
+    EXPECT_TRUE(finder.FindFile((m_dir / "d2002030?").c_str()));
+    EXPECT_EQ(Enumerate(finder).size(), 3u);
+    EXPECT_FALSE(finder.FindFile((m_dir / "x*").c_str()));
+}
+
+TEST_F(CFileFindTest, APlainPathTestsExistence)
+{
+    CFileFind finder;
+    ASSERT_TRUE(finder.FindFile((m_dir / "d20020301").c_str()));
+    EXPECT_FALSE(finder.FindNextFile());
+    EXPECT_TRUE(finder.MatchesMask(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_STREQ(finder.GetFilePath(), (m_dir / "d20020301").c_str());
+
+    ASSERT_TRUE(finder.FindFile((m_dir / "notes/").c_str()));
+    EXPECT_FALSE(finder.FindNextFile());
+    EXPECT_FALSE(finder.MatchesMask(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_EQ(finder.GetLength(), 10u);
+
+    EXPECT_FALSE(finder.FindFile((m_dir / "missing").c_str()));
+    EXPECT_FALSE(finder.FindFile((m_dir / "missing/*.*").c_str()));
+}
+
+TEST_F(CFileFindTest, AnEmptyDirectoryHoldsOnlyTheDots)
+{
+    CFileFind finder;
+    ASSERT_TRUE(finder.FindFile((m_dir / "d20020301/*.*").c_str()));
+    std::vector<SeenEntry> aSeen = Enumerate(finder);
+    ASSERT_EQ(aSeen.size(), 2u);
+    EXPECT_EQ(aSeen[1].strName, "..");
+}
+
+TEST_F(CFileFindTest, BadInputAndMissingEntriesGiveEmptyResults)
+{
+    CFileFind finder;
+    EXPECT_FALSE(finder.FindNextFile());
+    EXPECT_STREQ(finder.GetFileName(), "");
+    EXPECT_STREQ(finder.GetFilePath(), "");
+    EXPECT_FALSE(finder.MatchesMask(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_EQ(finder.GetLength(), 0u);
+    EXPECT_FALSE(finder.FindFile(""));
+    EXPECT_FALSE(finder.FindFile("/"));
+    EXPECT_FALSE(finder.FindFile((m_dir / "*/notes").c_str()));
+
+    ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
+    EXPECT_FALSE(finder.IsDots());
+    finder.FindNextFile();
+    finder.Close();
+    EXPECT_STREQ(finder.GetFileName(), "");
+    EXPECT_FALSE(finder.FindNextFile());
+}
