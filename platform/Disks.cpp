@@ -245,7 +245,10 @@ BOOL GetVolumeInfo(LPCSTR lpszPath, tag_VOLUMEINFO* pInfo)
     bool bQuota = QuotaRegistry::Get().Find(strPath, strQuotaDir, dwMegabytes);
     pInfo->strVolume = CString(WithTrailingSlash(bQuota ? strQuotaDir : mount.strMountPoint));
     pInfo->strFileSystem = CString(mount.strFileSystem);
-    pInfo->nDriveType = bQuota ? DRIVE_FIXED : DriveTypeOf(mount.strFileSystem, bReadOnly);
+    if (bQuota)
+        pInfo->nDriveType = bReadOnly ? DRIVE_CDROM : DRIVE_FIXED;
+    else
+        pInfo->nDriveType = DriveTypeOf(mount.strFileSystem, bReadOnly);
     pInfo->bReadOnly = bReadOnly;
     pInfo->bQuota = bQuota;
     return TRUE;

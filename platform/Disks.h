@@ -40,7 +40,7 @@ ZNDVR_API CString GetVolumePath(LPCSTR lpszPath);
 // Both paths lie on one volume (and neither fails to resolve).
 ZNDVR_API BOOL IsSameVolume(LPCSTR lpszPath1, LPCSTR lpszPath2);
 
-// The type of the volume of any path: DRIVE_FIXED for local disks and quota volumes,
+// The type of the volume of any path: DRIVE_FIXED for local disks and writable quota volumes,
 // DRIVE_REMOTE for network file systems, DRIVE_RAMDISK for tmpfs and ramfs, DRIVE_CDROM
 // for optical and read-only file systems, DRIVE_UNKNOWN for kernel file systems that hold
 // no data, DRIVE_NO_ROOT_DIR when the path can't be resolved.

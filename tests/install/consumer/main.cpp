@@ -1,0 +1,12 @@
+// A program outside the project that uses the installed library: it asks for the volume
+// of the root directory.
+#include "platform/Disks.h"
+
+#include <cstdio>
+
+int main()
+{
+    CString strVolume = GetVolumePath("/");
+    std::printf("volume of /: %s\n", static_cast<LPCSTR>(strVolume));
+    return strVolume == CString("/") ? 0 : 1;
+}
