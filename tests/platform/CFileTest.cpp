@@ -1,0 +1,228 @@
+#include "platform/CFile.h"
+
+#include "platform/FileTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr UINT kCreateWrite = CFile::modeCreate | CFile::modeWrite;
+constexpr UINT kWriteNoTruncate = CFile::modeWrite | CFile::modeNoTruncate;
+
+void WriteText(CFile& file, const std::string& strText)
+{
+    file.Write(strText.data(), static_cast<UINT>(strText.size()));
+}
+
+std::string ReadText(CFile& file, UINT nCount)
+{
+    std::string strText(nCount, '\0');
+    strText.resize(file.Read(strText.data(), nCount));
+    return strText;
+}
+
+} // namespace
+
+TEST(CFileModes, HaveTheValuesTheRecordingFilesUse)
+{
+    EXPECT_EQ(kCreateWrite, 0x1001u);
+    EXPECT_EQ(kWriteNoTruncate, 0x2001u);
+    EXPECT_EQ(static_cast<UINT>(CFile::modeRead), 0u);
+}
+
+TEST(CFileOpen, CreatesWritesAndReportsTheFullNormalisedPath)
+{
+    ScopedTempDir dir;
+    std::filesystem::create_directory(dir.Path() / "sub");
+    CFile file;
+    ASSERT_TRUE(file.Open((dir / "sub/../sub/./rec.zn").c_str(), kCreateWrite));
+    WriteText(file, "hello");
+    EXPECT_EQ(file.GetLength(), 5u);
+    EXPECT_EQ(file.GetPosition(), 5u);
+    EXPECT_STREQ(file.GetFilePath(), (dir / "sub/rec.zn").c_str());
+    EXPECT_STREQ(file.GetFileName(), "rec.zn");
+    file.Close();
+    EXPECT_EQ(ReadWholeFile(dir / "sub/rec.zn").size(), 5u);
+}
+
+TEST(CFileOpen, CreateTruncatesAndNoTruncateKeepsTheContents)
+{
+    ScopedTempDir dir;
+    std::string strPath = dir / "f";
+    WriteWholeFile(strPath, "0123456789");
+    {
+        CFile file;
+        ASSERT_TRUE(file.Open(strPath.c_str(), kWriteNoTruncate));
+        EXPECT_EQ(file.GetLength(), 10u);
+        EXPECT_EQ(file.GetPosition(), 0u);
+        WriteText(file, "ab");
+    }
+    EXPECT_EQ(ReadWholeFile(strPath).size(), 10u);
+    CFile file;
+    ASSERT_TRUE(file.Open(strPath.c_str(), kCreateWrite));
+    EXPECT_EQ(file.GetLength(), 0u);
+}
+
+TEST(CFileOpen, FailuresGiveFalseAndACause)
+{
+    ScopedTempDir dir;
+    CFile file;
+    CFileException error;
+    EXPECT_FALSE(file.Open((dir / "missing").c_str(), CFile::modeRead, &error));
+    EXPECT_EQ(error.m_cause, CFileException::fileNotFound);
+    EXPECT_STREQ(error.m_strFileName, (dir / "missing").c_str());
+    EXPECT_FALSE(file.Open((dir / "missing").c_str(), kWriteNoTruncate, &error));
+    EXPECT_FALSE(file.Open((dir / "no/such/dir/f").c_str(), kCreateWrite, &error));
+    EXPECT_FALSE(file.Open(dir.Path().c_str(), CFile::modeRead, &error));
+    EXPECT_EQ(error.m_cause, CFileException::accessDenied);
+    EXPECT_FALSE(file.Open(nullptr, CFile::modeRead, &error));
+    EXPECT_FALSE(file.Open("", kCreateWrite));
+
+    ASSERT_TRUE(file.Open((dir / "f").c_str(), kCreateWrite));
+    EXPECT_FALSE(file.Open((dir / "g").c_str(), kCreateWrite, &error));
+    EXPECT_EQ(error.m_cause, CFileException::generic);
+    EXPECT_STREQ(file.GetFilePath(), (dir / "f").c_str());
+}
+
+TEST(CFileRead, GivesFewerBytesAtTheEndWithoutThrowing)
+{
+    ScopedTempDir dir;
+    WriteWholeFile(dir / "f", "abcdef");
+    CFile file;
+    ASSERT_TRUE(file.Open((dir / "f").c_str(), CFile::modeRead));
+    EXPECT_EQ(ReadText(file, 4), "abcd");
+    EXPECT_EQ(ReadText(file, 100), "ef");
+    EXPECT_EQ(ReadText(file, 100), "");
+    file.Seek(1000, CFile::begin);
+    EXPECT_EQ(ReadText(file, 10), "");
+    EXPECT_EQ(file.Read(nullptr, 10), 0u);
+}
+
+TEST(CFileSeek, MovesFromBeginCurrentAndEndAndRefusesBadTargets)
+{
+    ScopedTempDir dir;
+    WriteWholeFile(dir / "f", "0123456789");
+    CFile file;
+    ASSERT_TRUE(file.Open((dir / "f").c_str(), CFile::modeRead));
+    EXPECT_EQ(file.Seek(3, CFile::begin), 3);
+    EXPECT_EQ(file.Seek(2, CFile::current), 5);
+    EXPECT_EQ(file.Seek(-4, CFile::end), 6);
+    EXPECT_EQ(ReadText(file, 1), "6");
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.Seek(-1, CFile::begin); }), CFileException::badSeek);
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.Seek(0, 7); }), CFileException::badSeek);
+    EXPECT_EQ(file.GetPosition(), 7u);
+}
+
+TEST(CFileWrite, ThrowsDiskFullWhenTheDeviceHasNoRoom)
+{
+    if (access("/dev/full", W_OK) != 0)
+        GTEST_SKIP() << "/dev/full is not available";
+    CFile file;
+    ASSERT_TRUE(file.Open("/dev/full", kWriteNoTruncate));
+    char aBlock[512] = {};
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.Write(aBlock, sizeof(aBlock)); }), CFileException::diskFull);
+}
+
+TEST(CFileWrite, RefusesReadOnlyFilesNullDataAndClosedFiles)
+{
+    ScopedTempDir dir;
+    WriteWholeFile(dir / "f", "abc");
+    CFile file;
+    ASSERT_TRUE(file.Open((dir / "f").c_str(), CFile::modeRead));
+    EXPECT_EQ(CatchCause<CFileException>([&] { WriteText(file, "x"); }), CFileException::accessDenied);
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.Write(nullptr, 4); }), CFileException::generic);
+    file.Write(nullptr, 0);
+    file.Close();
+    file.Close();
+    EXPECT_EQ(CatchCause<CFileException>([&] { WriteText(file, "x"); }), CFileException::invalidFile);
+    EXPECT_EQ(CatchCause<CFileException>([&] { ReadText(file, 1); }), CFileException::invalidFile);
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.Seek(0, CFile::begin); }), CFileException::invalidFile);
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.GetLength(); }), CFileException::invalidFile);
+    EXPECT_EQ(ReadWholeFile(dir / "f").size(), 3u);
+}
+
+TEST(CFileSharing, SecondWriterIsRefusedWithoutTouchingTheFirstWritersData)
+{
+    ScopedTempDir dir;
+    std::string strPath = dir / "rec";
+    CFile writer;
+    ASSERT_TRUE(writer.Open(strPath.c_str(), kCreateWrite));
+    WriteText(writer, "block-1");
+
+    CFile second;
+    CFileException error;
+    EXPECT_FALSE(second.Open(strPath.c_str(), kCreateWrite, &error));
+    EXPECT_EQ(error.m_cause, CFileException::sharingViolation);
+    EXPECT_FALSE(second.Open(strPath.c_str(), kWriteNoTruncate));
+    EXPECT_FALSE(second.Open(strPath.c_str(), CFile::modeReadWrite));
+    EXPECT_EQ(writer.GetLength(), 7u);
+
+    writer.Close();
+    EXPECT_TRUE(second.Open(strPath.c_str(), kWriteNoTruncate));
+}
+
+TEST(CFileSharing, ReadersComeAndGoWhileTheWriterWrites)
+{
+    ScopedTempDir dir;
+    std::string strPath = dir / "rec";
+    CFile writer;
+    ASSERT_TRUE(writer.Open(strPath.c_str(), kCreateWrite));
+    WriteText(writer, "first");
+    {
+        CFile reader;
+        ASSERT_TRUE(reader.Open(strPath.c_str(), CFile::modeRead | CFile::shareDenyWrite));
+        EXPECT_EQ(ReadText(reader, 100), "first");
+        WriteText(writer, "second");
+        EXPECT_EQ(ReadText(reader, 100), "second");
+    }
+    CFile lateReader;
+    ASSERT_TRUE(lateReader.Open(strPath.c_str(), CFile::modeRead));
+    WriteText(writer, "third");
+    EXPECT_EQ(ReadText(lateReader, 100), "firstsecondthird");
+}
+
+TEST(CFileSharing, WriterInAnotherProcessIsRefusedButItsReaderIsNot)
+{
+    ScopedTempDir dir;
+    std::string strPath = dir / "rec";
+    CFile writer;
+    ASSERT_TRUE(writer.Open(strPath.c_str(), kCreateWrite));
+    WriteText(writer, "data");
+
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        CFile childWriter;
+        CFile childReader;
+        bool bWriterRefused = !childWriter.Open(strPath.c_str(), kWriteNoTruncate);
+        bool bReaderServed = childReader.Open(strPath.c_str(), CFile::modeRead) && childReader.GetLength() == 4;
+        _exit(bWriterRefused && bReaderServed ? 0 : 1);
+    }
+    int nStatus = 0;
+    ASSERT_EQ(waitpid(pid, &nStatus, 0), pid);
+    ASSERT_TRUE(WIFEXITED(nStatus));
+    EXPECT_EQ(WEXITSTATUS(nStatus), 0);
+    EXPECT_EQ(writer.GetLength(), 4u);
+}
+
+TEST(CFileSharing, TheDestructorLetsTheNextWriterIn)
+{
+    ScopedTempDir dir;
+    std::string strPath = dir / "rec";
+    {
+        CFile writer(strPath.c_str(), kCreateWrite);
+        WriteText(writer, "x");
+    }
+    CFile next;
+    EXPECT_TRUE(next.Open(strPath.c_str(), kWriteNoTruncate));
+}
+
+TEST(CFileConstructor, ThrowsWhenTheFileCantBeOpened)
+{
+    ScopedTempDir dir;
+    EXPECT_EQ(CatchCause<CFileException>([&] { CFile file((dir / "missing").c_str(), CFile::modeRead); }),
+              CFileException::fileNotFound);
+}
