@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <list>
 #include <memory>
+#include <random>
 #include <vector>
 
 namespace {
@@ -194,6 +197,45 @@ TEST_F(CObListTest, NodesAreReusedAcrossManyBlocks)
     }
     EXPECT_EQ(list.GetHead(), Item(4));
     EXPECT_TRUE(list.IsKindOf(RUNTIME_CLASS(CObList)));
+}
+
+TEST_F(CObListTest, RandomEditsMatchAStandardList)
+{
+    std::mt19937 random(20020301);
+    CObList list(4);
+    std::list<int> model;
+    for (int nStep = 0; nStep < 5000; ++nStep) {
+        int nValue = static_cast<int>(random() % 8);
+        int nIndex = model.empty() ? 0 : static_cast<int>(random() % model.size());
+        auto itModel = std::next(model.begin(), nIndex);
+        POSITION pos = list.FindIndex(nIndex);
+        switch (random() % 7) {
+        case 0:
+            list.AddHead(Item(nValue));
+            model.push_front(nValue);
+            break;
+        case 1:
+            list.AddTail(Item(nValue));
+            model.push_back(nValue);
+            break;
+        case 2:
+            list.InsertBefore(pos, Item(nValue));
+            model.insert(itModel, nValue);
+            break;
+        case 3:
+            list.InsertAfter(pos, Item(nValue));
+            model.insert(model.empty() ? model.end() : std::next(itModel), nValue);
+            break;
+        default:
+            list.RemoveAt(pos);
+            if (!model.empty())
+                model.erase(itModel);
+            break;
+        }
+        ASSERT_EQ(list.GetCount(), static_cast<int>(model.size())) << "step " << nStep;
+    }
+    EXPECT_EQ(ValuesForward(list), std::vector<int>(model.begin(), model.end()));
+    EXPECT_EQ(ValuesBackward(list), std::vector<int>(model.rbegin(), model.rend()));
 }
 
 } // namespace
