@@ -31,7 +31,8 @@ struct ZNDVR_API CRuntimeClass {
 
 inline constexpr UINT AFX_SCHEMA_NONE = 0xFFFF;
 
-// Links a runtime class into the registry of creatable classes at static initialisation.
+// Enters a runtime class into the registry that FromName searches, at static
+// initialisation of the translation unit that implements the class.
 struct ZNDVR_API AFX_CLASSINIT {
     explicit AFX_CLASSINIT(CRuntimeClass* pNewClass);
 };

@@ -275,17 +275,19 @@ void CString::Format(LPCSTR lpszFormat, ...)
 
 void CString::FormatV(LPCSTR lpszFormat, va_list argList)
 {
-    m_str.clear();
-    if (lpszFormat == nullptr)
-        return;
-    va_list argCopy;
-    va_copy(argCopy, argList);
-    int nLength = std::vsnprintf(nullptr, 0, lpszFormat, argCopy);
-    va_end(argCopy);
-    if (nLength <= 0)
-        return;
-    m_str.resize(static_cast<std::size_t>(nLength));
-    std::vsnprintf(m_str.data(), m_str.size() + 1, lpszFormat, argList);
+    // Formatted into a new string first: an argument may be this string's own text.
+    std::string strResult;
+    if (lpszFormat != nullptr) {
+        va_list argCopy;
+        va_copy(argCopy, argList);
+        int nLength = std::vsnprintf(nullptr, 0, lpszFormat, argCopy);
+        va_end(argCopy);
+        if (nLength > 0) {
+            strResult.resize(static_cast<std::size_t>(nLength));
+            std::vsnprintf(strResult.data(), strResult.size() + 1, lpszFormat, argList);
+        }
+    }
+    m_str.swap(strResult);
 }
 
 LPSTR CString::GetBuffer(int nMinBufLength)
