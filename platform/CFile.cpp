@@ -110,7 +110,8 @@ BOOL CFile::Open(LPCSTR lpszFileName, UINT nOpenFlags, CFileException* pError)
         nErrno = EACCES;
     if (nErrno == 0 && bWritable)
         nErrno = ClaimForWriting(hFile);
-    bool bTruncate = (nOpenFlags & modeCreate) != 0 && (nOpenFlags & modeNoTruncate) == 0;
+    // Only a writer that holds its claim empties the file: a reader never loses a writer's data.
+    bool bTruncate = bWritable && (nOpenFlags & modeCreate) != 0 && (nOpenFlags & modeNoTruncate) == 0;
     if (nErrno == 0 && bTruncate && S_ISREG(status.st_mode) && ftruncate(hFile, 0) != 0)
         nErrno = errno;
     int nBlockingFlags = fcntl(hFile, F_GETFL);

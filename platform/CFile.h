@@ -4,7 +4,8 @@
 // Sharing: a file open for writing can't be opened for writing a second time, by this
 // process or another (an open file description lock stands for the writer); opening for
 // reading takes no lock, so readers never wait for a writer and never stop one. The share
-// flags are accepted and have no further effect.
+// flags are accepted and have no further effect. modeCreate empties an existing file only
+// when it is opened for writing; descriptors are never inherited by programs started later.
 //
 // Failures of Read, Write, Seek, GetLength and Close are thrown as CFileException pointers;
 // Read at the end of the file gives fewer bytes and throws nothing. Open reports failure

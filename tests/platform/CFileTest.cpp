@@ -61,6 +61,11 @@ TEST(CFileOpen, CreateTruncatesAndNoTruncateKeepsTheContents)
         WriteText(file, "ab");
     }
     EXPECT_EQ(ReadWholeFile(strPath).size(), 10u);
+    {
+        CFile reader;
+        ASSERT_TRUE(reader.Open(strPath.c_str(), CFile::modeCreate | CFile::modeRead));
+        EXPECT_EQ(reader.GetLength(), 10u);
+    }
     CFile file;
     ASSERT_TRUE(file.Open(strPath.c_str(), kCreateWrite));
     EXPECT_EQ(file.GetLength(), 0u);
