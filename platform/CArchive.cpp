@@ -20,16 +20,11 @@ constexpr UINT kStringChunk = 4096;
 } // namespace
 
 CArchive::CArchive(CFile* pFile, UINT nMode, int nBufSize, void* lpBuf)
-    : m_pFile(pFile), m_nMode(nMode), m_lpBufStart(static_cast<BYTE*>(lpBuf)),
-      m_nBufSize(nBufSize > static_cast<int>(kMinBufferSize) ? static_cast<UINT>(nBufSize) : kMinBufferSize),
-      m_nBufCur(0), m_nBufMax(0), m_bUserBuf(lpBuf != nullptr)
+    : m_pFile(pFile), m_nMode(nMode), m_lpBufStart(nullptr),
+      m_nBufSize(static_cast<UINT>(std::max(nBufSize, static_cast<int>(kMinBufferSize)))), m_nBufCur(0),
+      m_nBufMax(0), m_bUserBuf(lpBuf != nullptr && nBufSize >= static_cast<int>(kMinBufferSize))
 {
-    if (m_bUserBuf && nBufSize < static_cast<int>(kMinBufferSize)) {
-        m_lpBufStart = nullptr;
-        m_bUserBuf = FALSE;
-    }
-    if (!m_bUserBuf)
-        m_lpBufStart = new BYTE[m_nBufSize];
+    m_lpBufStart = m_bUserBuf ? static_cast<BYTE*>(lpBuf) : new BYTE[m_nBufSize];
 }
 
 CArchive::~CArchive()

@@ -20,6 +20,8 @@ public:
 
     static constexpr int kDefaultBufferSize = 4096;
 
+    // A caller's buffer (lpBuf, nBufSize bytes) stays the caller's; one of fewer than 16
+    // bytes is not used, and the archive makes its own.
     CArchive(CFile* pFile, UINT nMode, int nBufSize = kDefaultBufferSize, void* lpBuf = nullptr);
     CArchive(const CArchive&) = delete;
     CArchive& operator=(const CArchive&) = delete;

@@ -210,6 +210,33 @@ TEST_F(CArchiveTest, DataLongerThanTheBufferSurvivesTheRoundTrip)
     EXPECT_STREQ(strTail, "tail");
 }
 
+TEST_F(CArchiveTest, FieldsThatStraddleASmallCallersBufferArriveWhole)
+{
+    BYTE aStoreBuffer[16];
+    {
+        CFile file;
+        ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeCreate | CFile::modeWrite));
+        CArchive ar(&file, CArchive::store, sizeof(aStoreBuffer), aStoreBuffer);
+        for (DWORD i = 0; i < 50; ++i)
+            ar << static_cast<BYTE>(i) << (i * 0x01010101u) << CString(std::string(i, 'a'));
+    }
+    BYTE aLoadBuffer[16];
+    CFile file;
+    ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeRead));
+    CArchive ar(&file, CArchive::load, sizeof(aLoadBuffer), aLoadBuffer);
+    for (DWORD i = 0; i < 50; ++i) {
+        BYTE by = 0;
+        DWORD dw = 0;
+        CString strText;
+        ar >> by >> dw >> strText;
+        ASSERT_EQ(by, i);
+        ASSERT_EQ(dw, i * 0x01010101u);
+        ASSERT_EQ(strText.GetLength(), static_cast<int>(i));
+    }
+    BYTE by = 0;
+    EXPECT_EQ(CatchCause<CArchiveException>([&] { ar >> by; }), CArchiveException::endOfFile);
+}
+
 TEST_F(CArchiveTest, AShortReadOfANumberOrStringThrowsEndOfFile)
 {
     WriteBytes({0x01, 0x02, 0x03});
