@@ -237,6 +237,22 @@ void WakeBlockedThreads()
     state.m_cvIdle.notify_all();
 }
 
+void WakeThread(ThreadState& thread)
+{
+    thread.m_cvWake.notify_one();
+    GetPlatformState().m_cvIdle.notify_all();
+}
+
+void WakeObjectWaiters()
+{
+    PlatformState& state = GetPlatformState();
+    for (ThreadState* pThread : state.m_blocked) {
+        if (pThread->m_bWaitsForObjects)
+            pThread->m_cvWake.notify_one();
+    }
+    state.m_cvIdle.notify_all();
+}
+
 void RestartTimedWaits()
 {
     PlatformState& state = GetPlatformState();

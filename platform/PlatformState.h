@@ -72,6 +72,7 @@ struct ThreadObject final : KernelObject {
 
 struct SentMessage {
     MSG m_msg{};
+    ThreadState* m_pSender = nullptr;
     LRESULT m_lResult = 0;
     bool m_bDone = false;
 };
@@ -99,6 +100,7 @@ struct ThreadState {
 
     // While the thread is blocked: what it waits for and since when.
     const std::function<bool()>* m_pfnReady = nullptr;
+    bool m_bWaitsForObjects = false;
     TimeMs m_tWaitStart = 0;
     DWORD m_dwWaitTimeout = INFINITE;
 };
@@ -162,6 +164,10 @@ bool IsThreadIdle(const ThreadState& thread);
 void PassSuspensionPoint(PlatformLock& lock, ThreadState& self);
 // Every blocked thread looks again at what it waits for.
 void WakeBlockedThreads();
+// The thread looks again at its queue, if it is blocked.
+void WakeThread(ThreadState& thread);
+// The threads blocked on kernel objects look again at them.
+void WakeObjectWaiters();
 
 // Waits for one of the objects (all of them with bWaitAll) or until fnInput holds, and
 // takes the objects it waited for. The result of a Win32 wait, with WAIT_OBJECT_0 +

@@ -50,7 +50,7 @@ MSG MakeMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam)
 BOOL PostTo(ThreadState& target, const MSG& msg)
 {
     target.m_posted.push_back(msg);
-    WakeBlockedThreads();
+    WakeThread(target);
     return TRUE;
 }
 
@@ -145,7 +145,7 @@ void ServeSentMessages(PlatformLock& lock, ThreadState& self)
             pSent->m_lResult = lResult;
         }
         pSent->m_bDone = true;
-        WakeBlockedThreads();
+        WakeThread(*pSent->m_pSender);
     }
 }
 
@@ -197,7 +197,6 @@ void PostQuitMessage(int nExitCode)
     ThreadState& self = GetCurrentQueue(lock);
     self.m_bQuit = true;
     self.m_nQuitCode = nExitCode;
-    WakeBlockedThreads();
 }
 
 LRESULT SendMessage(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam)
@@ -213,8 +212,9 @@ LRESULT SendMessage(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam)
         return 0;
     auto pSent = std::make_shared<SentMessage>();
     pSent->m_msg = MakeMessage(hWnd, Msg, wParam, lParam);
+    pSent->m_pSender = &self;
     pTarget->m_sent.push_back(pSent);
-    WakeBlockedThreads();
+    WakeThread(*pTarget);
     std::function<bool()> fnReady = [&] { return pSent->m_bDone || !self.m_sent.empty(); };
     while (!pSent->m_bDone) {
         BlockUntil(lock, self, fnReady, INFINITE);
@@ -310,7 +310,7 @@ UINT SetTimer(HWND hWnd, UINT nIDEvent, UINT uElapse, TIMERPROC lpTimerFunc)
     it->m_nElapse = std::max(uElapse, kMinTimerElapse);
     it->m_pfnTimer = lpTimerFunc;
     it->m_tDue = GetNowMs() + it->m_nElapse;
-    WakeBlockedThreads();
+    WakeThread(*pOwner);
     return nIDEvent;
 }
 
@@ -324,7 +324,7 @@ BOOL KillTimer(HWND hWnd, UINT uIDEvent)
     std::size_t nErased = std::erase_if(pOwner->m_timers, [&](const WindowTimer& timer) {
         return timer.m_hWnd == hWnd && timer.m_nIDEvent == uIDEvent;
     });
-    WakeBlockedThreads();
+    WakeThread(*pOwner);
     return nErased > 0;
 }
 

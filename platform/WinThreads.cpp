@@ -102,7 +102,9 @@ DWORD WaitForObjects(PlatformLock& lock, ThreadState& self, DWORD nCount, const 
     std::function<bool()> fnReady = [&] {
         return fnSignalled() != kNoObject || (fnInput && fnInput());
     };
+    self.m_bWaitsForObjects = nCount > 0;
     BlockUntil(lock, self, fnReady, dwMilliseconds, fnNextDue);
+    self.m_bWaitsForObjects = false;
     int nIndex = fnSignalled();
     if (nIndex != kNoObject) {
         DWORD dwResult = WAIT_OBJECT_0 + static_cast<DWORD>(nIndex);
@@ -111,7 +113,7 @@ DWORD WaitForObjects(PlatformLock& lock, ThreadState& self, DWORD nCount, const 
                 objects[i]->AcquireFor(dwThreadId))
                 dwResult = WAIT_ABANDONED_0 + static_cast<DWORD>(i);
         }
-        WakeBlockedThreads();
+        WakeObjectWaiters();
         return dwResult;
     }
     if (fnInput && fnInput())
@@ -230,7 +232,7 @@ BOOL SetEventState(HANDLE hEvent, bool bSignalled)
     if (pEvent == nullptr)
         return FALSE;
     pEvent->m_bSignalled = bSignalled;
-    WakeBlockedThreads();
+    WakeObjectWaiters();
     return TRUE;
 }
 
@@ -263,7 +265,7 @@ BOOL ReleaseMutex(HANDLE hMutex)
         return FALSE;
     if (--pMutex->m_nRecursion == 0) {
         pMutex->m_dwOwner = 0;
-        WakeBlockedThreads();
+        WakeObjectWaiters();
     }
     return TRUE;
 }
