@@ -87,16 +87,16 @@ DWORD WaitForObjects(PlatformLock& lock, ThreadState& self, DWORD nCount, const 
             return WAIT_FAILED;
     }
     DWORD dwThreadId = self.m_dwThreadId;
+    auto fnIsSignalled = [dwThreadId](const std::shared_ptr<KernelObject>& pObject) {
+        return pObject->IsSignalledFor(dwThreadId);
+    };
+    // The index the wait would return now, or kNoObject.
     auto fnSignalled = [&]() -> int {
-        auto itFirst = std::find_if(objects.begin(), objects.end(), [&](const auto& pObject) {
-            return pObject->IsSignalledFor(dwThreadId);
-        });
         if (bWaitAll) {
-            bool bAll = std::all_of(objects.begin(), objects.end(), [&](const auto& pObject) {
-                return pObject->IsSignalledFor(dwThreadId);
-            });
+            bool bAll = std::all_of(objects.begin(), objects.end(), fnIsSignalled);
             return bAll && !objects.empty() ? 0 : kNoObject;
         }
+        auto itFirst = std::find_if(objects.begin(), objects.end(), fnIsSignalled);
         return itFirst == objects.end() ? kNoObject : static_cast<int>(itFirst - objects.begin());
     };
     std::function<bool()> fnReady = [&] {

@@ -137,6 +137,7 @@ void CountTimerProc(HWND, UINT uMsg, UINT nIDEvent, DWORD)
 
 TEST_F(TimerTest, ATimerProcedureIsCalledByDispatchInsteadOfTheWindow)
 {
+    g_nTimerProcCalls = 0;
     SetTimer(m_wnd.m_hWnd, kTimerId, kPeriod, CountTimerProc);
     m_clock.Advance(kPeriod);
     MSG msg;

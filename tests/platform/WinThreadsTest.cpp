@@ -48,6 +48,7 @@ DWORD CountRun(LPVOID)
 
 TEST(WinThreadsTest, ACreatedSuspendedThreadStartsAtResume)
 {
+    g_nSuspendedRuns = 0;
     HANDLE hThread = CreateThread(nullptr, 0, CountRun, nullptr, CREATE_SUSPENDED, nullptr);
     ASSERT_NE(hThread, nullptr);
     DWORD dwExitCode = 0;
