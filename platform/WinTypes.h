@@ -19,6 +19,7 @@ using LPVOID = void*;
 using LPBYTE = BYTE*;
 using LPSTR = char*;
 using LPCSTR = const char*;
+using LPDWORD = DWORD*;
 
 #ifndef TRUE
 #define TRUE 1
@@ -32,5 +33,24 @@ struct HWND__;
 using HWND = HWND__*;
 struct HANDLE__;
 using HANDLE = HANDLE__*;
+
+// Resource handles of window classes. Our windows are never painted, so these are
+// accepted at class registration and kept, never used.
+struct HICON__;
+using HICON = HICON__*;
+struct HCURSOR__;
+using HCURSOR = HCURSOR__*;
+struct HBRUSH__;
+using HBRUSH = HBRUSH__*;
+
+struct tagRECT {
+    LONG left;
+    LONG top;
+    LONG right;
+    LONG bottom;
+};
+using RECT = tagRECT;
+using LPRECT = RECT*;
+using LPCRECT = const RECT*;
 
 inline constexpr DWORD INFINITE = 0xFFFFFFFFu;
