@@ -17,16 +17,6 @@ struct tagSIZE {
 };
 using SIZE = tagSIZE;
 
-struct tagRECT {
-    LONG left;
-    LONG top;
-    LONG right;
-    LONG bottom;
-};
-using RECT = tagRECT;
-using LPRECT = RECT*;
-using LPCRECT = const RECT*;
-
 // Arithmetic on edges wraps at 32 bits, as the edges themselves do; it never traps.
 class ZNDVR_API CRect : public tagRECT {
 public:

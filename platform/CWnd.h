@@ -4,6 +4,7 @@
 // DestroyWindow and the handlers run on the owner thread; handles may be used anywhere.
 #pragma once
 
+#include "platform/CObject.h"
 #include "platform/Export.h"
 #include "platform/WinMessages.h"
 #include "platform/WinTypes.h"
@@ -125,7 +126,7 @@ protected:                                                                      
 ZNDVR_API LPCSTR AfxRegisterWndClass(UINT nClassStyle, HCURSOR hCursor = nullptr,
                                      HBRUSH hbrBackground = nullptr, HICON hIcon = nullptr);
 
-class ZNDVR_API CWnd {
+class ZNDVR_API CWnd : public CObject {
 public:
     CWnd();
     // Takes a window that is still there away without sending it messages.
