@@ -1,0 +1,99 @@
+// The variable-length code tables of the picture records' coefficient layer, in the form
+// each direction needs: the writer looks a (LAST, RUN, |LEVEL|) triple up and gets a code;
+// the reader looks at the next 12 bits (TCOEF) or 6 bits (CBPY) and gets the triple and
+// the code length. Both forms are built from one list of codes. The tables are constant
+// and may be read from any thread.
+#pragma once
+
+#include "platform/WinTypes.h"
+
+// A code as the writer emits it, most significant bit first: the low byLength bits of
+// wCode. byLength 0 marks a cell without a code. TCOEF codes are given without their
+// sign bit.
+struct tag_VLCCODE {
+    WORD wCode;
+    BYTE byLength;
+};
+
+// ESCAPE of the TCOEF table, then LAST (1 bit), RUN (6 bits), LEVEL (8 bits, two's
+// complement).
+inline constexpr WORD TCOEF_ESCAPE_CODE = 3;
+inline constexpr int TCOEF_ESCAPE_LENGTH = 7;
+inline constexpr int TCOEF_ESCAPE_LAST_BITS = 1;
+inline constexpr int TCOEF_ESCAPE_RUN_BITS = 6;
+inline constexpr int TCOEF_ESCAPE_LEVEL_BITS = 8;
+// The longest TCOEF code with its sign bit; the reader's lookahead.
+inline constexpr int TCOEF_MAX_LENGTH_WITH_SIGN = 13;
+inline constexpr int TCOEF_LOOKAHEAD_BITS = 12;
+
+// Writer extent of the TCOEF table (ITU-T H.263 Table 16). Cells inside a table's extent
+// that the standard gives no code have length 0.
+inline constexpr int TCOEF_LAST0_SHORT_RUNS = 2;       // LAST 0, RUN 0 and 1
+inline constexpr int TCOEF_LAST0_SHORT_LEVELS = 13;    // |LEVEL| 0..12, 0 never coded
+inline constexpr int TCOEF_LAST0_LONG_FIRST_RUN = 2;   // LAST 0, RUN 2 to 26
+inline constexpr int TCOEF_LAST0_LONG_RUNS = 25;
+inline constexpr int TCOEF_LAST0_LONG_LEVELS = 5;      // |LEVEL| 0..4
+inline constexpr int TCOEF_LAST1_SHORT_RUNS = 2;       // LAST 1, RUN 0 and 1
+inline constexpr int TCOEF_LAST1_SHORT_LEVELS = 4;     // |LEVEL| 0..3
+inline constexpr int TCOEF_LAST1_LONG_FIRST_RUN = 2;   // LAST 1, RUN 2 to 41, |LEVEL| 1
+inline constexpr int TCOEF_LAST1_LONG_RUNS = 40;
+
+extern const tag_VLCCODE g_vlcTCoefLast0Short[TCOEF_LAST0_SHORT_RUNS][TCOEF_LAST0_SHORT_LEVELS];
+extern const tag_VLCCODE g_vlcTCoefLast0Long[TCOEF_LAST0_LONG_RUNS][TCOEF_LAST0_LONG_LEVELS];
+extern const tag_VLCCODE g_vlcTCoefLast1Short[TCOEF_LAST1_SHORT_RUNS][TCOEF_LAST1_SHORT_LEVELS];
+extern const tag_VLCCODE g_vlcTCoefLast1Long[TCOEF_LAST1_LONG_RUNS];
+
+// The code of (nLast, nRun, nAbsLevel) without sign, or a code of length 0 when the
+// triple has none and takes ESCAPE. Any arguments are safe.
+tag_VLCCODE LookupTCoefCode(int nLast, int nRun, int nAbsLevel);
+
+// One cell of the reader's TCOEF tables. byLength is the code length without the sign
+// bit; 0 means no code starts with these bits. byLevel 0 with a length marks ESCAPE.
+struct tag_TCOEFENTRY {
+    BYTE byLast;
+    BYTE byRun;
+    BYTE byLevel;
+    BYTE byLength;
+};
+
+// The reader's three direct-lookup tables over the next 12 bits c:
+// c >= 512 indexes g_tcoefRead7 by its top 7 bits (c >> 5);
+// 128 <= c < 512 indexes g_tcoefRead10 by its top 10 bits (c >> 2);
+// 8 <= c < 128 indexes g_tcoefRead12 by all 12 bits. c < 8 is no code.
+inline constexpr unsigned TCOEF_READ7_FIRST = 512;
+inline constexpr unsigned TCOEF_READ10_FIRST = 128;
+inline constexpr unsigned TCOEF_READ12_FIRST = 8;
+inline constexpr int TCOEF_READ_TABLE_SIZE = 128;
+
+extern const tag_TCOEFENTRY g_tcoefRead7[TCOEF_READ_TABLE_SIZE];
+extern const tag_TCOEFENTRY g_tcoefRead10[TCOEF_READ_TABLE_SIZE];
+extern const tag_TCOEFENTRY g_tcoefRead12[TCOEF_READ_TABLE_SIZE];
+
+// The entry for the next 12 bits (only the low 12 bits of the argument count), choosing
+// the table by range; an entry of length 0 when c < 8.
+const tag_TCOEFENTRY& LookupTCoefEntry(unsigned nNext12Bits);
+
+inline constexpr bool IsTCoefEscape(const tag_TCOEFENTRY& entry)
+{
+    return entry.byLength != 0 && entry.byLevel == 0;
+}
+
+// CBPY (ITU-T H.263 Table 13), indexed by the intra column CBPY(I): the pattern of luma
+// blocks 0 to 3, block 0 in the most significant bit. An inter macroblock with luma
+// pattern p uses index 15 - p (column CBPY(P)).
+inline constexpr int CBPY_VALUES = 16;
+inline constexpr int CBPY_LOOKAHEAD_BITS = 6;
+extern const tag_VLCCODE g_vlcCBPY[CBPY_VALUES];
+
+// The reader's CBPY table over the next 6 bits: the intra column value and the code
+// length; length 0 for 000000 and 000001, which start no code.
+struct tag_CBPYENTRY {
+    BYTE byIntra;
+    BYTE byLength;
+};
+extern const tag_CBPYENTRY g_cbpyRead[1 << CBPY_LOOKAHEAD_BITS];
+
+// Zig-zag scan of ITU-T H.263: g_byZigZag[k] is the scan index of natural position k
+// (row * 8 + column); g_byZigZagInverse[s] is the natural position of scan index s.
+extern const BYTE g_byZigZag[64];
+extern const BYTE g_byZigZagInverse[64];

@@ -1,0 +1,16 @@
+// Run-time choice between the SIMD code of the kernels and their plain forms, so that
+// a test can run both on the same input and compare. It never changes results of the
+// transforms' two named forms: with SIMD code disabled, FDCTBlockMMX and IDCTBlockMMX
+// run their portable emulation, and every other kernel its reference loop.
+// In a build with ZNDVR_PORTABLE no SIMD code exists and enabling does nothing.
+#pragma once
+
+#include "platform/WinTypes.h"
+
+// Whether this build contains SIMD code for the processor it runs on.
+BOOL HasSIMDKernels();
+// Process-wide switch, on by default; safe to flip from any thread, but meant for tests
+// and benchmarks that flip it while no other kernel call is running.
+void EnableSIMDKernels();
+void DisableSIMDKernels();
+BOOL IsSIMDKernelsEnabled();
