@@ -7,6 +7,8 @@
 
 #include "platform/WinTypes.h"
 
+#include <array>
+
 // A code as the writer emits it, most significant bit first: the low byLength bits of
 // wCode. byLength 0 marks a cell without a code. TCOEF codes are given without their
 // sign bit.
@@ -38,10 +40,13 @@ inline constexpr int TCOEF_LAST1_SHORT_LEVELS = 4;     // |LEVEL| 0..3
 inline constexpr int TCOEF_LAST1_LONG_FIRST_RUN = 2;   // LAST 1, RUN 2 to 41, |LEVEL| 1
 inline constexpr int TCOEF_LAST1_LONG_RUNS = 40;
 
-extern const tag_VLCCODE g_vlcTCoefLast0Short[TCOEF_LAST0_SHORT_RUNS][TCOEF_LAST0_SHORT_LEVELS];
-extern const tag_VLCCODE g_vlcTCoefLast0Long[TCOEF_LAST0_LONG_RUNS][TCOEF_LAST0_LONG_LEVELS];
-extern const tag_VLCCODE g_vlcTCoefLast1Short[TCOEF_LAST1_SHORT_RUNS][TCOEF_LAST1_SHORT_LEVELS];
-extern const tag_VLCCODE g_vlcTCoefLast1Long[TCOEF_LAST1_LONG_RUNS];
+extern const std::array<std::array<tag_VLCCODE, TCOEF_LAST0_SHORT_LEVELS>, TCOEF_LAST0_SHORT_RUNS>
+    g_vlcTCoefLast0Short;
+extern const std::array<std::array<tag_VLCCODE, TCOEF_LAST0_LONG_LEVELS>, TCOEF_LAST0_LONG_RUNS>
+    g_vlcTCoefLast0Long;   // indexed by RUN - 2
+extern const std::array<std::array<tag_VLCCODE, TCOEF_LAST1_SHORT_LEVELS>, TCOEF_LAST1_SHORT_RUNS>
+    g_vlcTCoefLast1Short;
+extern const std::array<tag_VLCCODE, TCOEF_LAST1_LONG_RUNS> g_vlcTCoefLast1Long;   // by RUN - 2
 
 // The code of (nLast, nRun, nAbsLevel) without sign, or a code of length 0 when the
 // triple has none and takes ESCAPE. Any arguments are safe.
@@ -65,9 +70,9 @@ inline constexpr unsigned TCOEF_READ10_FIRST = 128;
 inline constexpr unsigned TCOEF_READ12_FIRST = 8;
 inline constexpr int TCOEF_READ_TABLE_SIZE = 128;
 
-extern const tag_TCOEFENTRY g_tcoefRead7[TCOEF_READ_TABLE_SIZE];
-extern const tag_TCOEFENTRY g_tcoefRead10[TCOEF_READ_TABLE_SIZE];
-extern const tag_TCOEFENTRY g_tcoefRead12[TCOEF_READ_TABLE_SIZE];
+extern const std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE> g_tcoefRead7;
+extern const std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE> g_tcoefRead10;
+extern const std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE> g_tcoefRead12;
 
 // The entry for the next 12 bits (only the low 12 bits of the argument count), choosing
 // the table by range; an entry of length 0 when c < 8.
@@ -83,7 +88,7 @@ inline constexpr bool IsTCoefEscape(const tag_TCOEFENTRY& entry)
 // pattern p uses index 15 - p (column CBPY(P)).
 inline constexpr int CBPY_VALUES = 16;
 inline constexpr int CBPY_LOOKAHEAD_BITS = 6;
-extern const tag_VLCCODE g_vlcCBPY[CBPY_VALUES];
+extern const std::array<tag_VLCCODE, CBPY_VALUES> g_vlcCBPY;
 
 // The reader's CBPY table over the next 6 bits: the intra column value and the code
 // length; length 0 for 000000 and 000001, which start no code.
@@ -91,9 +96,9 @@ struct tag_CBPYENTRY {
     BYTE byIntra;
     BYTE byLength;
 };
-extern const tag_CBPYENTRY g_cbpyRead[1 << CBPY_LOOKAHEAD_BITS];
+extern const std::array<tag_CBPYENTRY, 1 << CBPY_LOOKAHEAD_BITS> g_cbpyRead;
 
 // Zig-zag scan of ITU-T H.263: g_byZigZag[k] is the scan index of natural position k
 // (row * 8 + column); g_byZigZagInverse[s] is the natural position of scan index s.
-extern const BYTE g_byZigZag[64];
-extern const BYTE g_byZigZagInverse[64];
+extern const std::array<BYTE, 64> g_byZigZag;
+extern const std::array<BYTE, 64> g_byZigZagInverse;
