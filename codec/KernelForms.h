@@ -7,6 +7,13 @@
 
 #include "platform/WinTypes.h"
 
+// The kernels' SIMD code is written with SSE2 intrinsics; a portable build leaves it out.
+#if !defined(ZNDVR_PORTABLE) && defined(__SSE2__)
+#define ZNDVR_KERNELS_SSE2 1
+#else
+#define ZNDVR_KERNELS_SSE2 0
+#endif
+
 // Whether this build contains SIMD code for the processor it runs on.
 BOOL HasSIMDKernels();
 // Process-wide switch, on by default; safe to flip from any thread, but meant for tests
