@@ -159,8 +159,10 @@ TEST_F(KernelCheck, SumsOfAbsoluteDifferencesMatch)
     for (int n = 0; n < 100; ++n)
         pairs.emplace_back(RandomMB(random, -32768, 32767), RandomMB(random, -32768, 32767));
     YUV_Block low, high;
-    std::fill(std::begin(low.Y), std::end(low.V), short{-32768});
-    std::fill(std::begin(high.Y), std::end(high.V), short{32767});
+    for (short* ps : {low.Y, low.U, low.V})
+        std::fill(ps, ps + (ps == low.Y ? MB_LUMA_SAMPLES : MB_CHROMA_SAMPLES), short{-32768});
+    for (short* ps : {high.Y, high.U, high.V})
+        std::fill(ps, ps + (ps == high.Y ? MB_LUMA_SAMPLES : MB_CHROMA_SAMPLES), short{32767});
     pairs.emplace_back(low, high);
     pairs.emplace_back(high, low);
     for (const auto& [first, second] : pairs) {
