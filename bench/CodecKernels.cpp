@@ -206,7 +206,7 @@ public:
     {
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration)
-                m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                m_times[run.benchmark_name()] = run.GetAdjustedCPUTime();
         }
         ConsoleReporter::ReportRuns(runs);
     }
@@ -215,7 +215,7 @@ public:
     // without a trailing MMX or withMMX.
     void PrintSpeedups() const
     {
-        std::printf("\n%-34s %12s %10s\n", "kernel/form", "ns per call", "speed-up");
+        std::printf("\n%-34s %12s %10s\n", "kernel/form", "CPU ns per call", "speed-up");
         for (const auto& [strName, dTime] : m_times) {
             const auto plain = m_times.find(PlainFormOf(strName));
             if (plain == m_times.end())
