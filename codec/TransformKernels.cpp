@@ -45,8 +45,8 @@ short Store16(int v)
     return static_cast<short>(v);
 }
 
-// Cosines in 16.16 fixed point (cos(k*pi/16) * 65536 for the even part at the 1/sqrt(2)
-// scale of the DC) and in 14-bit form for the odd part's rotation.
+// cos(k * pi / 16) in fixed point: 16 fractional bits for the even part (C4, C2, C6),
+// 14 for the odd part's rotations (C1, C7, C3, C5).
 constexpr Wide kC4 = 46341;
 constexpr Wide kC2 = 60547;
 constexpr Wide kC6 = 25080;
@@ -57,7 +57,7 @@ constexpr Wide kC5 = 9102;
 
 // ---- Lanes of the SIMD forms --------------------------------------------------------
 
-// Cosines in 15-bit fixed point.
+// The same cosines with 15 fractional bits, as 16-bit multipliers.
 constexpr short kM4 = 23170;
 constexpr short kM2 = 30274;
 constexpr short kM6 = 12540;

@@ -10,9 +10,6 @@
 
 #include <array>
 #include <cstdio>
-#include <functional>
-#include <string>
-#include <thread>
 #include <vector>
 
 using namespace kernelcheck;

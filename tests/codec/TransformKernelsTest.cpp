@@ -175,25 +175,29 @@ TEST_P(TransformAnchor, ZeroBlockStaysZero)
 INSTANTIATE_TEST_SUITE_P(ScalarAndMMX, TransformAnchor, ::testing::Values(false, true),
                          [](const auto& param) { return param.param ? "MMX" : "Scalar"; });
 
-// Scalar and SIMD forms differ by at most one on ordinary data, and only on a few
-// samples; a wrong step in either form shows as larger or more frequent differences.
-TEST(TransformForms, ScalarAndMMXDifferByAtMostOneOnOrdinaryData)
+// Scalar and SIMD forms differ by one on a few samples of ordinary data; a wrong step in either form shows as larger or more frequent differences.
+// The inverse, which makes the pictures, stays within one. The forward SIMD form takes
+// the DC without rounding, so a forward coefficient, nearly always the DC, differs by two
+// about once in a million.
+TEST(TransformForms, ScalarAndMMXStayCloseOnOrdinaryData)
 {
     CRandom random(CheckSeed());
-    int nSamples = 0, nDifferent = 0;
+    int nSamples = 0, nDifferent = 0, nForwardByTwo = 0;
     for (int n = 0; n < 2000; ++n) {
         const Block samples = OrdinaryBlock(random);
         const Block forward[2] = {RunForward(FDCTBlock, samples), RunForward(FDCTBlockMMX, samples)};
         const Block coeff = OrdinaryCoefficients(random, random.Between(1, 31), n % 2);
         const Block inverse[2] = {RunInverse(IDCTBlock, coeff), RunInverse(IDCTBlockMMX, coeff)};
         for (int k = 0; k < BLOCK_SAMPLES; ++k) {
-            ASSERT_LE(std::abs(forward[0][k] - forward[1][k]), 1);
+            ASSERT_LE(std::abs(forward[0][k] - forward[1][k]), 2);
             ASSERT_LE(std::abs(inverse[0][k] - inverse[1][k]), 1);
+            nForwardByTwo += std::abs(forward[0][k] - forward[1][k]) == 2;
             nDifferent += (forward[0][k] != forward[1][k]) + (inverse[0][k] != inverse[1][k]);
             nSamples += 2;
         }
     }
-    EXPECT_LT(nDifferent * 20, nSamples) << nDifferent << " of " << nSamples << " samples differ";
+    EXPECT_LE(nForwardByTwo, 2);
+    EXPECT_LT(nDifferent * 50, nSamples) << nDifferent << " of " << nSamples << " samples differ";
 }
 
 // A constant block of 255: DC 2039, quantised 254, reconstructed from 2032 to 254.
