@@ -130,9 +130,8 @@ struct tag_PLANES {
     IMAGE Image() { return {y.data(), u.data(), v.data()}; }
 };
 
-void BenchGetMB(benchmark::State& state, Form form)
+void BenchGetMB(benchmark::State& state)
 {
-    SelectForm(form);
     tag_PLANES planes;
     YUV_Block mb;
     int n = 0;
@@ -164,9 +163,8 @@ void BenchSADMB(benchmark::State& state, Form form)
         benchmark::DoNotOptimize(SADMB(&a, &b));
 }
 
-void BenchSADMBBytes(benchmark::State& state, Form form)
+void BenchSADMBBytes(benchmark::State& state)
 {
-    SelectForm(form);
     BYTE a[MB_SAMPLES], b[MB_SAMPLES];
     for (int n = 0; n < MB_SAMPLES; ++n) {
         a[n] = static_cast<BYTE>(n * 13);
@@ -270,8 +268,8 @@ void RegisterAll()
         Register("QuantMBwithMMX", form, [form](auto& state) { BenchQuantMB(state, QuantMBwithMMX, form); });
         Register("DequantMBwithMMX", form, [form](auto& state) { BenchDequantMB(state, DequantMBwithMMX, form); });
     }
-    Register("GetMB", Form::Plain, [](auto& state) { BenchGetMB(state, Form::Plain); });
-    Register("SADMBBytes", Form::Plain, [](auto& state) { BenchSADMBBytes(state, Form::Plain); });
+    Register("GetMB", Form::Plain, [](auto& state) { BenchGetMB(state); });
+    Register("SADMBBytes", Form::Plain, [](auto& state) { BenchSADMBBytes(state); });
     for (Form form : twinForms) {
         Register("PutMB", form, [form](auto& state) { BenchPutMB(state, form); });
         Register("SADMB", form, [form](auto& state) { BenchSADMB(state, form); });
