@@ -21,8 +21,6 @@
 
 namespace {
 
-constexpr int kChromaRowsPerMB = MB_CHROMA_SIZE;
-
 struct tag_MBPLANES {
     BYTE* pbyY;
     BYTE* pbyU;
@@ -63,7 +61,7 @@ void GatherMB(const tag_MBPLANES& planes, T* pY, T* pU, T* pV)
         for (int c = 0; c < MB_LUMA_SIZE; ++c)
             pY[MB_LUMA_SIZE * r + c] = static_cast<T>(pbySource[c]);
     }
-    for (int r = 0; r < kChromaRowsPerMB; ++r) {
+    for (int r = 0; r < MB_CHROMA_SIZE; ++r) {
         const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
         for (int c = 0; c < MB_CHROMA_SIZE; ++c) {
             pU[MB_CHROMA_SIZE * r + c] = static_cast<T>(planes.pbyU[nOffset + c]);
@@ -80,7 +78,7 @@ void ScatterMB(const tag_MBPLANES& planes, const T* pY, const T* pU, const T* pV
         for (int c = 0; c < MB_LUMA_SIZE; ++c)
             pbyTarget[c] = static_cast<BYTE>(pY[MB_LUMA_SIZE * r + c]);
     }
-    for (int r = 0; r < kChromaRowsPerMB; ++r) {
+    for (int r = 0; r < MB_CHROMA_SIZE; ++r) {
         const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
         for (int c = 0; c < MB_CHROMA_SIZE; ++c) {
             planes.pbyU[nOffset + c] = static_cast<BYTE>(pU[MB_CHROMA_SIZE * r + c]);
@@ -211,7 +209,7 @@ void PutMBSSE2(const tag_MBPLANES& planes, const YUV_Block* pMB)
         const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pMB->Y + MB_LUMA_SIZE * r + 8));
         StoreBytes(planes.pbyY + static_cast<std::ptrdiff_t>(r) * planes.nLumaStride, LowBytes(a, b));
     }
-    for (int r = 0; r < kChromaRowsPerMB; r += 2) {
+    for (int r = 0; r < MB_CHROMA_SIZE; r += 2) {
         const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
         const __m128i u = LowBytes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(pMB->U + MB_CHROMA_SIZE * r)),
                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(pMB->U + MB_CHROMA_SIZE * (r + 1))));
