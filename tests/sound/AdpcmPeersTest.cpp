@@ -1,9 +1,9 @@
 // The code stream is standard G.726 at 24 kbit/s, packed from the low bit upward: other
-// decoders of the standard read it. One is written in this folder from the decoder's
-// block diagram; the other is ffmpeg's g726le decoder, run as a separate program when
-// the machine has it.
+// coders of the standard make and read the same. One is written in this folder from the
+// Recommendation's block diagrams; the other is ffmpeg's g726le decoder, run as a
+// separate program when the machine has it.
 #include "AdpcmSignals.h"
-#include "G726BlockDecoder.h"
+#include "G726BlockCoder.h"
 #include "sound/CAdpcm.h"
 
 #include <gtest/gtest.h>
@@ -62,13 +62,30 @@ std::vector<unsigned> UnpackCodes(const std::vector<BYTE>& code)
     return codes;
 }
 
-TEST(AdpcmPeers, BlockDiagramDecoderReadsTheSameSamples)
+// Speech, a loud sweep and loud noise: together they reach the limits of the scale
+// factor and of the pole coefficients, the tone detector and transitions.
+std::vector<short> DemandingSignal()
 {
     std::vector<short> pcm = adpcm_signals::SpeechLike(2 * CAdpcm::kMaxSamples, 41);
     auto append = [&pcm](const std::vector<short>& part) { pcm.insert(pcm.end(), part.begin(), part.end()); };
     append(adpcm_signals::SineSweep(CAdpcm::kMaxSamples, 50.0, 3950.0, 32000.0));
     append(adpcm_signals::Noise(CAdpcm::kMaxSamples, 9000.0, 42));
-    std::vector<BYTE> code = EncodeStream(pcm);
+    return pcm;
+}
+
+TEST(AdpcmPeers, BlockDiagramEncoderMakesTheSameStream)
+{
+    std::vector<short> pcm = DemandingSignal();
+    std::vector<unsigned> codes = UnpackCodes(EncodeStream(pcm));
+    ASSERT_EQ(codes.size(), pcm.size());
+    CG726BlockCoder reference;
+    for (std::size_t n = 0; n < pcm.size(); ++n)
+        ASSERT_EQ(codes[n], reference.Encode(pcm[n])) << "sample " << n;
+}
+
+TEST(AdpcmPeers, BlockDiagramDecoderReadsTheSameSamples)
+{
+    std::vector<BYTE> code = EncodeStream(DemandingSignal());
     // Random codes too: sequences an encoder never makes, such as the positive zero.
     std::mt19937 generator(43);
     for (int n = 0; n < CAdpcm::kMaxCodeBytes; ++n)
@@ -77,7 +94,7 @@ TEST(AdpcmPeers, BlockDiagramDecoderReadsTheSameSamples)
     std::vector<short> decoded = DecodeStream(code);
     std::vector<unsigned> codes = UnpackCodes(code);
     ASSERT_EQ(codes.size(), decoded.size());
-    CG726BlockDecoder reference;
+    CG726BlockCoder reference;
     for (std::size_t n = 0; n < codes.size(); ++n)
         ASSERT_EQ(decoded[n], reference.Decode(codes[n])) << "sample " << n;
 }

@@ -1,29 +1,65 @@
-// A second decoder of ITU-T G.726 at 24 kbit/s, written apart from the library's codec
-// and in another form: each block of the Recommendation's decoder diagram (FMULT, ACCUM,
-// MIX, ADDA, ANTILOG, ADDB, ADDC, FILTD, LIMB, FILTE, FILTA, FILTB, SUBTC, FILTC, TRIGA,
-// TRANS, UPA1, UPA2, LIMC, LIMD, UPB, TRIGB, FLOATA, FLOATB, TONE) as a function of
-// unsigned bit fields of the widths the Recommendation gives, with explicit masks. It
-// anchors the library's arithmetic: a wrong constant there is not confirmed here.
+// A second coder of ITU-T G.726 at 24 kbit/s, written apart from the library's codec
+// and in another form: each block of the Recommendation's diagrams (FMULT, ACCUM, MIX,
+// SUBTA, LOG, SUBTB, QUAN, ADDA, ANTILOG, ADDB, ADDC, FILTD, LIMB, FILTE, FILTA, FILTB,
+// SUBTC, FILTC, TRIGA, TRANS, UPA1, UPA2, LIMC, LIMD, UPB, TRIGB, FLOATA, FLOATB, TONE)
+// as a function of unsigned bit fields of the widths the Recommendation gives, with
+// explicit masks. It anchors the library's arithmetic: a wrong constant there is not
+// confirmed here.
 #pragma once
 
 #include <cstdint>
 
-class CG726BlockDecoder {
+class CG726BlockCoder {
 public:
+    // One 16-bit linear sample in (the coder takes its top 14 bits), the 3-bit code out.
+    unsigned Encode(std::int16_t sample)
+    {
+        Predict();
+        unsigned SL = static_cast<std::uint16_t>(sample) >> 2;         // 14 bits
+        unsigned SLX = (SL >> 13) ? SL + 49152 : SL;                  // to 16 bits
+        unsigned D = (SLX + 65536 - SignExtend15(m_SE)) & 0xFFFF;     // SUBTA
+        // LOG: base-2 logarithm of the magnitude, 4-bit exponent and 7-bit fraction.
+        unsigned DS = D >> 15;
+        unsigned DQM = DS ? (65536 - D) & 32767 : D;
+        unsigned EXP = Bits(DQM >> 1);
+        unsigned DL = (EXP << 7) + (((DQM << 7) >> EXP) & 127);
+        unsigned DLN = (DL + 4096 - (m_Y >> 2)) & 4095;                // SUBTB
+        // QUAN, 24 kbit/s: decision levels 0.06, 1.70 and 2.58 of log2|D| - Y.
+        unsigned IM = 0;
+        if (DLN < 2048)
+            IM = DLN >= 331 ? 3 : (DLN >= 218 ? 2 : (DLN >= 8 ? 1 : 0));
+        unsigned I = DS ? 7 - IM : (IM == 0 ? 7 : IM);
+        Adapt(I);
+        return I;
+    }
+
     // One 3-bit code in, the reconstructed signal SR (16-bit two's complement) out.
     std::int16_t Decode(unsigned I)
     {
-        I &= 7;
+        Predict();
+        return Adapt(I & 7);
+    }
+
+private:
+    // FMULT, ACCUM, LIMA and MIX: the signal estimate and the scale factor of a sample.
+    void Predict()
+    {
         unsigned SEZI = 0;
         for (int n = 0; n < 6; ++n)
             SEZI = (SEZI + Fmult(m_B[n], m_DQ[n])) & 0xFFFF;
         unsigned SEI = (SEZI + Fmult(m_A2, m_SR2) + Fmult(m_A1, m_SR1)) & 0xFFFF;
-        unsigned SEZ = SEZI >> 1; // 15 bits
-        unsigned SE = SEI >> 1;   // 15 bits
+        m_SEZ = SEZI >> 1; // 15 bits
+        m_SE = SEI >> 1;   // 15 bits
+        unsigned AL = (m_AP >= 256) ? 64 : m_AP >> 2;
+        m_Y = Mix(AL);
+    }
 
-        unsigned AL = (m_AP >= 256) ? 64 : m_AP >> 2; // LIMA
-        unsigned Y = Mix(AL);
-
+    // Everything after the quantizer: reconstruction and the adaptation of the state.
+    std::int16_t Adapt(unsigned I)
+    {
+        unsigned SE = m_SE;
+        unsigned SEZ = m_SEZ;
+        unsigned Y = m_Y;
         // RECONST: the sign is the top bit; negative codes are one's complements.
         unsigned DQS = I >> 2;
         unsigned IM = DQS ? 7 - I : I;
@@ -94,7 +130,6 @@ public:
         return static_cast<std::int16_t>(SR);
     }
 
-private:
     // 24 kbit/s tables by magnitude code |I|: log of the reconstructed difference
     // (12-bit two's complement, 2048 for minus infinity), W(I) in sixteenths (12-bit
     // two's complement), F(I).
@@ -218,4 +253,6 @@ private:
     unsigned m_PK1 = 0, m_PK2 = 0;
     unsigned m_YU = 544, m_YL = 34816;
     unsigned m_DMS = 0, m_DML = 0, m_AP = 0, m_TD = 0;
+    // Values of the sample in progress.
+    unsigned m_SEZ = 0, m_SE = 0, m_Y = 0;
 };
