@@ -144,78 +144,79 @@ short CAdpcm::FloatForm(int mag)
     return (exp << 6) + ((mag << 6) >> exp);
 }
 
-void CAdpcm::Update(int y, int wi, int fi, int dq, int sr, int dqsez, tag_G72XSTATE& state)
+// Transition detector: a difference far above the slow scale factor while a tone was
+// detected marks a change of signal, after which the predictor starts afresh.
+bool CAdpcm::IsTransition(int mag, const tag_G72XSTATE& state)
 {
-    short pk0 = (dqsez < 0) ? 1 : 0;
-    short mag = dq & 0x7FFF;
-
-    // Transition detector: a large difference after a tone marks a change of signal.
     short ylint = state.yl >> 15;
     short ylfrac = (state.yl >> 10) & 31;
     short thr = (ylint > 9) ? 31 << 10 : (32 + ylfrac) << ylint;
     short dqthr = (thr + (thr >> 1)) >> 1;
-    bool tr = state.td != 0 && mag > dqthr;
+    return state.td != 0 && mag > dqthr;
+}
 
-    // Quantizer scale factor adaptation.
-    state.yu = std::clamp(y + ((wi - y) >> 5), kYuMin, kYuMax);
-    state.yl += state.yu + ((-state.yl) >> 6);
+// Pole coefficients a[1] and a[0], each moved towards the correlation of the signs of the
+// partial signal estimate, and kept inside the stability triangle. Gives the new a[1].
+short CAdpcm::UpdatePoles(int pk0, int dqsez, tag_G72XSTATE& state)
+{
+    short pks1 = pk0 ^ state.pk[0];
+    short a2p = state.a[1] - (state.a[1] >> 7);
+    if (dqsez != 0) {
+        short fa1 = pks1 ? state.a[0] : -state.a[0];
+        if (fa1 < -8191)
+            a2p -= 256;
+        else if (fa1 > 8191)
+            a2p += 255;
+        else
+            a2p += fa1 >> 5;
 
-    // Adaptive predictor coefficients.
-    short a2p = 0;
-    if (tr) {
-        std::fill(std::begin(state.a), std::end(state.a), 0);
-        std::fill(std::begin(state.b), std::end(state.b), 0);
-    } else {
-        short pks1 = pk0 ^ state.pk[0];
-        a2p = state.a[1] - (state.a[1] >> 7);
-        if (dqsez != 0) {
-            short fa1 = pks1 ? state.a[0] : -state.a[0];
-            if (fa1 < -8191)
-                a2p -= 256;
-            else if (fa1 > 8191)
-                a2p += 255;
+        if (pk0 ^ state.pk[1]) {
+            if (a2p <= -12160)
+                a2p = -12288;
+            else if (a2p >= 12416)
+                a2p = 12288;
             else
-                a2p += fa1 >> 5;
-
-            if (pk0 ^ state.pk[1]) {
-                if (a2p <= -12160)
-                    a2p = -12288;
-                else if (a2p >= 12416)
-                    a2p = 12288;
-                else
-                    a2p -= 128;
-            } else {
-                if (a2p <= -12416)
-                    a2p = -12288;
-                else if (a2p >= 12160)
-                    a2p = 12288;
-                else
-                    a2p += 128;
-            }
-        }
-        state.a[1] = a2p;
-
-        state.a[0] -= state.a[0] >> 8;
-        if (dqsez != 0)
-            state.a[0] += (pks1 == 0) ? 192 : -192;
-        short a1ul = 15360 - a2p;
-        state.a[0] = std::clamp<short>(state.a[0], -a1ul, a1ul);
-
-        for (int i = 0; i < 6; ++i) {
-            state.b[i] -= state.b[i] >> 8;
-            if (mag != 0)
-                state.b[i] += ((dq ^ state.dq[i]) >= 0) ? 128 : -128;
+                a2p -= 128;
+        } else {
+            if (a2p <= -12416)
+                a2p = -12288;
+            else if (a2p >= 12160)
+                a2p = 12288;
+            else
+                a2p += 128;
         }
     }
+    state.a[1] = a2p;
 
-    // Delay line of the quantized difference, in floating form.
+    state.a[0] -= state.a[0] >> 8;
+    if (dqsez != 0)
+        state.a[0] += (pks1 == 0) ? 192 : -192;
+    short a1ul = 15360 - a2p;
+    state.a[0] = std::clamp<short>(state.a[0], -a1ul, a1ul);
+    return a2p;
+}
+
+// Zero coefficients: each leaks, and moves by the agreement of the signs of the new
+// difference and of the delayed one it weighs.
+void CAdpcm::UpdateZeros(int dq, int mag, tag_G72XSTATE& state)
+{
+    for (int i = 0; i < 6; ++i) {
+        state.b[i] -= state.b[i] >> 8;
+        if (mag != 0)
+            state.b[i] += ((dq ^ state.dq[i]) >= 0) ? 128 : -128;
+    }
+}
+
+// The delay lines of the quantized difference and of the reconstructed signal, in
+// floating form, and of the signs of the partial signal estimate.
+void CAdpcm::PushDelays(int dq, int mag, int sr, int pk0, tag_G72XSTATE& state)
+{
     std::copy_backward(state.dq, state.dq + 5, state.dq + 6);
     if (mag == 0)
         state.dq[0] = (dq >= 0) ? kFloatZero : kFloatNegativeZero;
     else
         state.dq[0] = FloatForm(mag) - ((dq < 0) ? kFloatNegativeOffset : 0);
 
-    // Delay line of the reconstructed signal, in floating form.
     state.sr[1] = state.sr[0];
     if (sr == 0)
         state.sr[0] = kFloatZero;
@@ -228,11 +229,12 @@ void CAdpcm::Update(int y, int wi, int fi, int dq, int sr, int dqsez, tag_G72XST
 
     state.pk[1] = state.pk[0];
     state.pk[0] = pk0;
+}
 
-    // Tone detector: a strongly negative second pole coefficient suggests a tone.
-    state.td = (!tr && a2p < -11776) ? 1 : 0;
-
-    // Adaptation speed control.
+// Adaptation speed control: ap moves towards 512, which selects the fast scale factor,
+// while the signal changes or is quiet, and towards 0, the slow one, while it is steady.
+void CAdpcm::UpdateSpeedControl(int y, int fi, bool tr, tag_G72XSTATE& state)
+{
     state.dms += (fi - state.dms) >> 5;
     state.dml += ((fi << 2) - state.dml) >> 7;
     if (tr)
@@ -241,6 +243,32 @@ void CAdpcm::Update(int y, int wi, int fi, int dq, int sr, int dqsez, tag_G72XST
         state.ap += (512 - state.ap) >> 4;
     else
         state.ap += (-state.ap) >> 4;
+}
+
+void CAdpcm::Update(int y, int wi, int fi, int dq, int sr, int dqsez, tag_G72XSTATE& state)
+{
+    short pk0 = (dqsez < 0) ? 1 : 0;
+    short mag = dq & 0x7FFF;
+    bool tr = IsTransition(mag, state);
+
+    // Quantizer scale factors: the fast one follows W(I), the slow one follows the fast.
+    state.yu = std::clamp(y + ((wi - y) >> 5), kYuMin, kYuMax);
+    state.yl += state.yu + ((-state.yl) >> 6);
+
+    short a2p = 0;
+    if (tr) {
+        std::fill(std::begin(state.a), std::end(state.a), 0);
+        std::fill(std::begin(state.b), std::end(state.b), 0);
+    } else {
+        a2p = UpdatePoles(pk0, dqsez, state);
+        UpdateZeros(dq, mag, state);
+    }
+    PushDelays(dq, mag, sr, pk0, state);
+
+    // Tone detector: a strongly negative second pole coefficient suggests a tone.
+    state.td = (!tr && a2p < -11776) ? 1 : 0;
+
+    UpdateSpeedControl(y, fi, tr, state);
 }
 
 int CAdpcm::EncodeSample(short s, tag_G72XSTATE& state)

@@ -74,6 +74,11 @@ private:
     static int Quantize(int d, int y);
     static int Reconstruct(int sign, int dqln, int y);
     static void Update(int y, int wi, int fi, int dq, int sr, int dqsez, tag_G72XSTATE& state);
+    static bool IsTransition(int mag, const tag_G72XSTATE& state);
+    static short UpdatePoles(int pk0, int dqsez, tag_G72XSTATE& state);
+    static void UpdateZeros(int dq, int mag, tag_G72XSTATE& state);
+    static void PushDelays(int dq, int mag, int sr, int pk0, tag_G72XSTATE& state);
+    static void UpdateSpeedControl(int y, int fi, bool tr, tag_G72XSTATE& state);
     static short FloatForm(int mag);
 
     bool IsEncoder() const;
