@@ -180,8 +180,8 @@ TEST(AdpcmCalls, EncoderRefusalsWriteNothingAndKeepTheState)
     BYTE byte = 0;
     EXPECT_EQ(pEncoder->Encode(nullptr, &byte, 8, 0), 0);
     EXPECT_EQ(pEncoder->Encode(pcm.data(), nullptr, 8, 0), 0);
-    std::vector<BYTE> decoderOut(3);
-    EXPECT_EQ(pEncoder->Decode(decoderOut.data(), pcm.data(), 3, 0), 0);
+    std::vector<BYTE> oneGroup(3);
+    EXPECT_EQ(pEncoder->Decode(oneGroup.data(), pcm.data(), 3, 0), 0);
 
     EXPECT_EQ(EncodeAll(*pEncoder, tail), expected);
 }
@@ -210,10 +210,10 @@ TEST(AdpcmCalls, DecoderRefusalsWriteNothingAndKeepTheState)
     short sample = 0;
     EXPECT_EQ(pDecoder->Decode(nullptr, &sample, 3, 0), 0);
     EXPECT_EQ(pDecoder->Decode(code.data(), nullptr, 3, 0), 0);
-    std::vector<short> pcm(8);
-    std::vector<BYTE> encoderOut(3, kGuardByte);
-    EXPECT_EQ(pDecoder->Encode(pcm.data(), encoderOut.data(), 8, 0), 0);
-    EXPECT_EQ(encoderOut, std::vector<BYTE>(3, kGuardByte));
+    std::vector<short> oneGroup(8);
+    std::vector<BYTE> encoded(3, kGuardByte);
+    EXPECT_EQ(pDecoder->Encode(oneGroup.data(), encoded.data(), 8, 0), 0);
+    EXPECT_EQ(encoded, std::vector<BYTE>(3, kGuardByte));
 
     EXPECT_EQ(DecodeAll(*pDecoder, tail), expected);
 }
