@@ -75,6 +75,7 @@ public:
 private:
     template <typename T> void StoreLittleEndian(T value);
     template <typename T> T LoadLittleEndian();
+    [[noreturn]] void ThrowArchiveException(int nCause) const;
     void EnsureStoring() const;
     void EnsureLoading() const;
     // Makes at least nBytes unread bytes available in the buffer, or throws endOfFile.
