@@ -2,10 +2,11 @@
 
 #include "capture/CVideo.h"
 #include "platform/CMemoryException.h"
+#include "platform/Disks.h"
 #include "platform/CTime.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <climits>
 #include <ctime>
 
 namespace {
@@ -124,9 +125,17 @@ BOOL ReadBlockRecord(CFile& file, tag_ZNBLOCKHEADER& block)
     return TRUE;
 }
 
+// Offsets of the format are 32 bits unsigned; those beyond the signed range of Seek are
+// reached in two steps.
 void SeekTo(CFile& file, DWORD dwPos)
 {
-    file.Seek(static_cast<LONG>(dwPos), CFile::begin);
+    constexpr DWORD dwMaxSeek = static_cast<DWORD>(LONG_MAX);
+    if (dwPos <= dwMaxSeek) {
+        file.Seek(static_cast<LONG>(dwPos), CFile::begin);
+        return;
+    }
+    file.Seek(static_cast<LONG>(dwMaxSeek), CFile::begin);
+    file.Seek(static_cast<LONG>(dwPos - dwMaxSeek), CFile::current);
 }
 
 void WriteDword(CFile& file, DWORD dwValue)
@@ -503,6 +512,8 @@ int CZnFile::WriteOneFrame(tag_ZNFRAMEDATA* pFrame)
     } catch (CMemoryException* pException) {
         ReportAndDelete(pException);
     }
+    // The next block change opens the disk file afresh.
+    m_pFile->Abort();
     return -1;
 }
 
@@ -644,7 +655,7 @@ void CZnFile::Flush()
         return;
     if (m_dwTotalFrames == 0) {
         m_pFile->Abort();
-        std::remove(m_strFileName);
+        DeleteFileA(m_strFileName);
         return;
     }
     if (m_pMemFile == nullptr)
