@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <climits>
 #include <ctime>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -921,6 +923,10 @@ int CZnFile::ClipFile(CString strNewFile, int nFirstBlock, int nLastBlock, int n
     if (CountClipFrames(nFirstBlock, nLastBlock, nLastFrames) == 0)
         return 0;
 
+    // Creating the clip over its own source would destroy the source.
+    std::error_code error;
+    if (std::filesystem::equivalent(static_cast<LPCSTR>(strNewFile), static_cast<LPCSTR>(m_strFileName), error))
+        return 0;
     CFile clip;
     if (!clip.Open(strNewFile, CFile::modeCreate | CFile::modeWrite))
         return 0;

@@ -123,6 +123,10 @@ TEST_F(ZnFileClip, EmptyOrInvalidClipsAreRefusedWithoutAFile)
     EXPECT_EQ(m_source.ClipFile(ClipPath().c_str(), nTotal, nTotal, 2), 0);
     EXPECT_EQ(m_source.ClipFile(ClipPath().c_str(), nTotal - 1, nTotal, 0), 0);
     EXPECT_EQ(m_source.ClipFile("", 0, 3, 0), 0);
+    EXPECT_EQ(m_source.ClipFile(m_dir.Path("source.zn").c_str(), 0, 3, 0), 0);
+    CZnFile reopened;
+    ASSERT_EQ(reopened.Open(m_dir.Path("source.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(reopened.GetTotalFrameNum(), m_frames.size());
     EXPECT_EQ(m_source.ClipFile(m_dir.Path("no/dir.zn").c_str(), 0, 3, 0), 0);
     struct stat status {};
     EXPECT_NE(stat(ClipPath().c_str(), &status), 0);

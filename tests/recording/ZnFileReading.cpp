@@ -2,6 +2,9 @@
 // position, and the fields of the head.
 #include "RecordingTestSupport.h"
 
+#include "platform/CArchive.h"
+#include "platform/CMemFile.h"
+
 namespace {
 
 // Blocks of 4, 2, 5 and 3 frames with sound, lost signal and empty sound among them.
@@ -207,6 +210,44 @@ TEST(ZnFileReadingTable, WriterCanBeReadBetweenBlockChanges)
     }
     EXPECT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 0);
     writer.Close();
+}
+
+} // namespace
+
+namespace {
+
+TEST(ZnFileReadingTable, TableStoresItselfAsCountAndTwelveByteEntries)
+{
+    static_assert(sizeof(tag_ZNBLOCKINFO) == 12);
+    CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&> table;
+    tag_ZNBLOCKINFO first{0x11223344, 160, 0xAABBCCDD};
+    tag_ZNBLOCKINFO second{0x55667788, 0, 7};
+    table.Add(first);
+    table.Add(second);
+    CMemFile memory;
+    {
+        CArchive archive(&memory, CArchive::store);
+        table.Serialize(archive);
+    }
+    const DWORD dwLength = memory.GetLength();
+    ASSERT_EQ(dwLength, 2u + 2 * 12);
+    std::vector<BYTE> bytes(dwLength);
+    memory.SeekToBegin();
+    memory.Read(bytes.data(), dwLength);
+    EXPECT_EQ(GetLe16(bytes, 0), 2);
+    EXPECT_EQ(GetLe32(bytes, 2), 0x11223344u);
+    EXPECT_EQ(GetLe32(bytes, 6), 160u);
+    EXPECT_EQ(GetLe32(bytes, 10), 0xAABBCCDDu);
+    EXPECT_EQ(GetLe32(bytes, 14), 0x55667788u);
+
+    memory.SeekToBegin();
+    CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&> loaded;
+    {
+        CArchive archive(&memory, CArchive::load);
+        loaded.Serialize(archive);
+    }
+    ASSERT_EQ(loaded.GetSize(), 2);
+    EXPECT_EQ(loaded[1].dwTimeStamp, 7u);
 }
 
 } // namespace

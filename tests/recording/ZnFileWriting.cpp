@@ -268,3 +268,30 @@ TEST(ZnFileWriting, NamesLongerThanAReaderTakesAreCut)
 }
 
 } // namespace
+
+namespace {
+
+TEST(ZnFileWritingLimits, BlockCounterNeverWraps)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile file;
+    ASSERT_EQ(file.Open(dir.Path("full.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    tag_ZNFRAMEDATA frame{ZNFRAME_I, 0, 0, 0, nullptr, 0, nullptr};
+    ASSERT_EQ(file.WriteOneFrame(&frame), 1);
+    frame.wFrameType = ZNFRAME_P;
+    for (DWORD i = 1; i < 0xFFFF; ++i)
+        ASSERT_EQ(file.WriteOneFrame(&frame), 1);
+    // The block holds 65535 frames: only a key frame, which starts a new block, goes in.
+    EXPECT_EQ(file.WriteOneFrame(&frame), 0);
+    frame.wFrameType = ZNFRAME_I;
+    EXPECT_EQ(file.WriteOneFrame(&frame), 1);
+    file.Close();
+
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("full.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 0xFFFFu);
+    EXPECT_EQ(reader.GetTotalFrameNum(), 0x10000u);
+}
+
+} // namespace
