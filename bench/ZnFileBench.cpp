@@ -170,10 +170,10 @@ void BM_OpenTenThousandBlocks(benchmark::State& state)
 }
 
 // Coded frames of a small picture, of 320 x 240 and of 704 x 288 at a high rate.
-BENCHMARK(BM_WriteOneFrame)->Arg(2048)->Arg(12288)->Arg(65536)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PlainWrite)->Arg(2048)->Arg(12288)->Arg(65536)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadOneFrameSequential)->Arg(2048)->Arg(12288)->Arg(65536)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_OpenTenThousandBlocks)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteOneFrame)->Arg(2048)->Arg(12288)->Arg(65536)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_PlainWrite)->Arg(2048)->Arg(12288)->Arg(65536)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ReadOneFrameSequential)->Arg(2048)->Arg(12288)->Arg(65536)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_OpenTenThousandBlocks)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 
