@@ -166,6 +166,21 @@ int ComputeGmtOffset()
     return nGmt;
 }
 
+struct PictureSize {
+    tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
+    int nWidth = 0;
+    int nHeight = 0;
+};
+
+// The picture of the head's frame size; a head that passed the checks always has one.
+PictureSize LookUpPicture(const tag_ZNFILEHEADER& header)
+{
+    PictureSize picture;
+    CVideo::GetVideoSize(static_cast<tag_FRAMESIZE>(header.byFrameSize), picture.nStandard,
+                         picture.nWidth, picture.nHeight);
+    return picture;
+}
+
 void ReportAndDelete(CException* pException)
 {
     pException->ReportError();
@@ -858,29 +873,17 @@ tag_SOUNDFMT CZnFile::GetSoundFormat() const
 
 int CZnFile::GetVideoWidth() const
 {
-    tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
-    int nWidth = 0;
-    int nHeight = 0;
-    CVideo::GetVideoSize(static_cast<tag_FRAMESIZE>(m_Header.byFrameSize), nStandard, nWidth, nHeight);
-    return nWidth;
+    return LookUpPicture(m_Header).nWidth;
 }
 
 int CZnFile::GetVideoHeight() const
 {
-    tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
-    int nWidth = 0;
-    int nHeight = 0;
-    CVideo::GetVideoSize(static_cast<tag_FRAMESIZE>(m_Header.byFrameSize), nStandard, nWidth, nHeight);
-    return nHeight;
+    return LookUpPicture(m_Header).nHeight;
 }
 
 tag_VIDEOSTANDARD CZnFile::GetVideoStandard() const
 {
-    tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
-    int nWidth = 0;
-    int nHeight = 0;
-    CVideo::GetVideoSize(static_cast<tag_FRAMESIZE>(m_Header.byFrameSize), nStandard, nWidth, nHeight);
-    return nStandard;
+    return LookUpPicture(m_Header).nStandard;
 }
 
 CString CZnFile::GetBoardName() const
