@@ -263,19 +263,27 @@ void CEncodeParam::KeepMatchingAreas(CObList& newList)
         auto* pNew = static_cast<CMaskInfo*>(newList.GetNext(posNew));
         if (pNew == nullptr)
             continue;
-        for (POSITION posOld = m_MaskList.GetHeadPosition(); posOld != nullptr;) {
-            const POSITION posCandidate = posOld;
-            auto* pOld = static_cast<CMaskInfo*>(m_MaskList.GetNext(posOld));
-            if (pOld != nullptr && *pOld == *pNew) {
-                m_MaskList.RemoveAt(posCandidate);
-                newList.SetAt(posThis, pOld);
-                if (pNew != pOld)
-                    delete pNew;
-                break;
-            }
-        }
+        const POSITION posOld = FindEqualArea(*pNew);
+        if (posOld == nullptr)
+            continue;
+        auto* pOld = static_cast<CMaskInfo*>(m_MaskList.GetAt(posOld));
+        m_MaskList.RemoveAt(posOld);
+        newList.SetAt(posThis, pOld);
+        if (pNew != pOld)
+            delete pNew;
     }
     DeleteMaskInfo();
+}
+
+POSITION CEncodeParam::FindEqualArea(const CMaskInfo& mask) const
+{
+    for (POSITION pos = m_MaskList.GetHeadPosition(); pos != nullptr;) {
+        const POSITION posFound = pos;
+        const auto* pArea = static_cast<const CMaskInfo*>(m_MaskList.GetNext(pos));
+        if (pArea != nullptr && *pArea == mask)
+            return posFound;
+    }
+    return nullptr;
 }
 
 void CEncodeParam::Serialize(CArchive& ar)

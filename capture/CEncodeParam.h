@@ -23,13 +23,13 @@ inline constexpr DWORD ENCODEPARAM_CHECKSEN = 0x10000000;
 // SetParam only; the flat buffer doesn't carry it.
 inline constexpr DWORD ENCODEPARAM_CHECKVIDEO = 0x08000000;
 
-// The wave-in device id that stands for the system's default device.
-inline constexpr DWORD WAVE_MAPPER_DEVICE = 0xFFFFFFFF;
-
 class ZNDVR_API CEncodeParam : public CObject {
     DECLARE_SERIAL(CEncodeParam)
 
 public:
+    // The sound device id that stands for the system's default wave-in device.
+    static constexpr DWORD kWaveMapper = 0xFFFFFFFF;
+
     // Answers for a rectangle, in pixels of the coded picture, whether it moved in the
     // frame just coded: the channel passes its encoder's IsAreaMove.
     using AreaMoveTest = std::function<BOOL(const CRect& rcArea)>;
@@ -60,13 +60,14 @@ public:
     void SetParam(CEncodeParam* pParam, DWORD dwMask);
 
     // Takes the settings (all but m_bCheckVideo) and the areas of pParam, leaving
-    // pParam's list empty. The result is exactly pParam's list, in its order, with one
-    // rule: an area of pParam equal (operator==) to an area that this object already
-    // holds is replaced by that area, so that a camera whose host sends the same areas
-    // again keeps its running motion state. Each area of this object serves at most one
-    // area of pParam, the first equal one; the other equal copies come over as they are.
-    // Areas of this object that pParam's list doesn't hold are deleted. A null pParam,
-    // or this object itself, does nothing.
+    // pParam's list empty. A host sends its whole wish, so the areas afterwards are
+    // exactly pParam's list, in its order, with one rule: walking that list in order, an
+    // area equal (operator==: same size, same rectangle) to an area that this object
+    // already holds, and that no earlier area has claimed, is replaced by this object's
+    // area, which keeps its running motion state; pParam's copy is deleted. The other
+    // areas of pParam come over as they are, with their state. Areas of this object
+    // that pParam's list doesn't hold are deleted. A null pParam, or this object itself,
+    // does nothing.
     void SetMaskInfo(CEncodeParam* pParam);
 
     // The archive form, the same both ways, without class tags. Loading replaces the areas.
@@ -84,7 +85,7 @@ public:
     int m_nAlarmFrameNum = 3;
     int m_bEncodeMode = 1;
     int m_bEncodeSound = 0;
-    DWORD m_dwSoundDev = WAVE_MAPPER_DEVICE;
+    DWORD m_dwSoundDev = kWaveMapper;
     int m_nCheckSen = 16;
     CObList m_MaskList;
     int m_bCheckVideo = 1;
@@ -92,7 +93,9 @@ public:
 private:
     // Takes the scalar settings that SetMaskInfo moves over.
     void CopyScalarSettings(const CEncodeParam& src);
-    // Replaces each area of pParam's list that equals an area of this list by that
-    // area, deleting the copy; deletes the areas of this list that found no partner.
+    // Replaces each area of newList that equals an unclaimed area of this list by that
+    // area, deleting the copy; then deletes the areas of this list that found no partner.
     void KeepMatchingAreas(CObList& newList);
+    // Position of the first area of this list equal to mask, or null.
+    POSITION FindEqualArea(const CMaskInfo& mask) const;
 };
