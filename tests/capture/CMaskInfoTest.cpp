@@ -91,52 +91,31 @@ TEST(CMaskInfoAlarm, ThreeMovingFramesAlarmAndAStillFrameClears)
     EXPECT_EQ(aMove, (std::vector<int>{1, 1, 1, 0}));
 }
 
-TEST(CMaskInfoAlarm, SteadyMotionAlarmsOnceEveryThresholdFrames)
+// Runs of frames and the alarm after each: steady motion alarms once every threshold
+// frames, a still frame starts the count again, no motion never alarms, thresholds of
+// 0 and 1 alarm in every moving frame, and any nonzero answer counts as motion.
+TEST(CMaskInfoAlarm, RunsOfFramesAlarmOnceTheThresholdIsReached)
 {
-    CMaskInfo mask;
-    std::vector<int> aMove;
-    std::vector<int> aAlarm;
-    RunFrames(mask, {1, 1, 1, 1, 1, 1, 1}, 3, aMove, aAlarm);
-    EXPECT_EQ(aAlarm, (std::vector<int>{0, 0, 1, 0, 0, 1, 0}));
-}
-
-TEST(CMaskInfoAlarm, AStillFrameInsideARunStartsTheCountAgain)
-{
-    CMaskInfo mask;
-    std::vector<int> aMove;
-    std::vector<int> aAlarm;
-    RunFrames(mask, {1, 1, 0, 1, 1, 1}, 3, aMove, aAlarm);
-    EXPECT_EQ(aAlarm, (std::vector<int>{0, 0, 0, 0, 0, 1}));
-}
-
-TEST(CMaskInfoAlarm, AnAreaWithoutMovementStaysQuiet)
-{
-    CMaskInfo mask;
-    std::vector<int> aMove;
-    std::vector<int> aAlarm;
-    RunFrames(mask, {0, 0, 0, 0}, 1, aMove, aAlarm);
-    EXPECT_EQ(aAlarm, (std::vector<int>{0, 0, 0, 0}));
-    EXPECT_EQ(aMove, (std::vector<int>{0, 0, 0, 0}));
-}
-
-TEST(CMaskInfoAlarm, ThresholdsOfZeroAndOneAlarmInEveryMovingFrame)
-{
-    for (int nThreshold : {0, 1}) {
+    struct Run {
+        std::vector<int> aMoves;
+        int nThreshold;
+        std::vector<int> aAlarms;
+    };
+    const Run aRuns[] = {
+        {{1, 1, 1, 1, 1, 1, 1}, 3, {0, 0, 1, 0, 0, 1, 0}},
+        {{1, 1, 0, 1, 1, 1}, 3, {0, 0, 0, 0, 0, 1}},
+        {{0, 0, 0, 0}, 1, {0, 0, 0, 0}},
+        {{1, 1, 1}, 0, {1, 1, 1}},
+        {{1, 1, 1}, 1, {1, 1, 1}},
+        {{7, -1}, 2, {0, 1}},
+    };
+    for (const Run& run : aRuns) {
         CMaskInfo mask;
         std::vector<int> aMove;
         std::vector<int> aAlarm;
-        RunFrames(mask, {1, 1, 1}, nThreshold, aMove, aAlarm);
-        EXPECT_EQ(aAlarm, (std::vector<int>{1, 1, 1})) << "threshold " << nThreshold;
+        RunFrames(mask, run.aMoves, run.nThreshold, aMove, aAlarm);
+        EXPECT_EQ(aAlarm, run.aAlarms) << "threshold " << run.nThreshold;
     }
-}
-
-TEST(CMaskInfoAlarm, AnyNonzeroAnswerCountsAsMovement)
-{
-    CMaskInfo mask;
-    mask.SetAreaMove(7, 2);
-    mask.SetAreaMove(-1, 2);
-    EXPECT_EQ(mask.IsAlarm(), 1);
-    EXPECT_EQ(mask.IsMove(), 1);
 }
 
 TEST(CMaskInfoScaling, SetVideoSizeScalesEachEdgeRoundingDownAndStoresTheSize)
@@ -149,13 +128,6 @@ TEST(CMaskInfoScaling, SetVideoSizeScalesEachEdgeRoundingDownAndStoresTheSize)
     // Back up: the stored size names the rectangle's units, so scaling composes.
     mask.SetVideoSize(640, 480);
     EXPECT_EQ(mask.GetMaskRect(), CRect(100, 50, 302, 478));
-}
-
-TEST(CMaskInfoScaling, TheSameSizeLeavesTheRectangleAlone)
-{
-    CMaskInfo mask = MakeMask(1, 2, 3, 4, 352, 288);
-    mask.SetVideoSize(352, 288);
-    EXPECT_EQ(mask.GetMaskRect(), CRect(1, 2, 3, 4));
 }
 
 TEST(CMaskInfoScaling, ChangingOnlyOneAxisScalesOnlyThatAxis)
