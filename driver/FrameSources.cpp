@@ -300,7 +300,8 @@ public:
         m_planes.assign(nLuma + 2 * nChroma, 0);
         m_pU = m_planes.data() + nLuma;
         m_pV = m_pU + nChroma;
-        return ReadNextFrame();
+        // The file must hold one whole frame; delivery then starts with that frame.
+        return ReadFrameAtCursor() && fseeko(m_pFile, m_nFirstFrame, SEEK_SET) == 0;
     }
 
     void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD) override
