@@ -20,6 +20,7 @@ std::shared_ptr<CVirtualBoard> CVirtualBoard::Create(const tag_VIRTUALBOARD& set
         if (nCamera < static_cast<int>(setup.sources.size()))
             source = setup.sources[nCamera];
         auto pInput = std::make_unique<tag_CAMERAINPUT>();
+        pInput->record = source;
         pInput->pSource = CreateFrameSource(source);
         if (pInput->pSource == nullptr)
             return nullptr;
@@ -67,6 +68,13 @@ int CVirtualBoard::GetStreamCameras(int nStream) const
 int CVirtualBoard::GetFirstCamera(int nStream) const
 {
     return nStream > 0 ? nStream * GetStreamCameras(0) : 0;
+}
+
+tag_CAMERASOURCE CVirtualBoard::GetCameraSource(int nCamera) const
+{
+    if (nCamera < 0 || nCamera >= static_cast<int>(m_inputs.size()))
+        return tag_CAMERASOURCE{};
+    return m_inputs[nCamera]->record;
 }
 
 tag_PACING CVirtualBoard::GetPacing() const

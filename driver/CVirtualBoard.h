@@ -78,6 +78,10 @@ public:
     int GetStreamCameras(int nStream) const;
     int GetFirstCamera(int nStream) const;
 
+    // The source record of board-wide camera nCamera; a default record for a camera the
+    // board doesn't have.
+    tag_CAMERASOURCE GetCameraSource(int nCamera) const;
+
     tag_PACING GetPacing() const;
     int GetFramesPerSecond(tag_VIDEOSTANDARD1 nStandard) const;
 
@@ -105,6 +109,7 @@ private:
     // One camera input: its source, used by one driver thread at a time.
     struct tag_CAMERAINPUT {
         std::mutex mutexSource;
+        tag_CAMERASOURCE record;
         std::unique_ptr<CFrameSource> pSource;
     };
 

@@ -1,7 +1,18 @@
 // The table of the host program's commands, in the order --help lists them.
 #include "Commands.h"
 
+int RunBoardsCommand(std::span<char* const> args);
+
+namespace {
+
+constexpr ToolCommand kCommands[] = {
+    {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
+     &RunBoardsCommand},
+};
+
+} // namespace
+
 std::span<const ToolCommand> GetToolCommands()
 {
-    return {};
+    return kCommands;
 }
