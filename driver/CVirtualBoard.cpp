@@ -67,7 +67,9 @@ int CVirtualBoard::GetStreamCameras(int nStream) const
 
 int CVirtualBoard::GetFirstCamera(int nStream) const
 {
-    return nStream > 0 ? nStream * GetStreamCameras(0) : 0;
+    if (nStream <= 0 || nStream >= GetStreamCount())
+        return 0;
+    return nStream * GetStreamCameras(0);
 }
 
 tag_CAMERASOURCE CVirtualBoard::GetCameraSource(int nCamera) const

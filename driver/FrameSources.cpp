@@ -323,7 +323,7 @@ public:
     }
 
 private:
-    static constexpr int kMaxDimension = 8192;
+    static constexpr int kMaxDimension = 4096;
     static constexpr std::size_t kMaxHeaderLine = 4096;
 
     int SourceColumn(int x, int nWidth) const

@@ -85,6 +85,9 @@ TEST_F(StreamTest, AnswersReadsInOrderWithStreamAndCameraAndTheCamerasFrame)
     const tag_STREAMRECORD record = CVirtualRack::GetBoard(0)->GetStreamRecord(1);
     EXPECT_EQ(record.dwOrders, 5u);
     EXPECT_EQ(record.dwFramesDelivered, 5u);
+    ASSERT_EQ(record.nHistory, 5);
+    EXPECT_EQ(record.history[2].nCamera, 1);
+    EXPECT_EQ(record.history[3].nCamera, 0);
 }
 
 TEST_F(StreamTest, FrameFillsTheDeliveredSizeAsUyvyAndNoMore)

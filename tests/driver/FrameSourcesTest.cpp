@@ -211,7 +211,8 @@ std::string WriteFile(const std::string& strName, const std::string& strContent)
 
 TEST(FrameSources, RefusesY4mFilesThatAreNot8Bit420OrAreBroken)
 {
-    const std::string strFrame = "FRAME\n" + std::string(4 * 2 + 2 * 1, '\x50');
+    // 4 x 2 luma samples and two chroma planes of 2 x 1.
+    const std::string strFrame = "FRAME\n" + std::string(4 * 2 + 2 * 2, '\x50');
     const std::pair<const char*, std::string> files[] = {
         {"empty", ""},
         {"nomagic", "YUV4MPEG W4 H2\n" + strFrame},
@@ -225,7 +226,7 @@ TEST(FrameSources, RefusesY4mFilesThatAreNot8Bit420OrAreBroken)
         {"mono", "YUV4MPEG2 W4 H2 Cmono\n" + strFrame},
         {"noframe", "YUV4MPEG2 W4 H2\n"},
         {"shortframe", "YUV4MPEG2 W4 H2\nFRAME\n\x50\x50\x50"},
-        {"badframe", "YUV4MPEG2 W4 H2\nFRAMX\n" + std::string(10, '\x50')},
+        {"badframe", "YUV4MPEG2 W4 H2\nFRAMX\n" + std::string(12, '\x50')},
         {"endlessheader", "YUV4MPEG2 W4 H2 " + std::string(100000, 'X')},
     };
     for (const auto& [strName, strContent] : files) {
