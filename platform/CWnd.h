@@ -183,8 +183,6 @@ protected:
 private:
     friend LRESULT AfxCallWndProc(CWnd* pWnd, HWND hWnd, UINT nMsg, WPARAM wParam,
                                   LPARAM lParam);
-
-    MSG m_msgCurrent;
 };
 
 // Hands a message to the window procedure of pWnd. Used by SendMessage and

@@ -53,14 +53,19 @@ inline constexpr DWORD QS_ALLEVENTS = QS_INPUT | QS_POSTMESSAGE | QS_TIMER | QS_
 inline constexpr DWORD QS_ALLINPUT = QS_ALLEVENTS | QS_SENDMESSAGE;
 
 // Posting: FALSE when the window is gone or its thread has ended; PostThreadMessage
-// also fails while the target thread has no queue yet.
+// also fails while the target thread has no queue yet. PostMessage to NULL posts a
+// thread message to the calling thread. PostQuitMessage asks the calling thread's
+// loop to end once the messages posted before are taken.
 ZNDVR_API BOOL PostMessage(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam);
 ZNDVR_API BOOL PostThreadMessage(DWORD idThread, UINT Msg, WPARAM wParam, LPARAM lParam);
 ZNDVR_API void PostQuitMessage(int nExitCode);
 
 // Calls the window's procedure on the window's thread and returns its result. From
 // another thread the caller waits and meanwhile serves messages sent to its own
-// thread. 0 when the window is gone or its thread ends before answering.
+// thread. 0 when the window is gone or its thread ends before answering. The owner
+// serves sends in GetMessage, PeekMessage and its own SendMessage, not in the waits
+// of WinThreads.h: a thread that waits there for a thread that sends to it waits
+// for ever, so it waits with MsgWaitForMultipleObjects and QS_SENDMESSAGE instead.
 ZNDVR_API LRESULT SendMessage(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam);
 
 // Retrieval. Messages sent from other threads are served first, then posted

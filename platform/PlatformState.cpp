@@ -1,0 +1,309 @@
+#include "platform/PlatformState.h"
+
+#include "platform/CWnd.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace zndvr {
+
+namespace {
+
+// Owns the calling thread's record; at thread end it takes the record out.
+class ThreadStateHolder {
+public:
+    ~ThreadStateHolder()
+    {
+        if (m_pState == nullptr)
+            return;
+        PlatformLock lock(GetPlatformState().m_mutex);
+        EndCurrentThreadState(lock);
+    }
+
+    std::unique_ptr<ThreadState> m_pState;
+};
+
+thread_local ThreadStateHolder t_holder;
+
+ThreadState& MakeCurrentThreadState(DWORD dwThreadId)
+{
+    PlatformState& state = GetPlatformState();
+    t_holder.m_pState = std::make_unique<ThreadState>();
+    ThreadState& self = *t_holder.m_pState;
+    self.m_dwThreadId = dwThreadId;
+    state.m_threads[dwThreadId] = &self;
+    return self;
+}
+
+bool IsSuspended(const ThreadState& self)
+{
+    return self.m_pThreadObject != nullptr && self.m_pThreadObject->m_dwSuspendCount > 0;
+}
+
+bool HasTimedOut(const ThreadState& self)
+{
+    return self.m_dwWaitTimeout != INFINITE &&
+           GetNowMs() - self.m_tWaitStart >= self.m_dwWaitTimeout;
+}
+
+bool MayReturn(const ThreadState& self)
+{
+    return !IsSuspended(self) && ((*self.m_pfnReady)() || HasTimedOut(self));
+}
+
+std::chrono::steady_clock::time_point ToSteadyTime(TimeMs tMs)
+{
+    return std::chrono::steady_clock::time_point(std::chrono::milliseconds(tMs));
+}
+
+} // namespace
+
+bool EventObject::IsSignalledFor(DWORD) const
+{
+    return m_bSignalled;
+}
+
+bool EventObject::AcquireFor(DWORD)
+{
+    if (!m_bManualReset)
+        m_bSignalled = false;
+    return false;
+}
+
+bool MutexObject::IsSignalledFor(DWORD dwThreadId) const
+{
+    return m_dwOwner == 0 || m_dwOwner == dwThreadId;
+}
+
+bool MutexObject::AcquireFor(DWORD dwThreadId)
+{
+    bool bAbandoned = m_bAbandoned;
+    m_bAbandoned = false;
+    m_dwOwner = dwThreadId;
+    ++m_nRecursion;
+    return bAbandoned;
+}
+
+bool ThreadObject::IsSignalledFor(DWORD) const
+{
+    return m_bEnded;
+}
+
+bool ThreadObject::AcquireFor(DWORD)
+{
+    return false;
+}
+
+PlatformState& GetPlatformState()
+{
+    static PlatformState* s_pState = new PlatformState;
+    return *s_pState;
+}
+
+ThreadState& GetCurrentThreadState([[maybe_unused]] PlatformLock& lock)
+{
+    if (t_holder.m_pState != nullptr)
+        return *t_holder.m_pState;
+    return MakeCurrentThreadState(GetPlatformState().m_dwNextThreadId++);
+}
+
+ThreadState& GetCurrentQueue(PlatformLock& lock)
+{
+    ThreadState& self = GetCurrentThreadState(lock);
+    self.m_bHasQueue = true;
+    return self;
+}
+
+ThreadState* FindQueue(DWORD dwThreadId)
+{
+    PlatformState& state = GetPlatformState();
+    auto it = state.m_threads.find(dwThreadId);
+    if (it == state.m_threads.end() || !it->second->m_bHasQueue)
+        return nullptr;
+    return it->second;
+}
+
+ThreadState& AttachThreadObject([[maybe_unused]] PlatformLock& lock, const std::shared_ptr<ThreadObject>& pThread)
+{
+    ThreadState& self = MakeCurrentThreadState(pThread->m_dwThreadId);
+    self.m_pThreadObject = pThread;
+    return self;
+}
+
+namespace {
+
+void ReleaseSenders(ThreadState& self)
+{
+    for (const std::shared_ptr<SentMessage>& pSent : self.m_sent)
+        pSent->m_bDone = true;
+    self.m_sent.clear();
+}
+
+void ForgetWindowsOf(DWORD dwThreadId)
+{
+    PlatformState& state = GetPlatformState();
+    std::vector<std::uintptr_t> owned;
+    for (const auto& [nHandle, record] : state.m_windows) {
+        if (record.m_dwThreadId == dwThreadId)
+            owned.push_back(nHandle);
+    }
+    for (std::uintptr_t nHandle : owned) {
+        state.m_windows[nHandle].m_pWnd->m_hWnd = nullptr;
+        state.m_windows.erase(nHandle);
+    }
+}
+
+void AbandonMutexesOf(DWORD dwThreadId)
+{
+    for (auto& [nHandle, pObject] : GetPlatformState().m_handles) {
+        auto* pMutex = dynamic_cast<MutexObject*>(pObject.get());
+        if (pMutex != nullptr && pMutex->m_dwOwner == dwThreadId) {
+            pMutex->m_dwOwner = 0;
+            pMutex->m_nRecursion = 0;
+            pMutex->m_bAbandoned = true;
+        }
+    }
+}
+
+} // namespace
+
+void EndCurrentThreadState([[maybe_unused]] PlatformLock& lock)
+{
+    if (t_holder.m_pState == nullptr)
+        return;
+    ThreadState& self = *t_holder.m_pState;
+    ReleaseSenders(self);
+    ForgetWindowsOf(self.m_dwThreadId);
+    AbandonMutexesOf(self.m_dwThreadId);
+    GetPlatformState().m_threads.erase(self.m_dwThreadId);
+    t_holder.m_pState.reset();
+    WakeBlockedThreads();
+}
+
+TimeMs GetNowMs()
+{
+    const PlatformState& state = GetPlatformState();
+    if (state.m_bTestClock)
+        return state.m_tTestNow;
+    auto since = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<TimeMs>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+}
+
+bool BlockUntil(PlatformLock& lock, ThreadState& self, const std::function<bool()>& fnReady,
+                DWORD dwTimeout, const std::function<std::optional<TimeMs>()>& fnNextDue)
+{
+    PlatformState& state = GetPlatformState();
+    self.m_pfnReady = &fnReady;
+    self.m_tWaitStart = GetNowMs();
+    self.m_dwWaitTimeout = dwTimeout;
+    state.m_blocked.push_back(&self);
+    state.m_cvIdle.notify_all();
+    while (!MayReturn(self)) {
+        std::optional<TimeMs> tWake;
+        if (dwTimeout != INFINITE)
+            tWake = self.m_tWaitStart + dwTimeout;
+        std::optional<TimeMs> tDue = fnNextDue ? fnNextDue() : std::nullopt;
+        if (tDue && (!tWake || *tDue < *tWake))
+            tWake = tDue;
+        if (state.m_bTestClock || !tWake)
+            self.m_cvWake.wait(lock);
+        else
+            self.m_cvWake.wait_until(lock, ToSteadyTime(*tWake));
+    }
+    bool bReady = fnReady();
+    std::erase(state.m_blocked, &self);
+    self.m_pfnReady = nullptr;
+    return bReady;
+}
+
+bool IsThreadIdle(const ThreadState& thread)
+{
+    return !MayReturn(thread);
+}
+
+void PassSuspensionPoint(PlatformLock& lock, ThreadState& self)
+{
+    if (!IsSuspended(self))
+        return;
+    static const std::function<bool()> fnAlways = [] { return true; };
+    BlockUntil(lock, self, fnAlways, INFINITE);
+}
+
+void WakeBlockedThreads()
+{
+    PlatformState& state = GetPlatformState();
+    for (ThreadState* pThread : state.m_blocked)
+        pThread->m_cvWake.notify_one();
+    state.m_cvIdle.notify_all();
+}
+
+void WakeThread(ThreadState& thread)
+{
+    thread.m_cvWake.notify_one();
+    GetPlatformState().m_cvIdle.notify_all();
+}
+
+void WakeObjectWaiters()
+{
+    PlatformState& state = GetPlatformState();
+    for (ThreadState* pThread : state.m_blocked) {
+        if (pThread->m_bWaitsForObjects)
+            pThread->m_cvWake.notify_one();
+    }
+    state.m_cvIdle.notify_all();
+}
+
+void RestartTimedWaits()
+{
+    PlatformState& state = GetPlatformState();
+    TimeMs tNow = GetNowMs();
+    for (auto& [dwThreadId, pThread] : state.m_threads) {
+        for (WindowTimer& timer : pThread->m_timers)
+            timer.m_tDue = tNow + timer.m_nElapse;
+    }
+    for (ThreadState* pThread : state.m_blocked)
+        pThread->m_tWaitStart = tNow;
+    WakeBlockedThreads();
+}
+
+std::shared_ptr<KernelObject> FindHandle(HANDLE hObject)
+{
+    PlatformState& state = GetPlatformState();
+    auto it = state.m_handles.find(reinterpret_cast<std::uintptr_t>(hObject));
+    return it == state.m_handles.end() ? nullptr : it->second;
+}
+
+HANDLE AddHandle(std::shared_ptr<KernelObject> pObject)
+{
+    PlatformState& state = GetPlatformState();
+    std::uintptr_t nHandle = state.m_nNextHandle;
+    state.m_nNextHandle += 4;
+    state.m_handles.emplace(nHandle, std::move(pObject));
+    return reinterpret_cast<HANDLE>(nHandle);
+}
+
+WindowRecord* FindWindow(HWND hWnd)
+{
+    PlatformState& state = GetPlatformState();
+    auto it = state.m_windows.find(reinterpret_cast<std::uintptr_t>(hWnd));
+    return it == state.m_windows.end() ? nullptr : &it->second;
+}
+
+void RemoveWindow(HWND hWnd)
+{
+    PlatformState& state = GetPlatformState();
+    WindowRecord* pRecord = FindWindow(hWnd);
+    if (pRecord == nullptr)
+        return;
+    auto itOwner = state.m_threads.find(pRecord->m_dwThreadId);
+    if (itOwner != state.m_threads.end()) {
+        ThreadState& owner = *itOwner->second;
+        std::erase_if(owner.m_posted, [hWnd](const MSG& msg) { return msg.hwnd == hWnd; });
+        std::erase_if(owner.m_timers,
+                      [hWnd](const WindowTimer& timer) { return timer.m_hWnd == hWnd; });
+    }
+    state.m_windows.erase(reinterpret_cast<std::uintptr_t>(hWnd));
+    WakeBlockedThreads();
+}
+
+} // namespace zndvr
