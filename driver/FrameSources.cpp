@@ -388,8 +388,7 @@ private:
         return std::fread(m_planes.data(), 1, m_planes.size(), m_pFile) == m_planes.size();
     }
 
-    // The next frame, or the first one again at the end of the file. A frame that can't
-    // be read leaves the previous picture in place.
+    // The next frame, or the first one again at the end of the file.
     bool ReadNextFrame()
     {
         if (ReadFrameAtCursor())
@@ -405,6 +404,59 @@ private:
     std::vector<BYTE> m_planes;
     BYTE* m_pU = nullptr;
     BYTE* m_pV = nullptr;
+};
+
+// Raw UYVY footage: frames of a size the file doesn't state, back to back, read one
+// per delivered frame and started over at the end. Each delivered pixel takes the
+// nearest sample, and its chroma that of the sample's pair.
+class CUyvyFileSource : public CFrameSource {
+public:
+    ~CUyvyFileSource() override
+    {
+        if (m_pFile != nullptr)
+            std::fclose(m_pFile);
+    }
+
+    bool Open(const std::string& strFile, int nWidth, int nHeight)
+    {
+        if (nWidth <= 0 || nWidth % 2 != 0 || nWidth > kMaxDimension || nHeight <= 0 || nHeight > kMaxDimension)
+            return false;
+        m_nWidth = nWidth;
+        m_nHeight = nHeight;
+        m_picture.assign(static_cast<std::size_t>(nWidth) * nHeight * 2, 0);
+        m_pFile = std::fopen(strFile.c_str(), "rb");
+        return m_pFile != nullptr && ReadFrame() && std::fseek(m_pFile, 0, SEEK_SET) == 0;
+    }
+
+    void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD) override
+    {
+        if (!ReadFrame() && std::fseek(m_pFile, 0, SEEK_SET) == 0)
+            ReadFrame();
+        for (int y = 0; y < format.nHeight; ++y) {
+            const int nSourceY = static_cast<int>(static_cast<long long>(y) * m_nHeight / format.nHeight);
+            const BYTE* pSource = m_picture.data() + static_cast<std::size_t>(nSourceY) * m_nWidth * 2;
+            BYTE* pLine = pFrame + static_cast<std::size_t>(y) * format.nWidth * 2;
+            for (int x = 0; x + 1 < format.nWidth; x += 2) {
+                const int nSourceX = static_cast<int>(static_cast<long long>(x) * m_nWidth / format.nWidth);
+                const int nNextX = static_cast<int>(static_cast<long long>(x + 1) * m_nWidth / format.nWidth);
+                const BYTE* pPair = pSource + (nSourceX & ~1) * 2;
+                pLine[x * 2] = pPair[0];
+                pLine[x * 2 + 1] = pSource[nSourceX * 2 + 1];
+                pLine[x * 2 + 2] = pPair[2];
+                pLine[x * 2 + 3] = pSource[nNextX * 2 + 1];
+            }
+        }
+    }
+
+private:
+    static constexpr int kMaxDimension = 4096;
+
+    bool ReadFrame() { return std::fread(m_picture.data(), 1, m_picture.size(), m_pFile) == m_picture.size(); }
+
+    std::FILE* m_pFile = nullptr;
+    int m_nWidth = 0;
+    int m_nHeight = 0;
+    std::vector<BYTE> m_picture;
 };
 
 } // namespace
@@ -425,6 +477,12 @@ std::unique_ptr<CFrameSource> CreateFrameSource(const tag_CAMERASOURCE& source)
         if (!pY4m->Open(source.strFile))
             return nullptr;
         return pY4m;
+    }
+    case SOURCE_UYVYFILE: {
+        auto pUyvy = std::make_unique<CUyvyFileSource>();
+        if (!pUyvy->Open(source.strFile, source.nFileWidth, source.nFileHeight))
+            return nullptr;
+        return pUyvy;
     }
     }
     return nullptr;

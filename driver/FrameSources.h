@@ -14,6 +14,7 @@ enum tag_SOURCEKIND : int {
     SOURCE_NOSIGNAL = 2,     // black: every luma sample at or below the signal threshold
     SOURCE_FAULTPATTERN = 3, // a still scene carrying the pattern of a faulty stream-1 read
     SOURCE_Y4MFILE = 4,      // 4:2:0 frames from a Y4M file, looped
+    SOURCE_UYVYFILE = 5,     // raw UYVY frames of nFileWidth x nFileHeight, looped
 };
 
 // What a camera of a virtual board shows. Equal seeds give equal pictures.
@@ -21,6 +22,8 @@ struct tag_CAMERASOURCE {
     tag_SOURCEKIND nKind = SOURCE_SYNTHETIC;
     DWORD dwSeed = 1;
     std::string strFile;
+    int nFileWidth = 0;   // of a raw UYVY file's frames
+    int nFileHeight = 0;
 };
 
 // The size and standard of the frames a stream delivers.
@@ -42,5 +45,5 @@ public:
     virtual void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD dwTime) = 0;
 };
 
-// Makes the source a camera record asks for; null if its file can't be read as Y4M.
+// Makes the source a camera record asks for; null if its file can't be read.
 std::unique_ptr<CFrameSource> CreateFrameSource(const tag_CAMERASOURCE& source);

@@ -32,6 +32,8 @@ const char* DescribeSource(const tag_CAMERASOURCE& source)
         return "stream-1 fault pattern";
     case SOURCE_Y4MFILE:
         return "Y4M footage";
+    case SOURCE_UYVYFILE:
+        return "raw UYVY footage";
     }
     return "unknown";
 }

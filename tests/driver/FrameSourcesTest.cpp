@@ -254,4 +254,44 @@ TEST(FrameSources, Y4mWithATruncatedLastFrameLoopsOverTheWholeFrames)
         EXPECT_EQ(Draw(*pSource, format, 0).Luma(format, 0, 0), nLuma);
 }
 
+// Raw UYVY footage of 8 x 4: frame f holds byte i as f * 64 + i % 64.
+TEST(FrameSources, RawUyvyFramesAreDeliveredLoopedAndScaled)
+{
+    constexpr int kWidth = 8;
+    constexpr int kHeight = 4;
+    constexpr int kFrameBytes = kWidth * kHeight * 2;
+    std::string strContent;
+    for (int f = 0; f < 2; ++f) {
+        for (int i = 0; i < kFrameBytes; ++i)
+            strContent.push_back(static_cast<char>(f * 64 + i % 64));
+    }
+    const std::string strPath = WriteFile("raw.uyvy", strContent);
+    auto pSource = CreateFrameSource({SOURCE_UYVYFILE, 0, strPath, kWidth, kHeight});
+    ASSERT_NE(pSource, nullptr);
+    const tag_FRAMEFORMAT same{kWidth, kHeight, DRIVER_STANDARD_NTSC};
+    for (int f : {0, 1, 0}) {
+        const tag_GUARDEDFRAME frame = Draw(*pSource, same, 0);
+        for (int i = 0; i < kFrameBytes; ++i)
+            ASSERT_EQ(frame.data[i], f * 64 + i % 64) << "frame " << f << " byte " << i;
+    }
+    const tag_FRAMEFORMAT doubled{2 * kWidth, 2 * kHeight, DRIVER_STANDARD_NTSC};
+    const tag_GUARDEDFRAME large = Draw(*pSource, doubled, 0);
+    for (int y = 0; y < 2 * kHeight; ++y) {
+        for (int x = 0; x < 2 * kWidth; ++x) {
+            const int nSource = (y / 2 * kWidth + x / 2) * 2;
+            ASSERT_EQ(large.Luma(doubled, x, y), 64 + (nSource + 1) % 64);
+            if (x % 2 == 0) {
+                ASSERT_EQ(large.data[(y * 2 * kWidth + x) * 2], 64 + (nSource & ~3) % 64) << "U of the pair";
+            }
+        }
+    }
+    EXPECT_TRUE(large.GuardIntact());
+
+    EXPECT_EQ(CreateFrameSource({SOURCE_UYVYFILE, 0, strPath, kWidth - 1, kHeight}), nullptr) << "odd width";
+    EXPECT_EQ(CreateFrameSource({SOURCE_UYVYFILE, 0, strPath, 0, kHeight}), nullptr);
+    EXPECT_EQ(CreateFrameSource({SOURCE_UYVYFILE, 0, strPath, kWidth, 3 * kHeight}), nullptr)
+        << "shorter than one frame";
+    std::filesystem::remove(strPath);
+}
+
 } // namespace
