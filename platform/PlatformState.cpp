@@ -205,7 +205,8 @@ bool BlockUntil(PlatformLock& lock, ThreadState& self, const std::function<bool(
         std::optional<TimeMs> tDue = fnNextDue ? fnNextDue() : std::nullopt;
         if (tDue && (!tWake || *tDue < *tWake))
             tWake = tDue;
-        if (state.m_bTestClock || !tWake)
+        // A suspended thread waits for ResumeThread alone, whatever falls due meanwhile.
+        if (state.m_bTestClock || !tWake || IsSuspended(self))
             self.m_cvWake.wait(lock);
         else
             self.m_cvWake.wait_until(lock, ToSteadyTime(*tWake));

@@ -134,4 +134,24 @@ TEST(SendMessageTest, ASenderIsReleasedWithZeroWhenTheOwnerEndsWithoutAnswering)
     CloseHandle(hCreated);
 }
 
+TEST(SendMessageTest, AThreadWaitingForObjectsCanServeSendsBetweenItsWaits)
+{
+    CRecordingWnd wnd;
+    HANDLE hSenderDone = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    LRESULT lAnswer = 0;
+    std::thread sender([&] {
+        lAnswer = SendMessage(wnd.m_hWnd, WM_PING, 5, 6);
+        SetEvent(hSenderDone);
+    });
+    DWORD dwResult = 0;
+    MSG msg;
+    while ((dwResult = MsgWaitForMultipleObjects(1, &hSenderDone, FALSE, INFINITE,
+                                                 QS_SENDMESSAGE)) == WAIT_OBJECT_0 + 1)
+        PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE);
+    sender.join();
+    EXPECT_EQ(dwResult, WAIT_OBJECT_0);
+    EXPECT_EQ(lAnswer, 11);
+    CloseHandle(hSenderDone);
+}
+
 } // namespace

@@ -98,6 +98,26 @@ TEST(WinThreadsTest, ASuspendedThreadStopsAtItsNextWaitUntilResumed)
     CloseHandle(hGot);
 }
 
+DWORD SuspendSelf(LPVOID lpOwnHandle)
+{
+    return SuspendThread(*static_cast<HANDLE*>(lpOwnHandle));
+}
+
+TEST(WinThreadsTest, AThreadThatSuspendsItselfStopsAtOnceUntilResumed)
+{
+    HANDLE hThread = nullptr;
+    hThread = CreateThread(nullptr, 0, SuspendSelf, &hThread, CREATE_SUSPENDED, nullptr);
+    ResumeThread(hThread);
+    ASSERT_TRUE(CTestClock::WaitForIdleThreads(1));
+    EXPECT_EQ(WaitForSingleObject(hThread, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(ResumeThread(hThread), 1u);
+    EXPECT_EQ(WaitForSingleObject(hThread, INFINITE), WAIT_OBJECT_0);
+    DWORD dwPrevious = 1;
+    GetExitCodeThread(hThread, &dwPrevious);
+    EXPECT_EQ(dwPrevious, 0u);
+    CloseHandle(hThread);
+}
+
 DWORD ReportOwnNiceValue(LPVOID)
 {
     return static_cast<DWORD>(getpriority(PRIO_PROCESS, static_cast<id_t>(gettid())));
