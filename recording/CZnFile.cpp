@@ -4,6 +4,7 @@
 #include "platform/CMemoryException.h"
 #include "platform/Disks.h"
 #include "platform/CTime.h"
+#include "platform/TickClock.h"
 
 #include <algorithm>
 #include <climits>
@@ -263,7 +264,6 @@ CZnFile::CZnFile(CString strCamera, CString strBoard, CString strHost)
     , m_dwReadPos(0)
     , m_nReadBlock(0)
     , m_nReadFrame(0)
-    , m_dwLastTimeStamp(0)
 {
 }
 
@@ -327,14 +327,16 @@ int CZnFile::OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, D
     }
     m_strFileName = m_pFile->GetFilePath();
 
+    // Until the first frame comes, the head and block 0 carry the stamp of the opening;
+    // the first frame replaces both with its own.
+    const DWORD dwOpenStamp = GetTickCount();
     m_nGmt = ComputeGmtOffset();
     header.dwDataOffset = GetDataOffset();
+    header.dwBeginTimeStamp = dwOpenStamp;
     m_Header = header;
     WriteFileHead(*m_pFile, m_Header);
 
-    // The stamps of the head and of block 0 are those of the first frame; until it comes
-    // the block record stands for an empty file.
-    m_Block = tag_ZNBLOCKHEADER{ZNBLOCK_NO_LINK, ZNBLOCK_NO_LINK, 0, 0, 0};
+    m_Block = tag_ZNBLOCKHEADER{ZNBLOCK_NO_LINK, ZNBLOCK_NO_LINK, 0, 0, dwOpenStamp};
     WriteBlockRecord(*m_pFile, m_Block);
     m_dwBlockLen = 0;
     m_pFile->Close();
@@ -342,10 +344,9 @@ int CZnFile::OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, D
     m_nMode = ZNFILE_WRITE;
     m_dwTotalFrames = 0;
     m_dwTotalBlocks = 1;
-    m_dwLastTimeStamp = 0;
     m_BlockTable.RemoveAll();
     m_BlockTable.SetSize(kBlockTableMinSize);
-    m_BlockTable[0] = tag_ZNBLOCKINFO{m_Header.dwDataOffset, 0, 0};
+    m_BlockTable[0] = tag_ZNBLOCKINFO{m_Header.dwDataOffset, 0, m_Block.dwTimeStamp};
     return 1;
 }
 
@@ -564,7 +565,6 @@ void CZnFile::CountFrame(const tag_ZNFRAMEDATA& frame)
     ++m_Block.wFrames;
     ++m_dwTotalFrames;
     m_Header.dwEndTime = dwNow;
-    m_dwLastTimeStamp = frame.dwTimeStamp;
     tag_ZNBLOCKINFO& entry = m_BlockTable[static_cast<int>(m_dwTotalBlocks) - 1];
     entry.dwFrames = m_Block.wFrames;
     entry.dwTimeStamp = m_Block.dwTimeStamp;
@@ -689,7 +689,7 @@ void CZnFile::Flush()
         m_Block.dwPrevBlock = dwRecordPos;
         m_Block.dwNextBlock = ZNBLOCK_NO_LINK;
         m_Block.wFrames = 0;
-        m_Block.dwTimeStamp = m_dwLastTimeStamp;
+        m_Block.dwTimeStamp = GetTickCount();
     }
     WriteBlockRecord(*m_pFile, m_Block);
     m_pFile->Close();

@@ -111,5 +111,4 @@ private:
     DWORD m_dwReadPos;
     int m_nReadBlock;
     int m_nReadFrame;
-    DWORD m_dwLastTimeStamp;    // stamp of the frame written last; the end block's stamp
 };
