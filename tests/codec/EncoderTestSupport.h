@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace codec_test {
@@ -169,6 +170,26 @@ public:
         return all;
     }
 };
+
+// Bit strings: "0011" + Bits(100, 8) + ..., packed most significant first and padded
+// with zeros to a whole number of 16-bit words, as records are.
+inline std::string Bits(unsigned nValue, int nBits)
+{
+    std::string str;
+    for (int b = nBits - 1; b >= 0; --b)
+        str += (nValue >> b) & 1 ? '1' : '0';
+    return str;
+}
+
+inline std::vector<BYTE> PackBits(std::string strBits)
+{
+    while (strBits.size() % 16 != 0)
+        strBits += '0';
+    std::vector<BYTE> bytes(strBits.size() / 8);
+    for (std::size_t i = 0; i < strBits.size(); ++i)
+        bytes[i / 8] = static_cast<BYTE>(bytes[i / 8] | (strBits[i] == '1' ? 0x80 >> (i % 8) : 0));
+    return bytes;
+}
 
 inline bool SamePlanes(const CPlanes& a, const CPlanes& b)
 {
