@@ -165,9 +165,10 @@ public:
     std::vector<BYTE> AllPlanes() const
     {
         const std::size_t nLuma = static_cast<std::size_t>(MAX_WIDTH) * MAX_HEIGHT;
-        std::vector<BYTE> all(m_imgDecoded.Y, m_imgDecoded.Y + nLuma);
-        all.insert(all.end(), m_imgDecoded.U, m_imgDecoded.U + nLuma / 4);
-        all.insert(all.end(), m_imgDecoded.V, m_imgDecoded.V + nLuma / 4);
+        std::vector<BYTE> all(nLuma + nLuma / 2);
+        std::memcpy(all.data(), m_imgDecoded.Y, nLuma);
+        std::memcpy(all.data() + nLuma, m_imgDecoded.U, nLuma / 4);
+        std::memcpy(all.data() + nLuma + nLuma / 4, m_imgDecoded.V, nLuma / 4);
         return all;
     }
 };
