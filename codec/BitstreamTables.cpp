@@ -142,18 +142,6 @@ constexpr const char* kCBPYCodes[CBPY_VALUES] = {
     "11",   // 15
 };
 
-// Natural position (row * 8 + column) of each scan index, the zig-zag of ITU-T H.263.
-constexpr BYTE kScanToNatural[64] = {
-     0,  1,  8, 16,  9,  2,  3, 10,
-    17, 24, 32, 25, 18, 11,  4,  5,
-    12, 19, 26, 33, 40, 48, 41, 34,
-    27, 20, 13,  6,  7, 14, 21, 28,
-    35, 42, 49, 56, 57, 50, 43, 36,
-    29, 22, 15, 23, 30, 37, 44, 51,
-    58, 59, 52, 45, 38, 31, 39, 46,
-    53, 60, 61, 54, 47, 55, 62, 63,
-};
-
 constexpr tag_VLCCODE ParseCode(const char* strCode)
 {
     tag_VLCCODE vlc{0, 0};
@@ -278,22 +266,6 @@ constexpr std::array<tag_CBPYENTRY, 1 << CBPY_LOOKAHEAD_BITS> BuildCBPYReader()
     return table;
 }
 
-constexpr std::array<BYTE, 64> BuildZigZag()
-{
-    std::array<BYTE, 64> zigzag{};
-    for (int nScan = 0; nScan < 64; ++nScan)
-        zigzag[kScanToNatural[nScan]] = static_cast<BYTE>(nScan);
-    return zigzag;
-}
-
-constexpr std::array<BYTE, 64> BuildZigZagInverse()
-{
-    std::array<BYTE, 64> inverse{};
-    for (int nScan = 0; nScan < 64; ++nScan)
-        inverse[nScan] = kScanToNatural[nScan];
-    return inverse;
-}
-
 constexpr tag_VLCCODE kNoCode{0, 0};
 
 } // namespace
@@ -307,8 +279,6 @@ constexpr TCoefReadTable g_tcoefRead10 = kReaderTables.read10;
 constexpr TCoefReadTable g_tcoefRead12 = kReaderTables.read12;
 constexpr std::array<tag_VLCCODE, CBPY_VALUES> g_vlcCBPY = BuildCBPYCodes();
 constexpr std::array<tag_CBPYENTRY, 1 << CBPY_LOOKAHEAD_BITS> g_cbpyRead = BuildCBPYReader();
-constexpr std::array<BYTE, 64> g_byZigZag = BuildZigZag();
-constexpr std::array<BYTE, 64> g_byZigZagInverse = BuildZigZagInverse();
 
 tag_VLCCODE LookupTCoefCode(int nLast, int nRun, int nAbsLevel)
 {

@@ -98,7 +98,23 @@ struct tag_CBPYENTRY {
 };
 extern const std::array<tag_CBPYENTRY, 1 << CBPY_LOOKAHEAD_BITS> g_cbpyRead;
 
-// Zig-zag scan of ITU-T H.263: g_byZigZag[k] is the scan index of natural position k
-// (row * 8 + column); g_byZigZagInverse[s] is the natural position of scan index s.
-extern const std::array<BYTE, 64> g_byZigZag;
-extern const std::array<BYTE, 64> g_byZigZagInverse;
+// Zig-zag scan of ITU-T H.263: g_byZigZagInverse[s] is the natural position (row * 8 +
+// column) of scan index s; g_byZigZag[k] is the scan index of natural position k.
+// Constant expressions, so that transforms can reorder with fixed offsets.
+inline constexpr std::array<BYTE, 64> g_byZigZagInverse = {
+     0,  1,  8, 16,  9,  2,  3, 10,
+    17, 24, 32, 25, 18, 11,  4,  5,
+    12, 19, 26, 33, 40, 48, 41, 34,
+    27, 20, 13,  6,  7, 14, 21, 28,
+    35, 42, 49, 56, 57, 50, 43, 36,
+    29, 22, 15, 23, 30, 37, 44, 51,
+    58, 59, 52, 45, 38, 31, 39, 46,
+    53, 60, 61, 54, 47, 55, 62, 63,
+};
+
+inline constexpr std::array<BYTE, 64> g_byZigZag = [] {
+    std::array<BYTE, 64> zigzag{};
+    for (int nScan = 0; nScan < 64; ++nScan)
+        zigzag[g_byZigZagInverse[nScan]] = static_cast<BYTE>(nScan);
+    return zigzag;
+}();

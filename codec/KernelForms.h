@@ -1,8 +1,8 @@
 // Run-time choice between the SIMD code of the kernels and their plain forms, so that
-// a test can run both on the same input and compare. It never changes results of the
-// transforms' two named forms: with SIMD code disabled, FDCTBlockMMX and IDCTBlockMMX
-// run their portable emulation, and every other kernel its reference loop.
-// In a build with ZNDVR_PORTABLE no SIMD code exists and enabling does nothing.
+// a test can run both on the same input and compare. The choice never changes a result:
+// with SIMD code disabled, FDCTBlockMMX and IDCTBlockMMX run their portable emulation,
+// which gives the same bits, and every other kernel its reference loop. In a build with
+// ZNDVR_PORTABLE no SIMD code exists and enabling does nothing.
 #pragma once
 
 #include "platform/WinTypes.h"

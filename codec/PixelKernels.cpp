@@ -40,6 +40,19 @@ tag_MBPLANES LocateMB(int nCol, int nRow, const IMAGE& img, int nWidth)
 
 // ---- Reference loops ----------------------------------------------------------------
 
+// Applies fn(first value, second value) to the 384 values of two macroblocks, plane by
+// plane.
+template <class Fn>
+void ForEachPlane(YUV_Block* pFirst, const YUV_Block* pSecond, Fn fn)
+{
+    for (int n = 0; n < MB_LUMA_SAMPLES; ++n)
+        fn(pFirst->Y[n], pSecond->Y[n]);
+    for (int n = 0; n < MB_CHROMA_SAMPLES; ++n)
+        fn(pFirst->U[n], pSecond->U[n]);
+    for (int n = 0; n < MB_CHROMA_SAMPLES; ++n)
+        fn(pFirst->V[n], pSecond->V[n]);
+}
+
 template <class T>
 void GatherMB(const tag_MBPLANES& planes, T* pY, T* pU, T* pV)
 {
@@ -439,25 +452,17 @@ void PutMBBytes(int nCol, int nRow, const IMAGE& img, int nWidth, const BYTE* pb
 
 void ClipMB(YUV_Block* pMB)
 {
-    short* const ps = pMB->Y;
-    for (int n = 0; n < MB_SAMPLES; ++n)
-        ps[n] = static_cast<short>(std::clamp<int>(ps[n], 0, 255));
+    ForEachPlane(pMB, pMB, [](short& nValue, short) { nValue = static_cast<short>(std::clamp<int>(nValue, 0, 255)); });
 }
 
 void SubMB(YUV_Block* pFirst, const YUV_Block* pSecond)
 {
-    short* const psFirst = pFirst->Y;
-    const short* const psSecond = pSecond->Y;
-    for (int n = 0; n < MB_SAMPLES; ++n)
-        psFirst[n] = static_cast<short>(psFirst[n] - psSecond[n]);
+    ForEachPlane(pFirst, pSecond, [](short& nFirst, short nSecond) { nFirst = static_cast<short>(nFirst - nSecond); });
 }
 
 void AddMB(YUV_Block* pFirst, const YUV_Block* pSecond)
 {
-    short* const psFirst = pFirst->Y;
-    const short* const psSecond = pSecond->Y;
-    for (int n = 0; n < MB_SAMPLES; ++n)
-        psFirst[n] = static_cast<short>(psFirst[n] + psSecond[n]);
+    ForEachPlane(pFirst, pSecond, [](short& nFirst, short nSecond) { nFirst = static_cast<short>(nFirst + nSecond); });
 }
 
 int SADMB(const YUV_Block* pFirst, const YUV_Block* pSecond)

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #if ZNDVR_KERNELS_SSE2
 #include <emmintrin.h>
@@ -44,8 +45,8 @@ short Store16(int v)
     return static_cast<short>(v);
 }
 
-// Cosines in 16.16 fixed point (cos(k*pi/16) * 65536 for the even part at the 1/sqrt(2)
-// scale of the DC) and in 14-bit form for the odd part's rotation.
+// cos(k * pi / 16) in fixed point: 16 fractional bits for the even part (C4, C2, C6),
+// 14 for the odd part's rotations (C1, C7, C3, C5).
 constexpr Wide kC4 = 46341;
 constexpr Wide kC2 = 60547;
 constexpr Wide kC6 = 25080;
@@ -56,7 +57,7 @@ constexpr Wide kC5 = 9102;
 
 // ---- Lanes of the SIMD forms --------------------------------------------------------
 
-// Cosines in 15-bit fixed point.
+// The same cosines with 15 fractional bits, as 16-bit multipliers.
 constexpr short kM4 = 23170;
 constexpr short kM2 = 30274;
 constexpr short kM6 = 12540;
@@ -438,13 +439,47 @@ void LoadTransposed(const short* psBlock, typename L::V16 (&x)[kLanes])
     L::Transpose(x);
 }
 
-// Row pass (input shifts 4 and 2), then column pass (2 and 0); psNatural is read and
-// the natural-order result written to psBlock.
-template <class L>
-void IDCTBlockLanes(const short* psNatural, short* psBlock)
+// The reorderings between scan and natural order, unrolled over fixed offsets.
+template <std::size_t... K>
+void ScanToNaturalUnrolled(const short* psScan, short* psNatural, std::index_sequence<K...>)
 {
+    ((psNatural[K] = psScan[g_byZigZag[K]]), ...);
+}
+
+// Scan order into the transpose of natural order: psOut[8 * column + row].
+template <std::size_t... K>
+void ScanToTransposedUnrolled(const short* psScan, short* psOut, std::index_sequence<K...>)
+{
+    ((psOut[K] = psScan[g_byZigZag[BLOCK_SIZE * (K % BLOCK_SIZE) + K / BLOCK_SIZE]]), ...);
+}
+
+template <std::size_t... K>
+void NaturalToScanUnrolled(const short* psNatural, short* psScan, std::index_sequence<K...>)
+{
+    ((psScan[g_byZigZag[K]] = psNatural[K]), ...);
+}
+
+void ScanToNatural(const short* psScan, short* psNatural)
+{
+    ScanToNaturalUnrolled(psScan, psNatural, std::make_index_sequence<BLOCK_SAMPLES>());
+}
+
+void NaturalToScan(const short* psNatural, short* psScan)
+{
+    NaturalToScanUnrolled(psNatural, psScan, std::make_index_sequence<BLOCK_SAMPLES>());
+}
+
+// Row pass (input shifts 4 and 2), then column pass (2 and 0), from scan-order
+// coefficients to a natural-order block. The coefficients are gathered straight into
+// the lane layout of the row pass.
+template <class L>
+void IDCTBlockLanes(const short* psCoeff, short* psBlock)
+{
+    short transposed[BLOCK_SAMPLES];
+    ScanToTransposedUnrolled(psCoeff, transposed, std::make_index_sequence<BLOCK_SAMPLES>());
     typename L::V16 x[kLanes];
-    LoadTransposed<L>(psNatural, x);
+    for (int n = 0; n < kLanes; ++n)
+        x[n] = L::LoadRow(transposed + BLOCK_SIZE * n);
     IDCTPassLanes<L, 4, 2, true>(x);
     L::Transpose(x);
     IDCTPassLanes<L, 2, 0, false>(x);
@@ -452,8 +487,10 @@ void IDCTBlockLanes(const short* psNatural, short* psBlock)
         L::StoreRow(psBlock + BLOCK_SIZE * n, x[n]);
 }
 
+// Row pass (input shift 2), then column pass (0); the natural-order result is left in
+// psBlock and written to psCoeff in scan order.
 template <class L>
-void FDCTBlockLanes(short* psBlock)
+void FDCTBlockLanes(short* psBlock, short* psCoeff)
 {
     typename L::V16 x[kLanes];
     LoadTransposed<L>(psBlock, x);
@@ -462,18 +499,7 @@ void FDCTBlockLanes(short* psBlock)
     FDCTPassLanes<L, 0, false>(x);
     for (int n = 0; n < kLanes; ++n)
         L::StoreRow(psBlock + BLOCK_SIZE * n, x[n]);
-}
-
-void ScanToNatural(const short* psScan, short* psNatural)
-{
-    for (int k = 0; k < BLOCK_SAMPLES; ++k)
-        psNatural[k] = psScan[g_byZigZag[k]];
-}
-
-void NaturalToScan(const short* psNatural, short* psScan)
-{
-    for (int k = 0; k < BLOCK_SAMPLES; ++k)
-        psScan[g_byZigZag[k]] = psNatural[k];
+    NaturalToScan(psBlock, psCoeff);
 }
 
 // ---- Quantiser ----------------------------------------------------------------------
@@ -632,27 +658,23 @@ void IDCTBlock(const short* psCoeff, short* psBlock)
 void FDCTBlockMMX(short* psBlock, short* psCoeff)
 {
 #if ZNDVR_KERNELS_SSE2
-    if (IsSIMDKernelsEnabled())
-        FDCTBlockLanes<CSSE2Lanes>(psBlock);
-    else
-        FDCTBlockLanes<CPortableLanes>(psBlock);
-#else
-    FDCTBlockLanes<CPortableLanes>(psBlock);
+    if (IsSIMDKernelsEnabled()) {
+        FDCTBlockLanes<CSSE2Lanes>(psBlock, psCoeff);
+        return;
+    }
 #endif
-    NaturalToScan(psBlock, psCoeff);
+    FDCTBlockLanes<CPortableLanes>(psBlock, psCoeff);
 }
 
 void IDCTBlockMMX(const short* psCoeff, short* psBlock)
 {
-    short natural[BLOCK_SAMPLES];
-    ScanToNatural(psCoeff, natural);
 #if ZNDVR_KERNELS_SSE2
     if (IsSIMDKernelsEnabled()) {
-        IDCTBlockLanes<CSSE2Lanes>(natural, psBlock);
+        IDCTBlockLanes<CSSE2Lanes>(psCoeff, psBlock);
         return;
     }
 #endif
-    IDCTBlockLanes<CPortableLanes>(natural, psBlock);
+    IDCTBlockLanes<CPortableLanes>(psCoeff, psBlock);
 }
 
 void QuantBlock(const short* psCoeff, short* psLevel, int nQp, int nMode)

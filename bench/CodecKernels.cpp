@@ -1,0 +1,296 @@
+// Time per call of every form of the codec kernels: the scalar transforms, the SIMD
+// transforms in SSE2 and in their portable emulation, the macroblock operations and the
+// colour conversions. After the usual table it prints each form's speed-up over the
+// plain form of the same kernel.
+#include "codec/KernelForms.h"
+#include "codec/PixelKernels.h"
+#include "codec/TransformKernels.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr int kBlocks = 64;
+
+enum class Form { Plain, Portable, SSE2 };
+
+const char* FormName(Form form)
+{
+    return form == Form::Plain ? "plain" : form == Form::Portable ? "portable" : "sse2";
+}
+
+// SSE2 runs with the SIMD switch on, the plain and portable forms with it off.
+void SelectForm(Form form)
+{
+    if (form == Form::SSE2)
+        EnableSIMDKernels();
+    else
+        DisableSIMDKernels();
+}
+
+std::vector<short> PictureLikeBlocks(int nLow, int nHigh)
+{
+    std::mt19937 engine(12345);
+    std::uniform_int_distribution<int> distribution(nLow, nHigh);
+    std::vector<short> values(kBlocks * BLOCK_SAMPLES);
+    for (short& v : values)
+        v = static_cast<short>(distribution(engine));
+    return values;
+}
+
+void BenchForward(benchmark::State& state, void (*pfnForward)(short*, short*), Form form)
+{
+    SelectForm(form);
+    const std::vector<short> input = PictureLikeBlocks(0, 255);
+    short block[BLOCK_SAMPLES], coeff[BLOCK_SAMPLES];
+    int n = 0;
+    for (auto _ : state) {
+        std::memcpy(block, &input[BLOCK_SAMPLES * n], sizeof block);
+        pfnForward(block, coeff);
+        benchmark::DoNotOptimize(coeff);
+        n = (n + 1) % kBlocks;
+    }
+}
+
+void BenchInverse(benchmark::State& state, void (*pfnInverse)(const short*, short*), Form form)
+{
+    SelectForm(form);
+    const std::vector<short> input = PictureLikeBlocks(-300, 300);
+    short block[BLOCK_SAMPLES];
+    int n = 0;
+    for (auto _ : state) {
+        pfnInverse(&input[BLOCK_SAMPLES * n], block);
+        benchmark::DoNotOptimize(block);
+        n = (n + 1) % kBlocks;
+    }
+}
+
+YUV_Block MacroblockOf(int nSeed)
+{
+    std::mt19937 engine(nSeed);
+    YUV_Block mb;
+    for (short* ps : {mb.Y, mb.U, mb.V}) {
+        for (int k = 0; k < (ps == mb.Y ? MB_LUMA_SAMPLES : MB_CHROMA_SAMPLES); ++k)
+            ps[k] = static_cast<short>(engine() % 256);
+    }
+    return mb;
+}
+
+void BenchQuantMB(benchmark::State& state, void (*pfnQuant)(short*, const YUV_Block*, int, int), Form form)
+{
+    SelectForm(form);
+    const YUV_Block mb = MacroblockOf(1);
+    short levels[MB_BLOCKS * BLOCK_SAMPLES];
+    for (auto _ : state) {
+        pfnQuant(levels, &mb, 8, QUANT_MODE_INTRA);
+        benchmark::DoNotOptimize(levels);
+    }
+}
+
+void BenchDequantMB(benchmark::State& state, void (*pfnDequant)(const short*, YUV_Block*, int, int), Form form)
+{
+    SelectForm(form);
+    const YUV_Block mb = MacroblockOf(2);
+    short levels[MB_BLOCKS * BLOCK_SAMPLES];
+    QuantMB(levels, &mb, 8, QUANT_MODE_INTRA);
+    YUV_Block out;
+    for (auto _ : state) {
+        pfnDequant(levels, &out, 8, QUANT_MODE_INTRA);
+        benchmark::DoNotOptimize(out);
+    }
+}
+
+// Planes of a CIF picture filled with a pattern.
+struct tag_PLANES {
+    static constexpr int kWidth = 352;
+    static constexpr int kHeight = 288;
+    std::vector<BYTE> y = std::vector<BYTE>(kWidth * kHeight);
+    std::vector<BYTE> u = std::vector<BYTE>(kWidth * kHeight / 4);
+    std::vector<BYTE> v = std::vector<BYTE>(kWidth * kHeight / 4);
+
+    tag_PLANES()
+    {
+        for (std::size_t n = 0; n < y.size(); ++n)
+            y[n] = static_cast<BYTE>(n * 7 + n / kWidth);
+        for (std::size_t n = 0; n < u.size(); ++n) {
+            u[n] = static_cast<BYTE>(n * 3);
+            v[n] = static_cast<BYTE>(255 - n * 5);
+        }
+    }
+
+    IMAGE Image() { return {y.data(), u.data(), v.data()}; }
+};
+
+void BenchGetMB(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    tag_PLANES planes;
+    YUV_Block mb;
+    int n = 0;
+    for (auto _ : state) {
+        GetMB(n % 22, n / 22 % 18, planes.Image(), tag_PLANES::kWidth, &mb);
+        benchmark::DoNotOptimize(mb);
+        ++n;
+    }
+}
+
+void BenchPutMB(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    tag_PLANES planes;
+    const YUV_Block mb = MacroblockOf(3);
+    int n = 0;
+    for (auto _ : state) {
+        PutMB(n % 22, n / 22 % 18, planes.Image(), tag_PLANES::kWidth, &mb);
+        benchmark::ClobberMemory();
+        ++n;
+    }
+}
+
+void BenchSADMB(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    const YUV_Block a = MacroblockOf(4), b = MacroblockOf(5);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(SADMB(&a, &b));
+}
+
+void BenchSADMBBytes(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    BYTE a[MB_SAMPLES], b[MB_SAMPLES];
+    for (int n = 0; n < MB_SAMPLES; ++n) {
+        a[n] = static_cast<BYTE>(n * 13);
+        b[n] = static_cast<BYTE>(n * 29);
+    }
+    for (auto _ : state)
+        benchmark::DoNotOptimize(SADMBBytes(a, b));
+}
+
+void BenchYUVToRGB24(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    tag_PLANES planes;
+    std::vector<BYTE> rgb(tag_PLANES::kWidth * tag_PLANES::kHeight * 3);
+    for (auto _ : state) {
+        YUVToRGB24(rgb.data(), planes.Image(), tag_PLANES::kWidth, tag_PLANES::kHeight);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * tag_PLANES::kWidth * tag_PLANES::kHeight);
+}
+
+void BenchUYVYToYUV420(benchmark::State& state)
+{
+    tag_PLANES planes;
+    std::vector<BYTE> frame(tag_PLANES::kWidth * tag_PLANES::kHeight * 2, 77);
+    for (auto _ : state) {
+        UYVYToYUV420(frame.data(), planes.Image(), tag_PLANES::kWidth, tag_PLANES::kHeight);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * tag_PLANES::kWidth * tag_PLANES::kHeight);
+}
+
+// Collects the time of each run by name for the speed-up table.
+class CSpeedupReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration)
+                m_times[run.benchmark_name()] = run.GetAdjustedCPUTime();
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    // Every "<kernel>/<form>" against "<base>/plain", where base is the kernel's name
+    // without a trailing MMX or withMMX.
+    void PrintSpeedups() const
+    {
+        std::printf("\n%-34s %12s %10s\n", "kernel/form", "CPU ns per call", "speed-up");
+        for (const auto& [strName, dTime] : m_times) {
+            const auto plain = m_times.find(PlainFormOf(strName));
+            if (plain == m_times.end())
+                std::printf("%-34s %12.1f\n", strName.c_str(), dTime);
+            else
+                std::printf("%-34s %12.1f %9.2fx\n", strName.c_str(), dTime, plain->second / dTime);
+        }
+    }
+
+private:
+    static std::string PlainFormOf(const std::string& strName)
+    {
+        std::string_view strBase = std::string_view(strName).substr(0, strName.find('/'));
+        for (std::string_view strSuffix : {"withMMX", "MMX"}) {
+            if (strBase.ends_with(strSuffix)) {
+                strBase.remove_suffix(strSuffix.size());
+                break;
+            }
+        }
+        std::string strPlain(strBase);
+        strPlain.append("/plain");
+        return strPlain;
+    }
+
+    std::map<std::string, double> m_times;
+};
+
+void Register(const std::string& strKernel, Form form, std::function<void(benchmark::State&)> fn)
+{
+    benchmark::RegisterBenchmark((strKernel + "/" + FormName(form)).c_str(),
+                                 [fn](benchmark::State& state) { fn(state); })
+        ->Unit(benchmark::kNanosecond);
+}
+
+void RegisterAll()
+{
+    std::vector<Form> simdForms = {Form::Portable};
+    if (HasSIMDKernels())
+        simdForms.push_back(Form::SSE2);
+    std::vector<Form> twinForms = {Form::Plain};
+    if (HasSIMDKernels())
+        twinForms.push_back(Form::SSE2);
+
+    Register("FDCTBlock", Form::Plain, [](auto& state) { BenchForward(state, FDCTBlock, Form::Plain); });
+    Register("IDCTBlock", Form::Plain, [](auto& state) { BenchInverse(state, IDCTBlock, Form::Plain); });
+    Register("QuantMB", Form::Plain, [](auto& state) { BenchQuantMB(state, QuantMB, Form::Plain); });
+    Register("DequantMB", Form::Plain, [](auto& state) { BenchDequantMB(state, DequantMB, Form::Plain); });
+    for (Form form : simdForms) {
+        Register("FDCTBlockMMX", form, [form](auto& state) { BenchForward(state, FDCTBlockMMX, form); });
+        Register("IDCTBlockMMX", form, [form](auto& state) { BenchInverse(state, IDCTBlockMMX, form); });
+        Register("QuantMBwithMMX", form, [form](auto& state) { BenchQuantMB(state, QuantMBwithMMX, form); });
+        Register("DequantMBwithMMX", form, [form](auto& state) { BenchDequantMB(state, DequantMBwithMMX, form); });
+    }
+    for (Form form : twinForms) {
+        Register("GetMB", form, [form](auto& state) { BenchGetMB(state, form); });
+        Register("PutMB", form, [form](auto& state) { BenchPutMB(state, form); });
+        Register("SADMB", form, [form](auto& state) { BenchSADMB(state, form); });
+        Register("SADMBBytes", form, [form](auto& state) { BenchSADMBBytes(state, form); });
+        Register("YUVToRGB24_352x288", form, [form](auto& state) { BenchYUVToRGB24(state, form); });
+    }
+    Register("UYVYToYUV420_352x288", Form::Plain, [](auto& state) { BenchUYVYToYUV420(state); });
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    RegisterAll();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    CSpeedupReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintSpeedups();
+    EnableSIMDKernels();
+    benchmark::Shutdown();
+    return 0;
+}

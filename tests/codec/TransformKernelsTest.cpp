@@ -1,0 +1,393 @@
+// The transforms and the quantiser: held against a floating-point DCT, scalar against
+// SIMD form, and on the values that the picture format pins down.
+#include "KernelCheckSupport.h"
+
+#include "codec/BitstreamTables.h"
+#include "codec/KernelForms.h"
+#include "codec/TransformKernels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <thread>
+#include <vector>
+
+using namespace kernelcheck;
+
+namespace {
+
+using Block = std::array<short, BLOCK_SAMPLES>;
+using RealBlock = std::array<double, BLOCK_SAMPLES>;
+
+double Basis(int nFreq, int nPos)
+{
+    const double dScale = nFreq == 0 ? std::sqrt(1.0 / 8) : std::sqrt(2.0 / 8);
+    return dScale * std::cos((2 * nPos + 1) * nFreq * std::numbers::pi / 16);
+}
+
+// Orthonormal 2-D DCT-II of a natural-order block, natural-order result.
+RealBlock RealForward(const Block& samples)
+{
+    RealBlock coeff{};
+    for (int u = 0; u < 8; ++u) {
+        for (int v = 0; v < 8; ++v) {
+            double dSum = 0;
+            for (int r = 0; r < 8; ++r) {
+                for (int c = 0; c < 8; ++c)
+                    dSum += samples[8 * r + c] * Basis(u, r) * Basis(v, c);
+            }
+            coeff[8 * u + v] = dSum;
+        }
+    }
+    return coeff;
+}
+
+RealBlock RealInverse(const Block& natural)
+{
+    RealBlock samples{};
+    for (int r = 0; r < 8; ++r) {
+        for (int c = 0; c < 8; ++c) {
+            double dSum = 0;
+            for (int u = 0; u < 8; ++u) {
+                for (int v = 0; v < 8; ++v)
+                    dSum += natural[8 * u + v] * Basis(u, r) * Basis(v, c);
+            }
+            samples[8 * r + c] = dSum;
+        }
+    }
+    return samples;
+}
+
+Block ToNatural(const Block& scan)
+{
+    Block natural;
+    for (int k = 0; k < BLOCK_SAMPLES; ++k)
+        natural[k] = scan[g_byZigZag[k]];
+    return natural;
+}
+
+using Forward = void (*)(short*, short*);
+using Inverse = void (*)(const short*, short*);
+
+Block RunForward(Forward pfn, Block samples)
+{
+    Block coeff;
+    pfn(samples.data(), coeff.data());
+    return coeff;
+}
+
+Block RunInverse(Inverse pfn, const Block& coeff)
+{
+    Block samples;
+    pfn(coeff.data(), samples.data());
+    return samples;
+}
+
+// Picture-like blocks: a gradient through the block plus noise, within 0..255.
+Block OrdinaryBlock(CRandom& random)
+{
+    const int nBase = random.Between(0, 255);
+    const int nSlopeX = random.Between(-12, 12), nSlopeY = random.Between(-12, 12);
+    const int nNoise = random.Between(0, 20);
+    Block block;
+    for (int k = 0; k < BLOCK_SAMPLES; ++k) {
+        const int v = nBase + nSlopeX * (k % 8 - 4) + nSlopeY * (k / 8 - 4) + random.Between(-nNoise, nNoise);
+        block[k] = static_cast<short>(std::clamp(v, 0, 255));
+    }
+    return block;
+}
+
+// Coefficients as a decoder meets them: an ordinary block through transform, quantiser
+// and inverse quantiser.
+Block OrdinaryCoefficients(CRandom& random, int nQp, int nMode)
+{
+    const Block coeff = RunForward(FDCTBlock, OrdinaryBlock(random));
+    Block levels, dequantised;
+    QuantBlock(coeff.data(), levels.data(), nQp, nMode);
+    DequantBlock(levels.data(), dequantised.data(), nQp, nMode);
+    return dequantised;
+}
+
+class TransformAnchor : public ::testing::TestWithParam<bool> {
+protected:
+    void SetUp() override { m_random = CRandom(CheckSeed()); }
+    CRandom m_random{0};
+};
+
+Forward ForwardOf(bool bMMX)
+{
+    return bMMX ? FDCTBlockMMX : FDCTBlock;
+}
+
+Inverse InverseOf(bool bMMX)
+{
+    return bMMX ? IDCTBlockMMX : IDCTBlock;
+}
+
+TEST_P(TransformAnchor, ForwardStaysCloseToRealDCT)
+{
+    for (int n = 0; n < 300; ++n) {
+        const Block samples = n % 2 ? OrdinaryBlock(m_random) : [&] {
+            Block b;
+            for (short& v : b)
+                v = static_cast<short>(m_random.Between(-255, 255));
+            return b;
+        }();
+        const RealBlock expected = RealForward(samples);
+        const Block actual = ToNatural(RunForward(ForwardOf(GetParam()), samples));
+        for (int k = 0; k < BLOCK_SAMPLES; ++k)
+            ASSERT_NEAR(actual[k], expected[k], 2.0) << "coefficient " << k;
+    }
+}
+
+TEST_P(TransformAnchor, InverseStaysCloseToRealDCT)
+{
+    for (int n = 0; n < 300; ++n) {
+        const Block coeff = OrdinaryCoefficients(m_random, m_random.Between(1, 31), n % 2);
+        const RealBlock expected = RealInverse(ToNatural(coeff));
+        const Block actual = RunInverse(InverseOf(GetParam()), coeff);
+        for (int k = 0; k < BLOCK_SAMPLES; ++k)
+            ASSERT_NEAR(actual[k], expected[k], 1.5) << "sample " << k;
+    }
+}
+
+TEST_P(TransformAnchor, RoundTripReturnsTheSamples)
+{
+    for (int n = 0; n < 300; ++n) {
+        const Block samples = OrdinaryBlock(m_random);
+        const Block back = RunInverse(InverseOf(GetParam()), RunForward(ForwardOf(GetParam()), samples));
+        for (int k = 0; k < BLOCK_SAMPLES; ++k)
+            ASSERT_NEAR(back[k], samples[k], 2) << "sample " << k;
+    }
+}
+
+TEST_P(TransformAnchor, ZeroBlockStaysZero)
+{
+    const Block zero{};
+    EXPECT_EQ(RunForward(ForwardOf(GetParam()), zero), zero);
+    EXPECT_EQ(RunInverse(InverseOf(GetParam()), zero), zero);
+}
+
+INSTANTIATE_TEST_SUITE_P(ScalarAndMMX, TransformAnchor, ::testing::Values(false, true),
+                         [](const auto& param) { return param.param ? "MMX" : "Scalar"; });
+
+// Scalar and SIMD forms differ by one on a few samples of ordinary data; a wrong step in either form shows as larger or more frequent differences.
+// The inverse, which makes the pictures, stays within one. The forward SIMD form takes
+// the DC without rounding, so a forward coefficient, nearly always the DC, differs by two
+// about once in a million.
+TEST(TransformForms, ScalarAndMMXStayCloseOnOrdinaryData)
+{
+    CRandom random(CheckSeed());
+    int nSamples = 0, nDifferent = 0, nForwardByTwo = 0;
+    for (int n = 0; n < 2000; ++n) {
+        const Block samples = OrdinaryBlock(random);
+        const Block forward[2] = {RunForward(FDCTBlock, samples), RunForward(FDCTBlockMMX, samples)};
+        const Block coeff = OrdinaryCoefficients(random, random.Between(1, 31), n % 2);
+        const Block inverse[2] = {RunInverse(IDCTBlock, coeff), RunInverse(IDCTBlockMMX, coeff)};
+        for (int k = 0; k < BLOCK_SAMPLES; ++k) {
+            ASSERT_LE(std::abs(forward[0][k] - forward[1][k]), 2);
+            ASSERT_LE(std::abs(inverse[0][k] - inverse[1][k]), 1);
+            nForwardByTwo += std::abs(forward[0][k] - forward[1][k]) == 2;
+            nDifferent += (forward[0][k] != forward[1][k]) + (inverse[0][k] != inverse[1][k]);
+            nSamples += 2;
+        }
+    }
+    EXPECT_LE(nForwardByTwo, 2);
+    EXPECT_LT(nDifferent * 50, nSamples) << nDifferent << " of " << nSamples << " samples differ";
+}
+
+// A constant block of 255: DC 2039, quantised 254, reconstructed from 2032 to 254.
+TEST(TransformForms, ConstantBlockOf255ReconstructsTo254)
+{
+    Block samples;
+    samples.fill(255);
+    const Block coeff = RunForward(FDCTBlock, samples);
+    EXPECT_EQ(coeff[0], 2039);
+    EXPECT_TRUE(std::all_of(coeff.begin() + 1, coeff.end(), [](short v) { return v == 0; }));
+    Block levels, dequantised;
+    QuantBlock(coeff.data(), levels.data(), 10, QUANT_MODE_INTRA);
+    EXPECT_EQ(levels[0], 254);
+    DequantBlock(levels.data(), dequantised.data(), 10, QUANT_MODE_INTRA);
+    EXPECT_EQ(dequantised[0], 2032);
+    for (bool bMMX : {false, true}) {
+        const Block back = RunInverse(InverseOf(bMMX), dequantised);
+        EXPECT_TRUE(std::all_of(back.begin(), back.end(), [](short v) { return v == 254; })) << bMMX;
+    }
+}
+
+TEST(TransformForms, ConstantBlockTransformsToDCOnly)
+{
+    for (int v : {-255, -1, 1, 100, 128}) {
+        Block samples;
+        samples.fill(static_cast<short>(v));
+        for (bool bMMX : {false, true}) {
+            const Block coeff = RunForward(ForwardOf(bMMX), samples);
+            EXPECT_NEAR(coeff[0], 8 * v, 1) << v;
+            EXPECT_TRUE(std::all_of(coeff.begin() + 1, coeff.end(), [](short c) { return c == 0; })) << v;
+        }
+    }
+}
+
+TEST(Quantiser, IntraDCIsClampedToOneTo254)
+{
+    Block coeff{}, levels;
+    for (const auto& [nDC, nLevel] : {std::pair{0, 1}, {7, 1}, {-100, 1}, {8, 1}, {16, 2}, {2039, 254},
+                                      {2047, 254}, {32767, 254}}) {
+        coeff[0] = static_cast<short>(nDC);
+        QuantBlock(coeff.data(), levels.data(), 5, QUANT_MODE_INTRA);
+        EXPECT_EQ(levels[0], nLevel) << nDC;
+    }
+}
+
+TEST(Quantiser, IntraACTruncatesAndClips)
+{
+    Block coeff{}, levels;
+    coeff[1] = 45;
+    coeff[2] = -45;
+    coeff[3] = 9;
+    coeff[4] = 32767;
+    coeff[5] = -32768;
+    QuantBlock(coeff.data(), levels.data(), 5, QUANT_MODE_INTRA);
+    EXPECT_EQ(levels[1], 4);
+    EXPECT_EQ(levels[2], -4);
+    EXPECT_EQ(levels[3], 0);
+    EXPECT_EQ(levels[4], 127);
+    EXPECT_EQ(levels[5], -127);
+}
+
+TEST(Quantiser, InterWithQ1TakesTwoToOneAndOneToZero)
+{
+    Block coeff{}, levels;
+    coeff[0] = 2;
+    coeff[1] = -2;
+    coeff[2] = 1;
+    coeff[3] = -1;
+    coeff[4] = 3;
+    QuantBlock(coeff.data(), levels.data(), 1, QUANT_MODE_INTER);
+    EXPECT_EQ(levels[0], 1);
+    EXPECT_EQ(levels[1], -1);
+    EXPECT_EQ(levels[2], 0);
+    EXPECT_EQ(levels[3], 0);
+    EXPECT_EQ(levels[4], 1);
+}
+
+TEST(Quantiser, InterSubtractsHalfQBeforeDividing)
+{
+    Block coeff{}, levels;
+    coeff[0] = 7;     // (7 - 1) / 6 = 1
+    coeff[1] = -7;
+    coeff[2] = 6;     // (6 - 1) / 6 = 0
+    coeff[3] = 1;     // negative numerator: 0
+    coeff[4] = 32767;
+    QuantBlock(coeff.data(), levels.data(), 3, QUANT_MODE_INTER);
+    EXPECT_EQ(levels[0], 1);
+    EXPECT_EQ(levels[1], -1);
+    EXPECT_EQ(levels[2], 0);
+    EXPECT_EQ(levels[3], 0);
+    EXPECT_EQ(levels[4], 127);
+}
+
+TEST(Quantiser, DequantisesByTheRuleOfOddAndEvenQ)
+{
+    Block levels{}, coeff;
+    levels[1] = 127;
+    levels[2] = -127;
+    levels[3] = 1;
+    DequantBlock(levels.data(), coeff.data(), 31, QUANT_MODE_INTER);
+    EXPECT_EQ(coeff[1], 7905);
+    EXPECT_EQ(coeff[2], -7905);
+    EXPECT_EQ(coeff[3], 93);
+    EXPECT_EQ(coeff[0], 0);
+    DequantBlock(levels.data(), coeff.data(), 10, QUANT_MODE_INTER);
+    EXPECT_EQ(coeff[3], 29);
+    EXPECT_EQ(coeff[1], 10 * 255 - 1);
+}
+
+TEST(Quantiser, IntraDCDequantisesToEightTimesItsLevel)
+{
+    Block levels{}, coeff;
+    levels[0] = 128;
+    levels[1] = 2;
+    DequantBlock(levels.data(), coeff.data(), 7, QUANT_MODE_INTRA);
+    EXPECT_EQ(coeff[0], 1024);
+    EXPECT_EQ(coeff[1], 35);
+}
+
+TEST(Quantiser, QZeroCopiesTheBlock)
+{
+    Block input, output;
+    for (int k = 0; k < BLOCK_SAMPLES; ++k)
+        input[k] = static_cast<short>(k * 517 - 16000);
+    for (int nMode : {QUANT_MODE_INTRA, QUANT_MODE_INTER}) {
+        QuantBlock(input.data(), output.data(), 0, nMode);
+        EXPECT_EQ(output, input);
+        DequantBlock(input.data(), output.data(), 0, nMode);
+        EXPECT_EQ(output, input);
+    }
+}
+
+// Each block of a macroblock quantises from, and reconstructs into, its own place:
+// luma upper left, upper right, lower left, lower right, then U and V.
+TEST(MacroblockQuantiser, BlocksKeepTheirPlaces)
+{
+    const short values[MB_BLOCKS] = {16, 48, 80, 112, 144, 176};
+    YUV_Block mb;
+    for (int r = 0; r < 16; ++r) {
+        for (int c = 0; c < 16; ++c)
+            mb.Y[16 * r + c] = values[2 * (r / 8) + c / 8];
+    }
+    std::fill(std::begin(mb.U), std::end(mb.U), values[4]);
+    std::fill(std::begin(mb.V), std::end(mb.V), values[5]);
+    constexpr int kQp = 4;
+    for (bool bMMX : {false, true}) {
+        short levels[MB_BLOCKS * BLOCK_SAMPLES];
+        (bMMX ? QuantMBwithMMX : QuantMB)(levels, &mb, kQp, QUANT_MODE_INTRA);
+        YUV_Block back;
+        (bMMX ? DequantMBwithMMX : DequantMB)(levels, &back, kQp, QUANT_MODE_INTRA);
+        for (int b = 0; b < MB_BLOCKS; ++b) {
+            Block constant, level, coeff;
+            constant.fill(values[b]);
+            QuantBlock(RunForward(ForwardOf(bMMX), constant).data(), level.data(), kQp, QUANT_MODE_INTRA);
+            ASSERT_TRUE(std::equal(level.begin(), level.end(), levels + BLOCK_SAMPLES * b)) << "block " << b;
+            DequantBlock(level.data(), coeff.data(), kQp, QUANT_MODE_INTRA);
+            const short nSample = RunInverse(InverseOf(bMMX), coeff)[0];
+            const short* psPlace = b < 4 ? back.Y + 128 * (b / 2) + 8 * (b % 2) : b == 4 ? back.U : back.V;
+            const int nStride = b < 4 ? 16 : 8;
+            for (int k = 0; k < BLOCK_SAMPLES; ++k)
+                ASSERT_EQ(psPlace[nStride * (k / 8) + k % 8], nSample) << "block " << b << " sample " << k;
+        }
+    }
+}
+
+// Kernels keep no state: many threads on the same inputs get the single-thread results.
+TEST(TransformForms, ManyThreadsGetTheSameResults)
+{
+    CRandom random(CheckSeed());
+    std::vector<Block> inputs(200);
+    for (Block& block : inputs)
+        block = OrdinaryCoefficients(random, 8, QUANT_MODE_INTER);
+    std::vector<Block> expected;
+    for (const Block& block : inputs)
+        expected.push_back(RunInverse(IDCTBlockMMX, RunForward(FDCTBlock, RunInverse(IDCTBlock, block))));
+    std::vector<int> failures(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 20; ++round) {
+                for (std::size_t n = 0; n < inputs.size(); ++n) {
+                    const Block out = RunInverse(IDCTBlockMMX, RunForward(FDCTBlock, RunInverse(IDCTBlock, inputs[n])));
+                    failures[t] += out != expected[n];
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+} // namespace
