@@ -55,10 +55,11 @@ def ffmpeg_figures(frames_path, size, work_dir):
 
 def our_figures(bench):
     names = "|".join(f"{rev}/{size}" for rev, size, _ in CASES)
-    result = subprocess.run([bench, f"--benchmark_filter=^(Encode|Decode)/({names})/.*/simd$",
+    result = subprocess.run([bench, f"--benchmark_filter=^(Encode|Decode)/({names})/.*/simd",
                              "--benchmark_format=csv"], capture_output=True, text=True, check=True)
     rows = csv.DictReader(io.StringIO(result.stdout[result.stdout.index("name,"):]))
-    return {row["name"]: (float(row["fps"]), float(row["bytes_per_frame"])) for row in rows}
+    # Names carry a "/min_time:..." suffix.
+    return {row["name"].split("/min_time")[0]: (float(row["fps"]), float(row["bytes_per_frame"])) for row in rows}
 
 
 def main():

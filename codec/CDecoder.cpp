@@ -172,6 +172,81 @@ void CDecoder::SetQp(int nQp)
 }
 
 // ---------------------------------------------------------------------------
+// Bit reader
+
+void CDecoder::InitBitStreamBuf()
+{
+    tag_BITREADER& r = *m_pBitReader;
+    r.rdptr = m_pBitStream;
+    std::memset(r.inbfr, 0, sizeof r.inbfr);
+    r.incnt = 0;
+    r.bitcnt = 0;
+    r.dwKept = 0;
+    r.qwFetched = 0;
+}
+
+// Keeps the last 4 bytes of the window and fetches 8 more. Past the end of the private
+// copy the fetch yields zeros, so no record can lead the reader outside it.
+void CDecoder::FillWindow(tag_BITREADER& r, const BYTE* pEnd)
+{
+    std::memcpy(r.inbfr + kKeptBytes, r.inbfr + kWindowBytes - kKeptBytes, kKeptBytes);
+    if (r.rdptr + kFetchBytes <= pEnd) {
+        std::memcpy(r.inbfr + kKeptBytes + kKeptBytes, r.rdptr, kFetchBytes);
+        r.rdptr += kFetchBytes;
+    } else {
+        std::memset(r.inbfr + kKeptBytes + kKeptBytes, 0, kFetchBytes);
+    }
+    r.dwKept = static_cast<DWORD>(r.qwFetched);
+    r.qwFetched = LoadBigEndian64(r.inbfr + kKeptBytes + kKeptBytes);
+    r.incnt += 8 * kFetchBytes;
+}
+
+// The unread bits are the low incnt bits of the 96-bit window inbfr[4..15].
+inline unsigned CDecoder::ShowWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd)
+{
+    if (r.incnt < nBits)
+        FillWindow(r, pEnd);
+    const int nBelow = r.incnt - nBits;
+    const unsigned nMask = (1u << nBits) - 1;
+    if (nBelow >= 64)
+        return (r.dwKept >> (nBelow - 64)) & nMask;
+    std::uint64_t qwBits = r.qwFetched >> nBelow;
+    if (r.incnt > 64)
+        qwBits |= std::uint64_t{r.dwKept} << (64 - nBelow);
+    return static_cast<unsigned>(qwBits) & nMask;
+}
+
+inline void CDecoder::FlushWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd)
+{
+    r.bitcnt += nBits;
+    r.incnt -= nBits;
+    if (r.incnt < 0)
+        FillWindow(r, pEnd);
+}
+
+void CDecoder::FillBitStreamBuffer()
+{
+    FillWindow(*m_pBitReader, m_pBitStream + BITSTREAM_BYTES);
+}
+
+inline unsigned CDecoder::ShowBits(int nBits)
+{
+    return ShowWindowBits(*m_pBitReader, nBits, m_pBitStream + BITSTREAM_BYTES);
+}
+
+inline void CDecoder::FlushBits(int nBits)
+{
+    FlushWindowBits(*m_pBitReader, nBits, m_pBitStream + BITSTREAM_BYTES);
+}
+
+inline unsigned CDecoder::GetBits(int nBits)
+{
+    const unsigned nValue = ShowBits(nBits);
+    FlushBits(nBits);
+    return nValue;
+}
+
+// ---------------------------------------------------------------------------
 // Picture
 
 DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut, BOOL bKeepSize)
@@ -276,63 +351,7 @@ void CDecoder::IQImage(const IMAGE& imgDst, const IMAGE& imgSrc, int& nWidth, in
 }
 
 // ---------------------------------------------------------------------------
-// Bit reader
-
-void CDecoder::InitBitStreamBuf()
-{
-    m_pBitReader->rdptr = m_pBitStream;
-    std::memset(m_pBitReader->inbfr, 0, sizeof m_pBitReader->inbfr);
-    m_pBitReader->incnt = 0;
-    m_pBitReader->bitcnt = 0;
-}
-
-// Keeps the last 4 bytes of the window and fetches 8 more. Past the end of the private
-// copy the fetch yields zeros, so no record can lead the reader outside it.
-void CDecoder::FillBitStreamBuffer()
-{
-    tag_BITREADER& r = *m_pBitReader;
-    std::memcpy(r.inbfr + kKeptBytes, r.inbfr + kWindowBytes - kKeptBytes, kKeptBytes);
-    if (r.rdptr + kFetchBytes <= m_pBitStream + BITSTREAM_BYTES) {
-        std::memcpy(r.inbfr + kKeptBytes + kKeptBytes, r.rdptr, kFetchBytes);
-        r.rdptr += kFetchBytes;
-    } else {
-        std::memset(r.inbfr + kKeptBytes + kKeptBytes, 0, kFetchBytes);
-    }
-    r.incnt += 8 * kFetchBytes;
-}
-
-// The unread bits are the low incnt bits of the 96-bit window inbfr[4..15].
-unsigned CDecoder::ShowBits(int nBits)
-{
-    tag_BITREADER& r = *m_pBitReader;
-    if (r.incnt < nBits)
-        FillBitStreamBuffer();
-    const std::uint64_t qwLow = LoadBigEndian64(r.inbfr + 8);
-    const int nBelow = r.incnt - nBits;
-    const unsigned nMask = (1u << nBits) - 1;
-    if (nBelow >= 64)
-        return (LoadBigEndian32(r.inbfr + 4) >> (nBelow - 64)) & nMask;
-    std::uint64_t qwBits = qwLow >> nBelow;
-    if (r.incnt > 64)
-        qwBits |= std::uint64_t{LoadBigEndian32(r.inbfr + 4)} << (64 - nBelow);
-    return static_cast<unsigned>(qwBits) & nMask;
-}
-
-void CDecoder::FlushBits(int nBits)
-{
-    tag_BITREADER& r = *m_pBitReader;
-    r.bitcnt += nBits;
-    r.incnt -= nBits;
-    if (r.incnt < 0)
-        FillBitStreamBuffer();
-}
-
-unsigned CDecoder::GetBits(int nBits)
-{
-    const unsigned nValue = ShowBits(nBits);
-    FlushBits(nBits);
-    return nValue;
-}
+// Syntax
 
 void CDecoder::AlignBits()
 {
@@ -367,41 +386,62 @@ int CDecoder::GetCBPY()
     return 15 - entry.byIntra;
 }
 
-// Coefficient events of one block into scan order, inverse quantised.
+// Coefficient events of one block into scan order, inverse quantised. A table code
+// has at most 12 bits, so its sign bit is mostly among the 12 bits already shown.
 BOOL CDecoder::DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp)
 {
     const int nQ = bQp ? m_nQp : m_nQi;
     const int e = nQ % 2 == 0 ? 1 : 0;
-    int nPos = bInter ? 0 : 1;
-    for (;;) {
-        const unsigned nNext = ShowBits(TCOEF_LOOKAHEAD_BITS);
+    const BYTE* pEnd = m_pBitStream + BITSTREAM_BYTES;
+    tag_BITREADER r = *m_pBitReader;
+    BOOL bGood = FALSE;
+    for (int nPos = bInter ? 0 : 1;;) {
+        const unsigned nNext = ShowWindowBits(r, TCOEF_LOOKAHEAD_BITS, pEnd);
         if (nNext < TCOEF_READ12_FIRST)
-            return FALSE;
-        const tag_TCOEFENTRY& entry = LookupTCoefEntry(nNext);
+            break;
+        const tag_TCOEFENTRY& entry = nNext >= TCOEF_READ7_FIRST    ? g_tcoefRead7[nNext >> 5]
+                                      : nNext >= TCOEF_READ10_FIRST ? g_tcoefRead10[nNext >> 2]
+                                                                    : g_tcoefRead12[nNext];
         if (entry.byLength == 0)
-            return FALSE;
-        FlushBits(entry.byLength);
+            break;
         int nLast;
         int nRun;
         int nLevel;
         if (IsTCoefEscape(entry)) {
-            nLast = static_cast<int>(GetBits(TCOEF_ESCAPE_LAST_BITS));
-            nRun = static_cast<int>(GetBits(TCOEF_ESCAPE_RUN_BITS));
-            nLevel = static_cast<signed char>(GetBits(TCOEF_ESCAPE_LEVEL_BITS));
+            FlushWindowBits(r, entry.byLength, pEnd);
+            nLast = static_cast<int>(ShowWindowBits(r, TCOEF_ESCAPE_LAST_BITS, pEnd));
+            FlushWindowBits(r, TCOEF_ESCAPE_LAST_BITS, pEnd);
+            nRun = static_cast<int>(ShowWindowBits(r, TCOEF_ESCAPE_RUN_BITS, pEnd));
+            FlushWindowBits(r, TCOEF_ESCAPE_RUN_BITS, pEnd);
+            nLevel = static_cast<signed char>(ShowWindowBits(r, TCOEF_ESCAPE_LEVEL_BITS, pEnd));
+            FlushWindowBits(r, TCOEF_ESCAPE_LEVEL_BITS, pEnd);
         } else {
             nLast = entry.byLast;
             nRun = entry.byRun;
-            nLevel = GetBits(1) != 0 ? -entry.byLevel : entry.byLevel;
+            unsigned nSign;
+            if (entry.byLength < TCOEF_LOOKAHEAD_BITS) {
+                nSign = (nNext >> (TCOEF_LOOKAHEAD_BITS - 1 - entry.byLength)) & 1;
+                FlushWindowBits(r, entry.byLength + 1, pEnd);
+            } else {
+                FlushWindowBits(r, entry.byLength, pEnd);
+                nSign = ShowWindowBits(r, 1, pEnd);
+                FlushWindowBits(r, 1, pEnd);
+            }
+            nLevel = nSign != 0 ? -entry.byLevel : entry.byLevel;
         }
         nPos += nRun;
         if (nPos >= BLOCK_SAMPLES)
-            return FALSE;
+            break;
         const int nMagnitude = nQ * (2 * (nLevel < 0 ? -nLevel : nLevel) + 1) - e;
         psBlock[nPos] = static_cast<short>(nLevel < 0 ? -nMagnitude : nMagnitude);
         ++nPos;
-        if (nLast != 0)
-            return TRUE;
+        if (nLast != 0) {
+            bGood = TRUE;
+            break;
+        }
     }
+    *m_pBitReader = r;
+    return bGood;
 }
 
 void CDecoder::FillMBFromSubMB(int nBlock, YUV_Block* pMB, const short* psBlock)

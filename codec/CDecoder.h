@@ -39,12 +39,15 @@ public:
 protected:
     // The reader's window: 16 bytes, of which the last 12 are live (4 kept from the
     // previous fetch and 8 fetched), incnt bits of them still unread; bitcnt counts
-    // the bits consumed since the start of the record.
+    // the bits consumed since the start of the record. The live bytes are also held
+    // as big-endian numbers, so that reading bits is shifting and masking.
     struct tag_BITREADER {
         const BYTE* rdptr;
         BYTE inbfr[16];
         int incnt;
         int bitcnt;
+        DWORD dwKept;            // inbfr[4..7]
+        unsigned long long qwFetched;   // inbfr[8..15]
     };
 
     int m_nHeight = 0;
@@ -65,11 +68,17 @@ protected:
 private:
     using IDCTFunction = void (*)(const short*, short*);
 
+    // The reader's operations on a given state: the members below apply them to
+    // m_pBitReader, and the coefficient loop to a copy that stays in registers.
+    static void FillWindow(tag_BITREADER& r, const BYTE* pEnd);
+    static inline unsigned ShowWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd);
+    static inline void FlushWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd);
+
     void InitBitStreamBuf();
     void FillBitStreamBuffer();
-    unsigned ShowBits(int nBits);
-    void FlushBits(int nBits);
-    unsigned GetBits(int nBits);
+    inline unsigned ShowBits(int nBits);
+    inline void FlushBits(int nBits);
+    inline unsigned GetBits(int nBits);
     void AlignBits();
     BOOL GetStartBitStream();
     int GetCBPY();

@@ -544,7 +544,10 @@ int CEncoder::GetCBP(const short* psLevel, int nFirst, int nBlockLength)
     int nPattern = 0;
     for (int b = 0; b < MB_BLOCKS; ++b) {
         const short* psBlock = psLevel + b * nBlockLength;
-        if (std::any_of(psBlock + nFirst, psBlock + nBlockLength, [](short s) { return s != 0; }))
+        int nAny = 0;   // no early exit: the loop over a whole block vectorises
+        for (int n = nFirst; n < nBlockLength; ++n)
+            nAny |= psBlock[n];
+        if (nAny != 0)
             nPattern |= 1 << (MB_BLOCKS - 1 - b);
     }
     return nPattern;
