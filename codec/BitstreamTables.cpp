@@ -124,22 +124,22 @@ static_assert(std::size(kTCoefCodes) == 102, "TCOEF has 102 codes besides ESCAPE
 
 // CBPY codes, ITU-T H.263 Table 13, indexed by the intra column CBPY(I).
 constexpr const char* kCBPYCodes[CBPY_VALUES] = {
-    "0011",   // 0
+    "0011",    // 0
     "00101",   // 1
     "00100",   // 2
-    "1001",   // 3
+    "1001",    // 3
     "00011",   // 4
-    "0111",   // 5
-    "000010",   // 6
-    "1011",   // 7
+    "0111",    // 5
+    "000010",  // 6
+    "1011",    // 7
     "00010",   // 8
-    "000011",   // 9
-    "0101",   // 10
-    "1010",   // 11
-    "0100",   // 12
-    "1000",   // 13
-    "0110",   // 14
-    "11",   // 15
+    "000011",  // 9
+    "0101",    // 10
+    "1010",    // 11
+    "0100",    // 12
+    "1000",    // 13
+    "0110",    // 14
+    "11",      // 15
 };
 
 constexpr tag_VLCCODE ParseCode(const char* strCode)

@@ -1,5 +1,7 @@
 // Macroblock loads, stores and arithmetic, colour conversions and the processor probes.
-// Each kernel with SSE2 code has a plain reference loop beside it; KernelForms chooses.
+// Where hand-written SSE2 beats what the compiler makes of the plain loop (macroblock
+// stores, the 16-bit SAD, colour conversion) it stands beside a reference loop, and
+// KernelForms chooses; the other kernels are plain loops that the compiler vectorises.
 #include "codec/PixelKernels.h"
 
 #include "codec/KernelForms.h"
@@ -18,8 +20,6 @@
 #endif
 
 namespace {
-
-constexpr int kChromaRowsPerMB = MB_CHROMA_SIZE;
 
 struct tag_MBPLANES {
     BYTE* pbyY;
@@ -61,7 +61,7 @@ void GatherMB(const tag_MBPLANES& planes, T* pY, T* pU, T* pV)
         for (int c = 0; c < MB_LUMA_SIZE; ++c)
             pY[MB_LUMA_SIZE * r + c] = static_cast<T>(pbySource[c]);
     }
-    for (int r = 0; r < kChromaRowsPerMB; ++r) {
+    for (int r = 0; r < MB_CHROMA_SIZE; ++r) {
         const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
         for (int c = 0; c < MB_CHROMA_SIZE; ++c) {
             pU[MB_CHROMA_SIZE * r + c] = static_cast<T>(planes.pbyU[nOffset + c]);
@@ -78,7 +78,7 @@ void ScatterMB(const tag_MBPLANES& planes, const T* pY, const T* pU, const T* pV
         for (int c = 0; c < MB_LUMA_SIZE; ++c)
             pbyTarget[c] = static_cast<BYTE>(pY[MB_LUMA_SIZE * r + c]);
     }
-    for (int r = 0; r < kChromaRowsPerMB; ++r) {
+    for (int r = 0; r < MB_CHROMA_SIZE; ++r) {
         const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
         for (int c = 0; c < MB_CHROMA_SIZE; ++c) {
             planes.pbyU[nOffset + c] = static_cast<BYTE>(pU[MB_CHROMA_SIZE * r + c]);
@@ -92,14 +92,6 @@ int SADMBReference(const YUV_Block* pFirst, const YUV_Block* pSecond)
     int nSum = 0;
     for (int n = 0; n < MB_LUMA_SAMPLES; ++n)
         nSum += std::abs(pFirst->Y[n] - pSecond->Y[n]);
-    return nSum;
-}
-
-int SADMBBytesReference(const BYTE* pbyFirst, const BYTE* pbySecond)
-{
-    int nSum = 0;
-    for (int n = 0; n < MB_LUMA_SAMPLES; ++n)
-        nSum += std::abs(pbyFirst[n] - pbySecond[n]);
     return nSum;
 }
 
@@ -203,23 +195,6 @@ void StoreHalf(BYTE* pby, __m128i v)
     _mm_storel_epi64(reinterpret_cast<__m128i*>(pby), v);
 }
 
-void GetMBSSE2(const tag_MBPLANES& planes, YUV_Block* pMB)
-{
-    const __m128i zero = _mm_setzero_si128();
-    for (int r = 0; r < MB_LUMA_SIZE; ++r) {
-        const __m128i row = LoadBytes(planes.pbyY + static_cast<std::ptrdiff_t>(r) * planes.nLumaStride);
-        StoreBytes(reinterpret_cast<BYTE*>(pMB->Y + MB_LUMA_SIZE * r), _mm_unpacklo_epi8(row, zero));
-        StoreBytes(reinterpret_cast<BYTE*>(pMB->Y + MB_LUMA_SIZE * r + 8), _mm_unpackhi_epi8(row, zero));
-    }
-    for (int r = 0; r < kChromaRowsPerMB; ++r) {
-        const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
-        StoreBytes(reinterpret_cast<BYTE*>(pMB->U + MB_CHROMA_SIZE * r),
-                   _mm_unpacklo_epi8(LoadHalf(planes.pbyU + nOffset), zero));
-        StoreBytes(reinterpret_cast<BYTE*>(pMB->V + MB_CHROMA_SIZE * r),
-                   _mm_unpacklo_epi8(LoadHalf(planes.pbyV + nOffset), zero));
-    }
-}
-
 // The low byte of each 16-bit lane of a and b, in order.
 __m128i LowBytes(__m128i a, __m128i b)
 {
@@ -234,7 +209,7 @@ void PutMBSSE2(const tag_MBPLANES& planes, const YUV_Block* pMB)
         const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pMB->Y + MB_LUMA_SIZE * r + 8));
         StoreBytes(planes.pbyY + static_cast<std::ptrdiff_t>(r) * planes.nLumaStride, LowBytes(a, b));
     }
-    for (int r = 0; r < kChromaRowsPerMB; r += 2) {
+    for (int r = 0; r < MB_CHROMA_SIZE; r += 2) {
         const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * planes.nChromaStride;
         const __m128i u = LowBytes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(pMB->U + MB_CHROMA_SIZE * r)),
                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(pMB->U + MB_CHROMA_SIZE * (r + 1))));
@@ -268,14 +243,6 @@ int SADMBSSE2(const YUV_Block* pFirst, const YUV_Block* pSecond)
         sum = _mm_add_epi32(sum, _mm_unpackhi_epi16(diff, zero));
     }
     return HorizontalSum32(sum);
-}
-
-int SADMBBytesSSE2(const BYTE* pbyFirst, const BYTE* pbySecond)
-{
-    __m128i sum = _mm_setzero_si128();
-    for (int n = 0; n < MB_LUMA_SAMPLES; n += 16)
-        sum = _mm_add_epi64(sum, _mm_sad_epu8(LoadBytes(pbyFirst + n), LoadBytes(pbySecond + n)));
-    return _mm_cvtsi128_si32(_mm_add_epi64(sum, _mm_srli_si128(sum, 8)));
 }
 
 // The colour tables as arithmetic on u = U - 128: (m * u + o) >> 13 reproduces TB and TR
@@ -416,14 +383,7 @@ bool CanToggleFlag(unsigned nBit)
 
 void GetMB(int nCol, int nRow, const IMAGE& img, int nWidth, YUV_Block* pMB)
 {
-    const tag_MBPLANES planes = LocateMB(nCol, nRow, img, nWidth);
-#if ZNDVR_KERNELS_SSE2
-    if (IsSIMDKernelsEnabled()) {
-        GetMBSSE2(planes, pMB);
-        return;
-    }
-#endif
-    GatherMB(planes, pMB->Y, pMB->U, pMB->V);
+    GatherMB(LocateMB(nCol, nRow, img, nWidth), pMB->Y, pMB->U, pMB->V);
 }
 
 void PutMB(int nCol, int nRow, const IMAGE& img, int nWidth, const YUV_Block* pMB)
@@ -476,11 +436,10 @@ int SADMB(const YUV_Block* pFirst, const YUV_Block* pSecond)
 
 int SADMBBytes(const BYTE* pbyFirst, const BYTE* pbySecond)
 {
-#if ZNDVR_KERNELS_SSE2
-    if (IsSIMDKernelsEnabled())
-        return SADMBBytesSSE2(pbyFirst, pbySecond);
-#endif
-    return SADMBBytesReference(pbyFirst, pbySecond);
+    int nSum = 0;
+    for (int n = 0; n < MB_LUMA_SAMPLES; ++n)
+        nSum += std::abs(pbyFirst[n] - pbySecond[n]);
+    return nSum;
 }
 
 void UYVYToYUV420(const BYTE* pbyFrame, const IMAGE& img, int nWidth, int nHeight)

@@ -514,15 +514,44 @@ short QuantIntraDC(int nCoeff)
     return static_cast<short>(std::clamp(nCoeff >> 3, INTRA_DC_MIN, INTRA_DC_MAX));
 }
 
-short QuantIntraAC(int nCoeff, int nQp)
+// Truncating division by 2Q. For 0 < Q < 2^15 it is a multiplication by
+// m = floor(2^32 / 2Q) + 1: with the error m * 2Q - 2^32 at most 2Q, any numerator n of
+// size below 2^16 has n * error < 2^32, which makes (n * m) >> 32 exactly n / 2Q. Other
+// Q, which no picture carries, divide.
+class CQuantDivisor {
+public:
+    explicit CQuantDivisor(int nQp)
+        : m_nDivisor(2 * Wide{nQp}),
+          m_nMultiplier(nQp > 0 && nQp < kFastLimit ? (std::uint64_t{1} << 32) / m_nDivisor + 1 : 0)
+    {
+    }
+
+    int Divide(int nNumerator) const
+    {
+        if (m_nMultiplier == 0)
+            return static_cast<int>(nNumerator / m_nDivisor);
+        const std::uint64_t nMagnitude = static_cast<std::uint64_t>(std::abs(nNumerator));
+        const int nQuotient = static_cast<int>((nMagnitude * m_nMultiplier) >> 32);
+        return nNumerator < 0 ? -nQuotient : nQuotient;
+    }
+
+private:
+    static constexpr int kFastLimit = 1 << 15;
+
+    Wide m_nDivisor;
+    std::uint64_t m_nMultiplier;
+};
+
+short QuantIntraAC(int nCoeff, const CQuantDivisor& divisor)
 {
-    const int nMagnitude = std::abs(nCoeff) / (2 * nQp);
+    const int nMagnitude = divisor.Divide(std::abs(nCoeff));
     return ClipLevel(nCoeff < 0 ? -nMagnitude : nMagnitude);
 }
 
-short QuantInter(int nCoeff, int nQp)
+// (|c| - Q/2) / 2Q, truncating toward zero, so a negative numerator gives 0.
+short QuantInter(int nCoeff, int nHalfQp, const CQuantDivisor& divisor)
 {
-    const int nMagnitude = (std::abs(nCoeff) - nQp / 2) / (2 * nQp);
+    const int nMagnitude = divisor.Divide(std::abs(nCoeff) - nHalfQp);
     return ClipLevel(nCoeff < 0 ? -nMagnitude : nMagnitude);
 }
 
@@ -683,14 +712,15 @@ void QuantBlock(const short* psCoeff, short* psLevel, int nQp, int nMode)
         std::memmove(psLevel, psCoeff, BLOCK_SAMPLES * sizeof(short));
         return;
     }
+    const CQuantDivisor divisor(nQp);
     if (nMode == QUANT_MODE_INTRA) {
         psLevel[0] = QuantIntraDC(psCoeff[0]);
         for (int n = 1; n < BLOCK_SAMPLES; ++n)
-            psLevel[n] = QuantIntraAC(psCoeff[n], nQp);
+            psLevel[n] = QuantIntraAC(psCoeff[n], divisor);
         return;
     }
     for (int n = 0; n < BLOCK_SAMPLES; ++n)
-        psLevel[n] = QuantInter(psCoeff[n], nQp);
+        psLevel[n] = QuantInter(psCoeff[n], nQp / 2, divisor);
 }
 
 void DequantBlock(const short* psLevel, short* psCoeff, int nQp, int nMode)

@@ -291,6 +291,33 @@ TEST(Quantiser, InterSubtractsHalfQBeforeDividing)
     EXPECT_EQ(levels[4], 127);
 }
 
+// Every coefficient value under every Q a picture can carry, and some beyond, against
+// plain truncating division.
+TEST(Quantiser, MatchesPlainDivisionForEveryCoefficient)
+{
+    const auto expectedLevel = [](int c, int q, int nMode) {
+        const long nMagnitude = nMode == QUANT_MODE_INTRA ? std::abs(c) / (2L * q) : (std::abs(c) - q / 2) / (2L * q);
+        return static_cast<int>(std::clamp(c < 0 ? -nMagnitude : nMagnitude, -127L, 127L));
+    };
+    std::vector<int> qps;
+    for (int q = 1; q <= 255; q += q < 40 ? 1 : 17)
+        qps.push_back(q);
+    for (int q : {256, 32767, 32768, 1 << 20, -1, -31})
+        qps.push_back(q);
+    for (int q : qps) {
+        for (int nMode : {QUANT_MODE_INTRA, QUANT_MODE_INTER}) {
+            Block coeff, levels;
+            for (int nBase = -32768; nBase <= 32767; nBase += BLOCK_SAMPLES) {
+                for (int k = 0; k < BLOCK_SAMPLES; ++k)
+                    coeff[k] = static_cast<short>(nBase + k);
+                QuantBlock(coeff.data(), levels.data(), q, nMode);
+                for (int k = nMode == QUANT_MODE_INTRA ? 1 : 0; k < BLOCK_SAMPLES; ++k)
+                    ASSERT_EQ(levels[k], expectedLevel(coeff[k], q, nMode)) << "c " << coeff[k] << " Q " << q;
+            }
+        }
+    }
+}
+
 TEST(Quantiser, DequantisesByTheRuleOfOddAndEvenQ)
 {
     Block levels{}, coeff;
