@@ -359,23 +359,43 @@ constexpr unsigned kExtendedLeafBase = 0x80000000u;
 
 #if defined(__x86_64__)
 using Flags = unsigned long long;
-Flags ReadFlags() { return __builtin_ia32_readeflags_u64(); }
-void WriteFlags(Flags flags) { __builtin_ia32_writeeflags_u64(flags); }
+// Steps over the red zone below the stack pointer, where the compiler may keep values
+// that the pushes of the probe would overwrite.
+#define ZNDVR_ENTER_PROBE_STACK "add $-128, %%rsp\n\t"
+#define ZNDVR_LEAVE_PROBE_STACK "sub $-128, %%rsp\n\t"
 #else
 using Flags = unsigned int;
-Flags ReadFlags() { return __builtin_ia32_readeflags_u32(); }
-void WriteFlags(Flags flags) { __builtin_ia32_writeeflags_u32(flags); }
+#define ZNDVR_ENTER_PROBE_STACK ""
+#define ZNDVR_LEAVE_PROBE_STACK ""
 #endif
 
-// Whether a bit of the processor flags can be changed; restores the flags at once.
+// Whether a bit of the processor flags can be changed. The toggled flags are read back
+// and the original restored within one instruction sequence: with the alignment-check
+// bit set, any unaligned access the compiler placed in between would trap.
 bool CanToggleFlag(unsigned nBit)
 {
-    const Flags original = ReadFlags();
-    WriteFlags(original ^ (Flags{1} << nBit));
-    const Flags toggled = ReadFlags();
-    WriteFlags(original);
-    return ((original ^ toggled) >> nBit) & 1;
+    const Flags mask = Flags{1} << nBit;
+    Flags original;
+    Flags toggled;
+    __asm__ volatile(ZNDVR_ENTER_PROBE_STACK
+                     "pushf\n\t"
+                     "pop %0\n\t"
+                     "mov %0, %1\n\t"
+                     "xor %2, %1\n\t"
+                     "push %1\n\t"
+                     "popf\n\t"
+                     "pushf\n\t"
+                     "pop %1\n\t"
+                     "push %0\n\t"
+                     "popf\n\t" ZNDVR_LEAVE_PROBE_STACK
+                     : "=&r"(original), "=&r"(toggled)
+                     : "r"(mask)
+                     : "cc", "memory");
+    return ((original ^ toggled) & mask) != 0;
 }
+
+#undef ZNDVR_ENTER_PROBE_STACK
+#undef ZNDVR_LEAVE_PROBE_STACK
 
 #endif
 
