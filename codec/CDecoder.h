@@ -4,6 +4,7 @@
 #pragma once
 
 #include "codec/CodecTypes.h"
+#include "platform/CObject.h"
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
 
@@ -17,7 +18,7 @@ struct DECODER_RETURN {
     BOOL bNotCoded;      // a P picture that repeats the previous one
 };
 
-class ZNDVR_API CDecoder {
+class ZNDVR_API CDecoder : public CObject {
 public:
     // Capacities: the longest record taken, and the largest coded picture (704x576).
     static constexpr int BITSTREAM_BYTES = 811008;
@@ -25,7 +26,7 @@ public:
     static constexpr int MAX_HEIGHT = 576;
 
     CDecoder();
-    virtual ~CDecoder();
+    ~CDecoder() override;
     CDecoder(const CDecoder&) = delete;
     CDecoder& operator=(const CDecoder&) = delete;
 

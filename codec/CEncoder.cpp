@@ -3,12 +3,12 @@
 #include "codec/BitstreamTables.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
+#include "platform/TickClock.h"
+#include "platform/WinThreads.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <new>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -266,8 +266,7 @@ int CEncoder::CopSubmit(BYTE*)
 
 DWORD CEncoder::CopTickCount()
 {
-    using namespace std::chrono;
-    return static_cast<DWORD>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+    return GetTickCount();
 }
 
 // ---------------------------------------------------------------------------
@@ -767,7 +766,7 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             if (!bDone)
                 CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
             else if (bWaitOut)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                Sleep(1);
             else
                 break;
         }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "codec/CodecTypes.h"
+#include "platform/CObject.h"
 #include "platform/WinTypes.h"
 
 #include <cstddef>
@@ -20,7 +21,7 @@ struct ENCODER_RETURN {
 inline constexpr DWORD STREAM_REVISION_20020114 = 0x20020114;
 inline constexpr DWORD STREAM_REVISION_20020219 = 0x20020219;
 
-class CEncoder {
+class CEncoder : public CObject {
 public:
     // Coprocessor batch: a kind byte, then ten records of Q, mode and the macroblock to
     // code, then ten reference macroblocks; the result comes back in the same buffer as
@@ -35,7 +36,7 @@ public:
     static constexpr int COP_GROUP_BITS_BYTES = 7680;
 
     CEncoder();
-    virtual ~CEncoder();
+    ~CEncoder() override;
     CEncoder(const CEncoder&) = delete;
     CEncoder& operator=(const CEncoder&) = delete;
 
@@ -65,7 +66,7 @@ protected:
     virtual int CopFetchDone(BYTE* pbyBatch, int nLength);
     virtual int CopPoll();
     virtual int CopSubmit(BYTE* pbyBatch);
-    // Millisecond clock of the coprocessor's waiting windows; a monotonic clock here,
+    // Millisecond clock of the coprocessor's waiting windows: the platform's tick count,
     // replaceable so that a test can pace the windows deterministically.
     virtual DWORD CopTickCount();
 
