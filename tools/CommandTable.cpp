@@ -2,12 +2,15 @@
 #include "Commands.h"
 
 int RunVolumesCommand(std::span<char* const> args);
+int RunBoardsCommand(std::span<char* const> args);
 
 namespace {
 
 constexpr ToolCommand kCommands[] = {
     {"volumes", "[DIR...]", "show the volume of each directory and whether it can hold recordings",
      &RunVolumesCommand},
+    {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
+     &RunBoardsCommand},
 };
 
 } // namespace

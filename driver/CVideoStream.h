@@ -1,0 +1,64 @@
+// One video stream of a board as the driver offers it: opened on a window that gets
+// WM_DRIVER_FRAME for every finished read, started and stopped, given one read order
+// at a time. The capture stream derives from it. Thread-bound to the thread that opens
+// it (the window's thread); frames are drawn on a driver thread of its own.
+#pragma once
+
+#include "driver/CSpciIO.h"
+#include "driver/CVirtualBoard.h"
+#include "driver/DriverRecords.h"
+#include "driver/FrameSources.h"
+#include "platform/Export.h"
+#include "platform/WinMessages.h"
+
+#include <memory>
+
+class CStreamPump;
+
+// A finished read: wParam the stream, lParam the camera of the order (within the stream).
+inline constexpr UINT WM_DRIVER_FRAME = WM_USER + 101;
+
+// The largest frame a stream delivers.
+inline constexpr int MAX_DELIVERED_WIDTH = 1024;
+inline constexpr int MAX_DELIVERED_HEIGHT = 1024;
+
+class ZNDVR_API CVideoStream {
+public:
+    CVideoStream(const CSpciIO& io, int nStream);
+    virtual ~CVideoStream();
+    CVideoStream(const CVideoStream&) = delete;
+    CVideoStream& operator=(const CVideoStream&) = delete;
+
+    // Whether the channel of camera nCamera (within the stream) still holds its last
+    // frame. Asked on the ordering thread when a read is ordered: the board switches
+    // its input ahead only to a following camera that isn't busy. Not busy by default.
+    virtual int IsCameraBusy(int nCamera);
+
+    // Prepares the stream: hWnd gets the frame messages, pPciPort gives the delivered
+    // size (an even width). Nonzero on success; fails on an open stream, a closed device,
+    // a stream the board doesn't have, or records that make no sense.
+    int Open(HWND hWnd, tag_VIDEOSTANDARD1 nStandard, tag_VideoPort* pVideoPort, tag_PciPort* pPciPort);
+    // Stops and ends the driver thread; no message is posted after it returns.
+    void Close();
+    int Start();
+    // Drops the pending order; no frame is drawn or posted once it returns.
+    int Stop();
+    // Orders a read, replacing one that is pending. Fails while not started, for a
+    // camera the stream doesn't have, a null buffer or one smaller than a frame.
+    int ReadVideo(tag_VIDEOREAD* pRead);
+    int SetVideoColor(int nCamera, tag_ZNCOLOR* pColor);
+    int GetVideoColor(int nCamera, tag_ZNCOLOR* pColor);
+
+private:
+    bool IsReadable(const tag_VIDEOREAD& read) const;
+    int PreparedCamera(const tag_VIDEOREAD& read);
+    bool IsStreamCamera(int nCamera) const;
+
+    const CSpciIO* m_pDriverDevice;
+    int m_nDriverStream;
+    std::shared_ptr<CVirtualBoard> m_pDriverBoard;
+    std::unique_ptr<CStreamPump> m_pDriverPump;
+    int m_nDriverCameras = 0;
+    tag_FRAMEFORMAT m_driverFormat{};
+    tag_ZNCOLOR m_driverColors[MAX_STREAM_CAMERAS]{};
+};

@@ -1,0 +1,250 @@
+// The byte bus: its lock against other threads and by the test clock, the port
+// registers, the traffic log, faults, and the place of the sound processor.
+#include "DriverTestSupport.h"
+
+#include "driver/CSpciDebi.h"
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+TEST(ByteBus, InputLinesAreLatchedByCommand82AndReadInverted)
+{
+    CSpciDebi debi;
+    BYTE byRead = 0;
+    ASSERT_EQ(debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5), 1);
+    EXPECT_EQ(byRead, 0xFF) << "no input active";
+
+    debi.SetInputLines(0x05);
+    ASSERT_EQ(debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5), 1);
+    EXPECT_EQ(byRead, 0xFF) << "the lines count only once latched";
+    ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_READINPUT, 5), 1);
+    debi.SetInputLines(0x00);
+    ASSERT_EQ(debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5), 1);
+    EXPECT_EQ(byRead, 0xFA);
+    EXPECT_EQ(debi.GetPortState().byLatchedInput, 0xFA);
+}
+
+TEST(ByteBus, Command80PutsTheDataByteOnTheOutputs)
+{
+    CSpciDebi debi;
+    ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_DATA, 0x3C, 5), 1);
+    EXPECT_EQ(debi.GetPortState().byOutput, 0) << "data alone changes no output";
+    ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_WRITEOUTPUT, 5), 1);
+    const tag_PORTSTATE state = debi.GetPortState();
+    EXPECT_EQ(state.byData, 0x3C);
+    EXPECT_EQ(state.byOutput, 0x3C);
+    EXPECT_EQ(state.dwOutputWrites, 1u);
+    EXPECT_EQ(state.byLastCommand, PORT_COMMAND_WRITEOUTPUT);
+}
+
+TEST(ByteBus, Commands90And98AreCountedApart)
+{
+    CSpciDebi debi;
+    debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_98, 5);
+    debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_98, 5);
+    debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_90, 5);
+    const tag_PORTSTATE state = debi.GetPortState();
+    EXPECT_EQ(state.dwCommand98, 2u);
+    EXPECT_EQ(state.dwCommand90, 1u);
+    EXPECT_EQ(state.dwCommands, 3u);
+    EXPECT_EQ(state.byLastCommand, PORT_COMMAND_90);
+    EXPECT_EQ(state.dwOutputWrites, 0u);
+}
+
+TEST(ByteBus, UnknownAddressesFail)
+{
+    CSpciDebi debi;
+    BYTE byRead = 0x11;
+    BYTE block[4] = {};
+    EXPECT_EQ(debi.WriteDebiByte(2, 0x80, 5), -1);
+    EXPECT_EQ(debi.ReadDebiByte(3, byRead, 5), -1);
+    EXPECT_EQ(byRead, 0x11) << "a failed read leaves the byte alone";
+    EXPECT_EQ(debi.ReadDebiBlock(1, block, 4, 15), -1);
+}
+
+TEST(ByteBus, LogsEveryAccessWithItsArguments)
+{
+    CSpciDebi debi;
+    BYTE byRead = 0;
+    ASSERT_NE(debi.Lock(1000), 0);
+    debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_READINPUT, 5);
+    debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5);
+    debi.WriteDebiByte(7, 1, 3);
+    debi.Unlock();
+    const std::vector<tag_BUSEVENT> traffic = debi.GetTraffic();
+    ASSERT_EQ(traffic.size(), 5u);
+    EXPECT_EQ(traffic[0].nAccess, BUS_LOCK);
+    EXPECT_EQ(traffic[0].nLength, 1000);
+    EXPECT_EQ(traffic[0].nResult, 1);
+    EXPECT_EQ(traffic[1].nAccess, BUS_WRITE);
+    EXPECT_EQ(traffic[1].byValue, PORT_COMMAND_READINPUT);
+    EXPECT_EQ(traffic[1].nRetry, 5);
+    EXPECT_EQ(traffic[2].nAccess, BUS_READ);
+    EXPECT_EQ(traffic[2].byValue, 0xFF);
+    EXPECT_EQ(traffic[3].wAddress, 7);
+    EXPECT_EQ(traffic[3].nRetry, 3);
+    EXPECT_EQ(traffic[3].nResult, -1);
+    EXPECT_EQ(traffic[4].nAccess, BUS_UNLOCK);
+    debi.ClearTraffic();
+    EXPECT_TRUE(debi.GetTraffic().empty());
+}
+
+TEST(ByteBus, LogKeepsTheNewestEntries)
+{
+    CSpciDebi debi;
+    for (std::size_t i = 0; i < CSpciDebi::TRAFFIC_LOG_LIMIT + 10; ++i)
+        debi.WriteDebiByte(BUS_ADDRESS_DATA, static_cast<BYTE>(i), 5);
+    const std::vector<tag_BUSEVENT> traffic = debi.GetTraffic();
+    ASSERT_EQ(traffic.size(), CSpciDebi::TRAFFIC_LOG_LIMIT);
+    EXPECT_EQ(traffic.front().byValue, 10);
+    EXPECT_EQ(traffic.back().byValue, static_cast<BYTE>(CSpciDebi::TRAFFIC_LOG_LIMIT + 9));
+}
+
+TEST(ByteBus, FailingTransfersChangeNothing)
+{
+    CSpciDebi debi;
+    debi.SetInputLines(0x01);
+    debi.SetFaults(false, true);
+    BYTE byRead = 0x11;
+    EXPECT_EQ(debi.WriteDebiByte(BUS_ADDRESS_DATA, 0x42, 5), -1);
+    EXPECT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_WRITEOUTPUT, 5), -1);
+    EXPECT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_READINPUT, 5), -1);
+    EXPECT_EQ(debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5), -1);
+    EXPECT_EQ(byRead, 0x11);
+    const tag_PORTSTATE state = debi.GetPortState();
+    EXPECT_EQ(state.byData, 0);
+    EXPECT_EQ(state.byOutput, 0);
+    EXPECT_EQ(state.byLatchedInput, 0xFF);
+    EXPECT_EQ(state.dwCommands, 0u);
+    EXPECT_NE(debi.Lock(0), 0) << "the lock still works";
+    debi.Unlock();
+}
+
+TEST(ByteBus, LockFaultRefusesTheBusAtOnce)
+{
+    CSpciDebi debi;
+    debi.SetFaults(true, false);
+    EXPECT_EQ(debi.Lock(INFINITE), 0);
+    debi.SetFaults(false, false);
+    EXPECT_NE(debi.Lock(0), 0);
+    debi.Unlock();
+}
+
+TEST(ByteBus, BoardFaultsReachItsBus)
+{
+    std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(MakeTestBoard(4, 2));
+    tag_BOARDFAULTS faults;
+    faults.bLockTimesOut = true;
+    pBoard->SetFaults(faults);
+    EXPECT_EQ(pBoard->GetDebi()->Lock(100), 0);
+    faults.bLockTimesOut = false;
+    faults.bTransfersFail = true;
+    pBoard->SetFaults(faults);
+    EXPECT_NE(pBoard->GetDebi()->Lock(100), 0);
+    EXPECT_EQ(pBoard->GetDebi()->WriteDebiByte(BUS_ADDRESS_DATA, 1, 5), -1);
+    pBoard->GetDebi()->Unlock();
+}
+
+TEST(ByteBus, OwnerMayTakeTheLockAgain)
+{
+    CSpciDebi debi;
+    ASSERT_NE(debi.Lock(0), 0);
+    ASSERT_NE(debi.Lock(0), 0);
+    debi.Unlock();
+    debi.Unlock();
+}
+
+// One thread holds the bus; another asks for it with a time-out that the test clock
+// runs out, then gets it at once once it is free.
+TEST(ByteBus, LockHeldByOneThreadTimesOutForAnother)
+{
+    CTestClock clock(5000);
+    CSpciDebi debi;
+    ASSERT_NE(debi.Lock(0), 0);
+
+    std::atomic<int> nResult{-1};
+    std::thread other([&] { nResult = debi.Lock(1000); });
+    SettleDriverThreads(1);
+    clock.Advance(999);
+    SettleDriverThreads(1);
+    EXPECT_EQ(nResult.load(), -1) << "still waiting 1 ms before its time-out";
+    clock.Advance(1);
+    other.join();
+    EXPECT_EQ(nResult.load(), 0);
+
+    debi.Unlock();
+    std::thread later([&] {
+        nResult = debi.Lock(1000);
+        if (nResult != 0)
+            debi.Unlock();
+    });
+    later.join();
+    EXPECT_EQ(nResult.load(), 1);
+}
+
+TEST(ByteBus, WaitingLockIsGrantedWhenTheOwnerLetsGo)
+{
+    CTestClock clock;
+    CSpciDebi debi;
+    ASSERT_NE(debi.Lock(0), 0);
+    std::atomic<int> nResult{-1};
+    std::thread other([&] {
+        nResult = debi.Lock(1000);
+        if (nResult != 0)
+            debi.Unlock();
+    });
+    SettleDriverThreads(1);
+    debi.Unlock();
+    other.join();
+    EXPECT_EQ(nResult.load(), 1);
+}
+
+// A stand-in sound processor that remembers what reached it.
+class CRecordingSoundPort : public CBoardSoundPort {
+public:
+    void OnCommand(BYTE byCommand) override { commands.push_back(byCommand); }
+    BYTE ReadCount(int nChannel) override { return static_cast<BYTE>(nChannel == 0 ? 4 : 9); }
+    int ReadBlock(BYTE* pData, int nLen) override
+    {
+        std::fill(pData, pData + nLen, BYTE{0x5A});
+        return nLen;
+    }
+
+    std::vector<BYTE> commands;
+};
+
+TEST(ByteBus, SoundCommandsAndReadsGoToTheSoundProcessor)
+{
+    CSpciDebi debi;
+    auto pSound = std::make_shared<CRecordingSoundPort>();
+    debi.AttachSoundPort(pSound);
+    for (BYTE byCommand : {0x20, 0x41, 0x31, 0x82})
+        ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, byCommand, 5), 1);
+    EXPECT_EQ(pSound->commands, (std::vector<BYTE>{0x20, 0x41, 0x31}));
+    EXPECT_EQ(debi.GetPortState().dwCommand90 + debi.GetPortState().dwCommand98, 0u);
+
+    BYTE byCount = 0;
+    ASSERT_EQ(debi.ReadDebiByte(1, byCount, 5), 1);
+    EXPECT_EQ(byCount, 4);
+    ASSERT_EQ(debi.ReadDebiByte(2, byCount, 5), 1);
+    EXPECT_EQ(byCount, 9);
+    BYTE block[360] = {};
+    EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, block, 360, 15), 360);
+    EXPECT_EQ(block[359], 0x5A);
+}
+
+TEST(ByteBus, WithoutSoundProcessorNoSoundIsReady)
+{
+    CSpciDebi debi;
+    BYTE byCount = 0xEE;
+    ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, 0x40, 5), 1);
+    ASSERT_EQ(debi.ReadDebiByte(1, byCount, 5), 1);
+    EXPECT_LT(byCount, 4);
+    BYTE block[360] = {};
+    EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, block, 360, 15), -1);
+    EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, nullptr, 360, 15), -1);
+}
+
+} // namespace
