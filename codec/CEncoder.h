@@ -1,0 +1,167 @@
+// The software video encoder: turns a camera's raw frames into picture records, leaves
+// a BGR preview in the frame buffer and keeps the map of moved macroblocks. Each camera
+// channel owns one and calls it from the channel's encoder thread only.
+#pragma once
+
+#include "codec/CodecTypes.h"
+#include "platform/WinTypes.h"
+
+#include <cstddef>
+
+// What Encode produced for one frame.
+struct ENCODER_RETURN {
+    BOOL bDetectOnly;   // the argument of that name, echoed
+    BOOL bMoved;        // the frame counted as showing movement
+    int nFrameType;     // type of the coded picture; meaningless on detection frames
+    int nLength;        // bytes of the picture record, even
+    BYTE* pBuffer;      // the record inside the encoder, valid until the next Encode
+};
+
+inline constexpr DWORD STREAM_REVISION_20020114 = 0x20020114;
+inline constexpr DWORD STREAM_REVISION_20020219 = 0x20020219;
+
+class CEncoder {
+public:
+    // Coprocessor batch: a kind byte, then ten records of Q, mode and the macroblock to
+    // code, then ten reference macroblocks; the result comes back in the same buffer as
+    // ten reconstructed macroblocks followed by the coded bits of the group.
+    static constexpr int COP_GROUP_MBS = 10;
+    static constexpr int COP_MAX_GROUPS = 20;
+    static constexpr int COP_BATCH_BYTES = 15402;
+    static constexpr int COP_RECORD_BYTES = 2 + MB_SAMPLES;
+    static constexpr int COP_REFERENCE_OFFSET = 1 + COP_GROUP_MBS * COP_RECORD_BYTES;
+    static constexpr int COP_RECON_BYTES = COP_GROUP_MBS * MB_SAMPLES;
+    static constexpr int COP_MAX_RESULT_BYTES = 9840;
+    static constexpr int COP_GROUP_BITS_BYTES = 7680;
+
+    CEncoder();
+    virtual ~CEncoder();
+    CEncoder(const CEncoder&) = delete;
+    CEncoder& operator=(const CEncoder&) = delete;
+
+    BOOL Create(int nWidth, int nHeight, DWORD dwRevision, int nCoprocessor);
+    ENCODER_RETURN Encode(BYTE* pbyFrame, BOOL bDetectOnly, int nFrameType);
+
+    // A quantiser of 0 would code the picture unquantised, which the record's reader
+    // cannot follow: the setters refuse it, and any value outside 1..31, keeping the
+    // quantiser in force and returning FALSE.
+    BOOL SetQi(int nQi);
+    BOOL SetQp(int nQp);
+    void SetIntraThreshold(int nThreshold);
+    void SetMoveThreshold(int nThreshold);
+    BOOL IsAreaMove(int nLeft, int nTop, int nRight, int nBottom) const;
+
+    int GetWidth() const { return m_nWidth; }
+    int GetHeight() const { return m_nHeight; }
+    // The longest record a picture of this coded size can take: every coefficient
+    // coded as an escape. The bit buffer has this size, so no picture is ever cut.
+    static std::size_t GetMaxRecordLength(int nWidth, int nHeight);
+
+protected:
+    // Hooks of a coprocessor that codes groups of ten macroblocks from the end of the
+    // picture; the class's own bodies do nothing and return 0.
+    virtual int CopFetch(BYTE* pbyBatch, int nLength);
+    virtual int CopResultLength();
+    virtual int CopFetchDone(BYTE* pbyBatch, int nLength);
+    virtual int CopPoll();
+    virtual int CopSubmit(BYTE* pbyBatch);
+    // Millisecond clock of the coprocessor's waiting windows; a monotonic clock here,
+    // replaceable so that a test can pace the windows deterministically.
+    virtual DWORD CopTickCount();
+
+    int m_nWidth = 0;
+    int m_nHeight = 0;
+    int m_nQi = 0;
+    int m_nQp = 0;
+    int m_nMBCount = 0;
+    int m_nMBCols = 0;
+    int m_nMBRows = 0;
+    int* m_pMoveMap = nullptr;
+    BYTE* m_pBitBuffer = nullptr;
+    BYTE* m_pBitPtr = nullptr;
+    WORD m_wBitAcc = 0;
+    int m_nBitsFree = 16;
+    int m_nBitLen = 0;
+    int m_nIntraThreshold = 3840;
+    int m_nMoveThreshold = 2048;
+    IMAGE m_imgCapture = {};
+    IMAGE m_imgCurrent = {};
+    IMAGE m_imgReference = {};
+    IMAGE m_imgPrevious = {};
+    int m_nCaptureWidth = 0;
+    int m_nCaptureHeight = 0;
+    BYTE* m_pCopBatch = nullptr;
+    int m_nCopLength[COP_MAX_GROUPS] = {};
+    BYTE* m_pCopBits[COP_MAX_GROUPS] = {};
+    BOOL m_bUseCoprocessor = FALSE;
+    BOOL m_bUseMMX = FALSE;
+    DWORD m_dwRevision = STREAM_REVISION_20020114;
+    // Reconstructions of the coprocessor's finished groups, held back from the reference
+    // until the picture is complete, so that a fallback codes against the true reference.
+    BYTE* m_pCopRecon[COP_MAX_GROUPS] = {};
+
+    // Bit writer.
+    void InitBitWriter();
+    void PutBits(int nBits, unsigned nValue);
+    int AlignBits();
+    void PutCBPY(int nPattern, BOOL bInter);
+    int PutDCTCoeff(int nRun, int nAbsLevel, int nLast);
+    void EncodeDCTCoeff(BOOL bInter, const short* psLevel, int nBlock, int nBlockLength);
+    void PutMBHeader(BOOL bPFrame, BOOL bInter, BOOL bSkip, int nPattern);
+    void PutMBBlocks(const short* psLevel, BOOL bInter, int nPattern, int nBlockLength);
+    static int GetCBP(const short* psLevel, int nFirst, int nBlockLength);
+
+    // Macroblocks and picture bodies.
+    void IFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
+                        int& nIntraCount);
+    void IFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void PFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
+                               const IMAGE& imgTarget, int nQ, int& nIntraCount);
+    void IFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    int PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    int PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference,
+                            const IMAGE& imgTarget, int nQ);
+    void IFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    int PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+
+private:
+    // The transform pair of a body: scalar or SIMD form.
+    using QuantMBFunction = void (*)(short*, const YUV_Block*, int, int);
+    using DequantMBFunction = void (*)(const short*, YUV_Block*, int, int);
+    struct tag_TRANSFORMPAIR {
+        QuantMBFunction pfnQuant;
+        DequantMBFunction pfnDequant;
+    };
+    struct tag_BITWRITERSTATE {
+        BYTE* pBitPtr;
+        WORD wBitAcc;
+        int nBitsFree;
+        int nBitLen;
+    };
+
+    BOOL AllocateBuffers();
+    void FreeBuffers();
+    void ClearMoveMap();
+    void BringFrameIn(BYTE* pbyFrame);
+    BOOL DetectMove();
+    ENCODER_RETURN EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType);
+    int EncodePFrameBody();
+    void RestoreReference();
+    void PutEvent(int nLast, int nRun, int nLevel);
+    BYTE* ReserveGroupsField();
+    tag_BITWRITERSTATE SaveBitWriter() const;
+    void RestoreBitWriter(const tag_BITWRITERSTATE& state);
+    int EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+                                  BOOL bPFrame);
+    void FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
+                      BOOL bPFrame, int& nIntraCount);
+    void CodeIntraMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+                     const tag_TRANSFORMPAIR& transforms);
+    void CodePredictedMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
+                         const IMAGE& imgTarget, int nQ, int& nIntraCount,
+                         const tag_TRANSFORMPAIR& transforms);
+    void CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+                   BOOL bPFrame, int& nIntraCount);
+};

@@ -1,0 +1,127 @@
+// The encoder's reconstruction is the decoder's picture, bit for bit, over long I/P
+// sequences in each transform form; records have the lengths the format promises.
+#include "EncoderTestSupport.h"
+
+#include "codec/PixelKernels.h"
+
+#include <gtest/gtest.h>
+
+using namespace codec_test;
+
+namespace {
+
+struct tag_SEQUENCE {
+    int nWidth;
+    int nHeight;
+    int nNoise;
+    int nQ;
+    int nFrames;
+    int nKeyInterval;
+};
+
+class RoundTrip : public ::testing::TestWithParam<BOOL> {};
+
+// Codes a sequence and decodes every record; after each frame both sides hold the same
+// planes. Returns the number of P records that were coded (not dropped).
+int RunSequence(const tag_SEQUENCE& seq, BOOL bUseMMX, std::uint32_t dwSeed)
+{
+    CTestEncoder encoder;
+    CTestDecoder decoder;
+    EXPECT_TRUE(encoder.Create(seq.nWidth, seq.nHeight, STREAM_REVISION_20020114, 0));
+    EXPECT_TRUE(decoder.Create(STREAM_REVISION_20020114));
+    encoder.m_bUseMMX = bUseMMX;
+    decoder.m_bUseMMX = bUseMMX;
+    EXPECT_TRUE(encoder.SetQi(seq.nQ));
+    EXPECT_TRUE(encoder.SetQp(seq.nQ));
+    encoder.SetIntraThreshold(1500);
+    CScene scene(seq.nWidth, seq.nHeight, seq.nNoise, dwSeed);
+    std::vector<BYTE> output(static_cast<std::size_t>(seq.nWidth) * seq.nHeight * 3);
+    int nCodedP = 0;
+    for (int f = 0; f < seq.nFrames; ++f) {
+        std::vector<BYTE> frame = MakeFrame(scene.Next());
+        const int nType = f % seq.nKeyInterval == 0 ? 0 : 2;
+        const ENCODER_RETURN enc = encoder.Encode(frame.data(), FALSE, nType);
+        EXPECT_EQ(enc.nLength % 2, 0);
+        const DECODER_RETURN dec = decoder.DecodeOneFrame(enc.pBuffer, enc.nLength, output.data(), FALSE);
+        EXPECT_FALSE(dec.bError) << "frame " << f;
+        EXPECT_EQ(dec.nWidth, seq.nWidth);
+        EXPECT_EQ(dec.nHeight, seq.nHeight);
+        if (nType == 2 && enc.nLength > 4)
+            ++nCodedP;
+        if (!SamePlanes(encoder.Reference(), decoder.Decoded(seq.nWidth, seq.nHeight))) {
+            ADD_FAILURE() << "encoder and decoder differ after frame " << f;
+            break;
+        }
+    }
+    return nCodedP;
+}
+
+} // namespace
+
+TEST_P(RoundTrip, ReconstructionEqualsDecodedPictureOverMovingNoisyScenes)
+{
+    const int nCodedP = RunSequence({176, 144, 6, 8, 40, 15}, GetParam(), 7);
+    EXPECT_GT(nCodedP, 20);   // the moving objects keep most P pictures alive
+}
+
+TEST_P(RoundTrip, ReconstructionEqualsDecodedPictureAtLowAndHighQuantisers)
+{
+    RunSequence({96, 64, 20, 1, 8, 4}, GetParam(), 11);    // escapes everywhere
+    RunSequence({96, 64, 3, 2, 8, 4}, GetParam(), 12);
+    RunSequence({160, 112, 10, 31, 12, 6}, GetParam(), 13);
+}
+
+TEST_P(RoundTrip, ReconstructionEqualsDecodedPictureAtVgaWidth)
+{
+    RunSequence({640, 240, 4, 10, 6, 5}, GetParam(), 21);
+}
+
+INSTANTIATE_TEST_SUITE_P(TransformForms, RoundTrip, ::testing::Values(FALSE, TRUE),
+                         [](const ::testing::TestParamInfo<BOOL>& param) { return param.param ? "SIMD" : "Scalar"; });
+
+TEST(RoundTrip, PureNoiseAtQuantiserOneNeedsMoreThanTwoBytesAPixelAndStillDecodes)
+{
+    const int nWidth = 176;
+    const int nHeight = 144;
+    CTestEncoder encoder;
+    CTestDecoder decoder;
+    ASSERT_TRUE(encoder.Create(nWidth, nHeight, STREAM_REVISION_20020114, 0));
+    ASSERT_TRUE(decoder.Create(STREAM_REVISION_20020114));
+    decoder.m_bUseMMX = encoder.m_bUseMMX;
+    encoder.SetQi(1);
+    CPlanes noise(nWidth, nHeight);
+    CRandom random(5);
+    for (BYTE& b : noise.Y)
+        b = static_cast<BYTE>(random.Next());
+    for (BYTE& b : noise.U)
+        b = static_cast<BYTE>(random.Next());
+    for (BYTE& b : noise.V)
+        b = static_cast<BYTE>(random.Next());
+    std::vector<BYTE> frame = MakeFrame(noise);
+    const ENCODER_RETURN enc = encoder.Encode(frame.data(), FALSE, 0);
+    EXPECT_GT(enc.nLength, nWidth * nHeight * 2);
+    EXPECT_LE(static_cast<std::size_t>(enc.nLength), CEncoder::GetMaxRecordLength(nWidth, nHeight));
+    std::vector<BYTE> output(static_cast<std::size_t>(nWidth) * nHeight * 3);
+    EXPECT_FALSE(decoder.DecodeOneFrame(enc.pBuffer, enc.nLength, output.data(), FALSE).bError);
+    EXPECT_TRUE(SamePlanes(encoder.Reference(), decoder.Decoded(nWidth, nHeight)));
+}
+
+TEST(RoundTrip, DecoderOutputIsTheReconstructionInBlueGreenRed)
+{
+    CTestEncoder encoder;
+    CTestDecoder decoder;
+    ASSERT_TRUE(encoder.Create(160, 112, STREAM_REVISION_20020114, 0));
+    ASSERT_TRUE(decoder.Create(STREAM_REVISION_20020114));
+    decoder.m_bUseMMX = encoder.m_bUseMMX;
+    encoder.SetQi(4);
+    CScene scene(160, 112, 2, 3);
+    std::vector<BYTE> frame = MakeFrame(scene.Next());
+    const ENCODER_RETURN enc = encoder.Encode(frame.data(), FALSE, 1);
+    std::vector<BYTE> output(160 * 112 * 3);
+    const DECODER_RETURN dec = decoder.DecodeOneFrame(enc.pBuffer, enc.nLength, output.data(), FALSE);
+    EXPECT_EQ(dec.nFrameType, 1);
+    EXPECT_TRUE(dec.bSizeChanged);
+    std::vector<BYTE> expected(output.size());
+    YUVToRGB24(expected.data(), encoder.m_imgReference, 160, 112);
+    EXPECT_EQ(output, expected);
+}
