@@ -1,0 +1,253 @@
+// Reading recordings: the block table, sequential and positioned reads, the read
+// position, and the fields of the head.
+#include "RecordingTestSupport.h"
+
+#include "platform/CArchive.h"
+#include "platform/CMemFile.h"
+
+namespace {
+
+// Blocks of 4, 2, 5 and 3 frames with sound, lost signal and empty sound among them.
+std::vector<TestFrame> MakeBlocksOfFrames(const std::vector<int>& blockSizes)
+{
+    std::vector<TestFrame> frames;
+    DWORD nIndex = 1;
+    for (int nSize : blockSizes) {
+        for (int i = 0; i < nSize; ++i, ++nIndex) {
+            TestFrame frame = MakeSequenceFrame(nIndex);
+            frame.wFrameType = i == 0 ? ZNFRAME_I : ZNFRAME_P;
+            frames.push_back(frame);
+        }
+    }
+    return frames;
+}
+
+class ZnFileReading : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_frames = MakeBlocksOfFrames({4, 2, 5, 3});
+        WriteRecording(m_dir.Path("read.zn"), m_frames);
+        ASSERT_EQ(m_file.Open(m_dir.Path("read.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    }
+
+    // Index into m_frames of frame nFrame of block nBlock.
+    std::size_t FrameIndex(int nBlock, int nFrame) const
+    {
+        static const int blockStarts[] = {0, 4, 6, 11, 14};
+        return static_cast<std::size_t>(blockStarts[nBlock] + nFrame);
+    }
+
+    TempDir m_dir;
+    std::vector<TestFrame> m_frames;
+    CZnFile m_file;
+};
+
+TEST_F(ZnFileReading, BlockTableCountsTheEndBlockAndIsZeroBehindIt)
+{
+    EXPECT_EQ(m_file.GetTotalFrameNum(), 14u);
+    ASSERT_EQ(m_file.GetTotalBlock(), 5u);
+    const CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&>* pTable = m_file.GetBlockInfo();
+    ASSERT_GE(pTable->GetSize(), 1024);
+    const DWORD expectedFrames[] = {4, 2, 5, 3, 0};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(pTable->GetAt(i).dwFrames, expectedFrames[i]);
+        if (i < 4) {
+            EXPECT_EQ(pTable->GetAt(i).dwTimeStamp, m_frames[FrameIndex(i, 0)].dwTimeStamp);
+        }
+    }
+    EXPECT_LT(pTable->GetAt(0).dwOffset, pTable->GetAt(1).dwOffset);
+    for (int i = 5; i < pTable->GetSize(); ++i) {
+        const tag_ZNBLOCKINFO entry = pTable->GetAt(i);
+        ASSERT_EQ(entry.dwOffset | entry.dwFrames | entry.dwTimeStamp, 0u) << "entry " << i;
+    }
+}
+
+TEST_F(ZnFileReading, SequentialReadingGivesEveryFrameThenStops)
+{
+    FrameBuffers buffers(m_file);
+    int nBlock = -1;
+    int nFrame = -1;
+    EXPECT_EQ(m_file.GetFilePos(nBlock, nFrame), 1);
+    EXPECT_EQ(nBlock, 0);
+    EXPECT_EQ(nFrame, 0);
+    for (const TestFrame& frame : m_frames) {
+        ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+        EXPECT_TRUE(FrameEquals(*buffers.Frame(), frame));
+    }
+    // Behind the last real frame something may still follow by the table (the end
+    // block), and only the next read tells the end.
+    EXPECT_EQ(m_file.GetFilePos(nBlock, nFrame), 1);
+    EXPECT_EQ(nBlock, 3);
+    EXPECT_EQ(nFrame, 3);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    m_file.GetFilePos(nBlock, nFrame);
+    EXPECT_EQ(nBlock, 3);
+    EXPECT_EQ(nFrame, 3);
+}
+
+TEST_F(ZnFileReading, PositionedReadsReachEveryFrameAndMoveThePosition)
+{
+    FrameBuffers buffers(m_file);
+    int nBlock = -1;
+    int nFrame = -1;
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 2, 3), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 3)]));
+    EXPECT_EQ(m_file.GetFilePos(nBlock, nFrame), 1);
+    EXPECT_EQ(nBlock, 2);
+    EXPECT_EQ(nFrame, 4);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 4)]));
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(3, 0)]));
+
+    // One past the end of a block is the first frame of the next.
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 1, 2), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 0)]));
+    m_file.GetFilePos(nBlock, nFrame);
+    EXPECT_EQ(nBlock, 2);
+    EXPECT_EQ(nFrame, 1);
+
+    // Every frame by its place.
+    for (int b = 0; b < 4; ++b) {
+        for (DWORD f = 0; f < m_file.GetBlockInfo()->GetAt(b).dwFrames; ++f) {
+            ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), b, static_cast<int>(f)), 1);
+            EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(b, static_cast<int>(f))]));
+        }
+    }
+}
+
+TEST_F(ZnFileReading, ReadsOutsideTheFileChangeNothing)
+{
+    FrameBuffers buffers(m_file);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 1, 1), 1);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), static_cast<int>(m_file.GetTotalBlock()), 0), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 0, -1), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 3, 3), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 4, 0), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(nullptr, -1, 0), 0);
+    int nBlock = -1;
+    int nFrame = -1;
+    m_file.GetFilePos(nBlock, nFrame);
+    EXPECT_EQ(nBlock, 1);
+    EXPECT_EQ(nFrame, 2);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 0)]));
+}
+
+TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
+{
+    CZnFile file("x", "y", "z");
+    tag_CAMERAINFO info{};
+    ASSERT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(info.nBoard, 1);
+    EXPECT_EQ(info.nCamera, 2);
+    EXPECT_EQ(info.nWidth, 320);
+    EXPECT_EQ(info.nHeight, 240);
+    EXPECT_EQ(info.nStandard, STANDARD_NTSC);
+    EXPECT_EQ(file.GetVideoWidth(), 320);
+    EXPECT_EQ(file.GetVideoHeight(), 240);
+    EXPECT_EQ(file.GetFileVersion(), 0x0101);
+    EXPECT_EQ(file.GetSoundFormat(), SOUNDFMT_ADPCM);
+    EXPECT_EQ(file.GetCameraName(), "camera");
+    EXPECT_EQ(file.GetBoardName(), "board");
+    EXPECT_EQ(file.GetHostName(), "host");
+    EXPECT_EQ(file.GetBeginTimeStamp(), m_frames[0].dwTimeStamp);
+    EXPECT_LE(file.GetBeginTime(), file.GetEndTime());
+    EXPECT_LT(file.GetGmt(), 24);
+    EXPECT_GE(file.GetGmt(), 0);
+    EXPECT_NE(file.GetFileName().Find("read.zn"), -1);
+    EXPECT_EQ(file.GetFileName()[0], '/');
+    // A file that is open can't be opened again until it is closed.
+    EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 0);
+    file.Close();
+    EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
+}
+
+TEST(ZnFileReadingTable, TableGrowsBeyondItsFirstSize)
+{
+    TempDir dir;
+    std::vector<TestFrame> frames;
+    for (DWORD i = 0; i < 1500; ++i) {
+        TestFrame frame = MakeSequenceFrame(i);
+        frame.wFrameType = ZNFRAME_I;
+        frames.push_back(frame);
+    }
+    WriteRecording(dir.Path("many.zn"), frames);
+    CZnFile file;
+    ASSERT_EQ(file.Open(dir.Path("many.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(file.GetTotalBlock(), 1501u);
+    ASSERT_GE(file.GetBlockInfo()->GetSize(), 1501);
+    for (int i = 0; i < 1500; ++i)
+        ASSERT_EQ(file.GetBlockInfo()->GetAt(i).dwTimeStamp, frames[static_cast<std::size_t>(i)].dwTimeStamp);
+    FrameBuffers buffers(file);
+    ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), 1499, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), frames[1499]));
+    EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+}
+
+TEST(ZnFileReadingTable, WriterCanBeReadBetweenBlockChanges)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile writer;
+    ASSERT_EQ(writer.Open(dir.Path("live.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    std::vector<TestFrame> frames;
+    for (DWORD i = 0; i < 330; ++i) {
+        frames.push_back(MakeSequenceFrame(i));
+        ASSERT_EQ(WriteTestFrame(writer, frames.back()), 1);
+    }
+    // Two blocks are closed; the third collects in memory.
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("live.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(reader.GetTotalBlock(), 3u);
+    EXPECT_EQ(reader.GetTotalFrameNum(), 320u);
+    FrameBuffers buffers(reader);
+    for (DWORD i = 0; i < 320; ++i) {
+        ASSERT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+        ASSERT_TRUE(FrameEquals(*buffers.Frame(), frames[i]));
+    }
+    EXPECT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    writer.Close();
+}
+
+} // namespace
+
+namespace {
+
+TEST(ZnFileReadingTable, TableStoresItselfAsCountAndTwelveByteEntries)
+{
+    static_assert(sizeof(tag_ZNBLOCKINFO) == 12);
+    CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&> table;
+    tag_ZNBLOCKINFO first{0x11223344, 160, 0xAABBCCDD};
+    tag_ZNBLOCKINFO second{0x55667788, 0, 7};
+    table.Add(first);
+    table.Add(second);
+    CMemFile memory;
+    {
+        CArchive archive(&memory, CArchive::store);
+        table.Serialize(archive);
+    }
+    const DWORD dwLength = memory.GetLength();
+    ASSERT_EQ(dwLength, 2u + 2 * 12);
+    std::vector<BYTE> bytes(dwLength);
+    memory.SeekToBegin();
+    memory.Read(bytes.data(), dwLength);
+    EXPECT_EQ(GetLe16(bytes, 0), 2);
+    EXPECT_EQ(GetLe32(bytes, 2), 0x11223344u);
+    EXPECT_EQ(GetLe32(bytes, 6), 160u);
+    EXPECT_EQ(GetLe32(bytes, 10), 0xAABBCCDDu);
+    EXPECT_EQ(GetLe32(bytes, 14), 0x55667788u);
+
+    memory.SeekToBegin();
+    CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&> loaded;
+    {
+        CArchive archive(&memory, CArchive::load);
+        loaded.Serialize(archive);
+    }
+    ASSERT_EQ(loaded.GetSize(), 2);
+    EXPECT_EQ(loaded[1].dwTimeStamp, 7u);
+}
+
+} // namespace

@@ -1,0 +1,297 @@
+// Writing recordings: what reaches the disk, byte by byte, and how the writer refuses
+// frames and fails.
+#include "RecordingTestSupport.h"
+
+#include "platform/CException.h"
+#include "platform/CTime.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+std::vector<TestFrame> MakeSequence(DWORD nFrames, DWORD dwSeed = 1)
+{
+    std::vector<TestFrame> frames;
+    for (DWORD i = 0; i < nFrames; ++i)
+        frames.push_back(MakeSequenceFrame(i, dwSeed));
+    return frames;
+}
+
+bool FileExists(const std::string& strPath)
+{
+    struct stat status {};
+    return stat(strPath.c_str(), &status) == 0;
+}
+
+int g_nReports = 0;
+
+void CountReport(LPCSTR)
+{
+    ++g_nReports;
+}
+
+TEST(ZnFileWriting, HeadNamesLinksAndFramesStandByteByByte)
+{
+    TempDir dir;
+    const std::string strPath = dir.Path("layout.zn");
+    std::vector<TestFrame> frames = MakeSequence(2);
+    frames[1].wFrameType = ZNFRAME_I;
+    tag_CAMERAINFO info = MakeCameraInfo(640, 240);
+    info.nBoard = 0x105;
+    info.nCamera = 3;
+    CZnFile file("camera", "board", "host");
+    ASSERT_EQ(file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    const DWORD dwBefore = static_cast<DWORD>(CTime::GetCurrentTime().GetTime());
+    for (TestFrame& frame : frames)
+        ASSERT_EQ(WriteTestFrame(file, frame), 1);
+    const DWORD dwAfter = static_cast<DWORD>(CTime::GetCurrentTime().GetTime());
+    file.Close();
+
+    const std::vector<BYTE> bytes = ReadFileBytes(strPath);
+    ASSERT_GE(bytes.size(), 36u);
+    EXPECT_EQ(bytes[0], 0x5A);
+    EXPECT_EQ(bytes[1], 0x4E);
+    EXPECT_EQ(GetLe16(bytes, 2), 0x0101);
+    EXPECT_EQ(bytes[4], FRAMESIZE_640X240);
+    EXPECT_EQ(bytes[5], 0x05);
+    EXPECT_EQ(bytes[6], 3);
+    EXPECT_EQ(bytes[7], 160);
+    EXPECT_GE(GetLe32(bytes, 8), dwBefore);
+    EXPECT_LE(GetLe32(bytes, 12), dwAfter);
+    EXPECT_LE(GetLe32(bytes, 8), GetLe32(bytes, 12));
+    EXPECT_EQ(GetLe32(bytes, 16), frames[0].dwTimeStamp);
+    EXPECT_EQ(GetLe16(bytes, 20), 5);
+    EXPECT_EQ(GetLe16(bytes, 22), 6);
+    EXPECT_EQ(bytes[24], 0);
+    EXPECT_EQ(GetLe32(bytes, 32), 0u);
+    const DWORD dwDataOffset = GetLe32(bytes, 28);
+    EXPECT_EQ(dwDataOffset, 36u + 5 + 6 + 4 + 4 + 4);
+    EXPECT_EQ(std::string(bytes.begin() + 36, bytes.begin() + 41), "board");
+    EXPECT_EQ(std::string(bytes.begin() + 41, bytes.begin() + 47), "camera");
+    EXPECT_EQ(GetLe32(bytes, 47), 4u);
+    EXPECT_EQ(std::string(bytes.begin() + 51, bytes.begin() + 55), "host");
+    EXPECT_LT(GetLe32(bytes, 55), 24u);
+
+    // Two blocks of one frame each, then the end block and nothing behind it.
+    DWORD dwRecord = dwDataOffset;
+    DWORD dwPrev = 0xFFFFFFFF;
+    for (const TestFrame& frame : frames) {
+        EXPECT_EQ(GetLe32(bytes, dwRecord), dwPrev);
+        EXPECT_EQ(GetLe32(bytes, dwRecord + 4), dwRecord + 16 + frame.RecordSize());
+        EXPECT_EQ(GetLe16(bytes, dwRecord + 8), 1);
+        EXPECT_EQ(GetLe32(bytes, dwRecord + 12), frame.dwTimeStamp);
+        std::vector<BYTE> expected;
+        HandBuiltRecording::AppendFrameRecord(expected, frame);
+        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), bytes.begin() + dwRecord + 16));
+        dwPrev = dwRecord;
+        dwRecord += 16 + frame.RecordSize();
+    }
+    ASSERT_EQ(bytes.size(), dwRecord + 16u);
+    EXPECT_EQ(GetLe32(bytes, dwRecord), dwPrev);
+    EXPECT_EQ(GetLe32(bytes, dwRecord + 4), 0xFFFFFFFFu);
+    EXPECT_EQ(GetLe16(bytes, dwRecord + 8), 0);
+    EXPECT_EQ(GetLe32(bytes, dwRecord + 12), frames[1].dwTimeStamp);
+}
+
+TEST(ZnFileWriting, RevisionSelectsVersionAndFrameSizes)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo(704, 288, STANDARD_PAL);
+    std::vector<TestFrame> frames = MakeSequence(3);
+    WriteRecording(dir.Path("r2.zn"), frames, ZN_REVISION_20020219, info);
+    const std::vector<BYTE> bytes = ReadFileBytes(dir.Path("r2.zn"));
+    ASSERT_GE(bytes.size(), 36u);
+    EXPECT_EQ(GetLe16(bytes, 2), 0x1000);
+    EXPECT_EQ(bytes[4], FRAMESIZE_704X288_R2);
+
+    // Sizes of the other revision make no file.
+    CZnFile file;
+    tag_CAMERAINFO small = MakeCameraInfo(160, 112);
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, ZN_REVISION_20020219, ZNFILE_WRITE), 0);
+    EXPECT_FALSE(FileExists(dir.Path("none.zn")));
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), nullptr, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, ZN_REVISION_20020114,
+                        static_cast<tag_ZNFILEMODE>(2)),
+              0);
+    EXPECT_FALSE(FileExists(dir.Path("none.zn")));
+}
+
+TEST(ZnFileWriting, FileWithoutFramesIsDeletedAtClose)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile file;
+    ASSERT_EQ(file.Open(dir.Path("empty.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    EXPECT_TRUE(FileExists(dir.Path("empty.zn")));
+    file.Close();
+    EXPECT_FALSE(FileExists(dir.Path("empty.zn")));
+
+    // A predicted frame can't begin a file: refused, and the file still counts as empty.
+    ASSERT_EQ(file.Open(dir.Path("p.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    TestFrame predicted = MakeSequenceFrame(1);
+    EXPECT_EQ(WriteTestFrame(file, predicted), 0);
+    EXPECT_NE(file.IsNextIFrame(), 0);
+    file.Close();
+    EXPECT_FALSE(FileExists(dir.Path("p.zn")));
+}
+
+TEST(ZnFileWriting, HeadAndFirstBlockDescribeTheFirstAcceptedFrame)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile file;
+    ASSERT_EQ(file.Open(dir.Path("first.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    TestFrame predicted = MakeSequenceFrame(1);
+    predicted.dwTimeStamp = 100;
+    EXPECT_EQ(WriteTestFrame(file, predicted), 0);
+    TestFrame key = MakeSequenceFrame(0);
+    key.dwTimeStamp = 987654;
+    const DWORD dwBefore = static_cast<DWORD>(CTime::GetCurrentTime().GetTime());
+    ASSERT_EQ(WriteTestFrame(file, key), 1);
+    EXPECT_EQ(file.IsNextIFrame(), 0);
+    EXPECT_EQ(file.GetBeginTimeStamp(), 987654u);
+    EXPECT_GE(file.GetBeginTime(), dwBefore);
+    file.Close();
+
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("first.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(reader.GetBeginTimeStamp(), 987654u);
+    EXPECT_GE(reader.GetBeginTime(), dwBefore);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwTimeStamp, 987654u);
+    EXPECT_EQ(reader.GetTotalBlock(), 2u);
+    EXPECT_EQ(reader.GetTotalFrameNum(), 1u);
+}
+
+TEST(ZnFileWriting, WritePositionNamesTheFrameWrittenLast)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile file;
+    ASSERT_EQ(file.Open(dir.Path("pos.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    int nBlock = -1;
+    int nFrame = -1;
+    EXPECT_EQ(file.GetFilePos(nBlock, nFrame), 1);
+    EXPECT_EQ(nBlock, 0);
+    EXPECT_EQ(nFrame, 0);
+    std::vector<TestFrame> frames = MakeSequence(3);
+    for (TestFrame& frame : frames)
+        ASSERT_EQ(WriteTestFrame(file, frame), 1);
+    file.GetFilePos(nBlock, nFrame);
+    EXPECT_EQ(nBlock, 0);
+    EXPECT_EQ(nFrame, 2);
+    // Two key frames in a row: the first forms a block of one frame.
+    TestFrame key = MakeSequenceFrame(0, 2);
+    ASSERT_EQ(WriteTestFrame(file, key), 1);
+    ASSERT_EQ(WriteTestFrame(file, key), 1);
+    file.GetFilePos(nBlock, nFrame);
+    EXPECT_EQ(nBlock, 2);
+    EXPECT_EQ(nFrame, 0);
+    file.Close();
+
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("pos.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(reader.GetTotalBlock(), 4u);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 3u);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(1).dwFrames, 1u);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(2).dwFrames, 1u);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(3).dwFrames, 0u);
+}
+
+TEST(ZnFileWriting, FailuresAreResultsAndKeepTheFileWhole)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile file;
+    TestFrame key = MakeSequenceFrame(0);
+    EXPECT_EQ(WriteTestFrame(file, key), -1);
+    EXPECT_EQ(file.WriteOneFrame(nullptr), -1);
+    EXPECT_EQ(file.Open(dir.Path("missing/dir.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(WriteTestFrame(file, key), -1);
+
+    const std::string strPath = dir.Path("fail.zn");
+    ASSERT_EQ(file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    EXPECT_EQ(file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
+    std::vector<TestFrame> frames = MakeSequence(161);
+    for (DWORD i = 0; i < 160; ++i)
+        ASSERT_EQ(WriteTestFrame(file, frames[i]), 1);
+    tag_ZNFRAMEDATA noBuffer{ZNFRAME_P, 0, 0, 10, nullptr, 0, nullptr};
+    EXPECT_EQ(file.WriteOneFrame(&noBuffer), -1);
+
+    // The disk file can't be opened again at the block change: the key frame fails and
+    // the block goes on collecting.
+    const std::string strAside = dir.Path("aside.zn");
+    ASSERT_EQ(std::rename(strPath.c_str(), strAside.c_str()), 0);
+    EXPECT_EQ(WriteTestFrame(file, frames[160]), -1);
+    EXPECT_EQ(file.IsNextIFrame(), 0);
+
+    // A write that fails inside the block change is reported and gives -1.
+    ASSERT_EQ(symlink("/dev/full", strPath.c_str()), 0);
+    const EXCEPTIONREPORTER pfnOld = SetExceptionReporter(CountReport);
+    g_nReports = 0;
+    EXPECT_EQ(WriteTestFrame(file, frames[160]), -1);
+    EXPECT_EQ(g_nReports, 1);
+    SetExceptionReporter(pfnOld);
+
+    // With the file back in place the block change succeeds and nothing was lost.
+    ASSERT_EQ(std::remove(strPath.c_str()), 0);
+    ASSERT_EQ(std::rename(strAside.c_str(), strPath.c_str()), 0);
+    EXPECT_EQ(WriteTestFrame(file, frames[160]), 1);
+    file.Close();
+
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(strPath.c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(reader.GetTotalFrameNum(), 161u);
+    FrameBuffers buffers(reader);
+    for (const TestFrame& frame : frames) {
+        ASSERT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+        EXPECT_TRUE(FrameEquals(*buffers.Frame(), frame));
+    }
+}
+
+TEST(ZnFileWriting, NamesLongerThanAReaderTakesAreCut)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    const std::string strLong(1500, 'x');
+    CZnFile file(strLong.c_str(), strLong.c_str(), strLong.c_str());
+    ASSERT_EQ(file.Open(dir.Path("long.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    TestFrame key = MakeSequenceFrame(0);
+    ASSERT_EQ(WriteTestFrame(file, key), 1);
+    file.Close();
+
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("long.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(reader.GetCameraName().GetLength(), 1000);
+    EXPECT_EQ(reader.GetBoardName().GetLength(), 1000);
+    EXPECT_EQ(reader.GetHostName().GetLength(), 1000);
+}
+
+} // namespace
+
+namespace {
+
+TEST(ZnFileWritingLimits, BlockCounterNeverWraps)
+{
+    TempDir dir;
+    tag_CAMERAINFO info = MakeCameraInfo();
+    CZnFile file;
+    ASSERT_EQ(file.Open(dir.Path("full.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    tag_ZNFRAMEDATA frame{ZNFRAME_I, 0, 0, 0, nullptr, 0, nullptr};
+    ASSERT_EQ(file.WriteOneFrame(&frame), 1);
+    frame.wFrameType = ZNFRAME_P;
+    for (DWORD i = 1; i < 0xFFFF; ++i)
+        ASSERT_EQ(file.WriteOneFrame(&frame), 1);
+    // The block holds 65535 frames: only a key frame, which starts a new block, goes in.
+    EXPECT_EQ(file.WriteOneFrame(&frame), 0);
+    frame.wFrameType = ZNFRAME_I;
+    EXPECT_EQ(file.WriteOneFrame(&frame), 1);
+    file.Close();
+
+    CZnFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("full.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 0xFFFFu);
+    EXPECT_EQ(reader.GetTotalFrameNum(), 0x10000u);
+}
+
+} // namespace
