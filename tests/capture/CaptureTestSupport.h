@@ -103,7 +103,8 @@ protected:
 };
 
 // Serves the test thread's messages until bDone holds; false if the queue stays empty
-// for long (a stalled pipeline) or nMaxMessages have been served.
+// for long (a stalled pipeline) or nMaxMessages have been served. Under a test clock an
+// empty queue is waited for until something arrives.
 inline bool PumpUntil(const std::function<bool()>& bDone, int nMaxMessages = 200000)
 {
     constexpr DWORD kStallMs = 10000;
@@ -119,4 +120,12 @@ inline bool PumpUntil(const std::function<bool()>& bDone, int nMaxMessages = 200
         DispatchMessage(&msg);
     }
     return bDone();
+}
+
+// Serves what is in the test thread's queue now, without waiting for more.
+inline void DrainMessages()
+{
+    MSG msg;
+    while (PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE))
+        DispatchMessage(&msg);
 }
