@@ -196,7 +196,9 @@ protected:
         OpenBoard(nKind, FRAMESIZE_320X240);
         CEncodeParam param;
         param.m_bEncodeMode = bEncodeMode;
-        param.m_nAlarmFrameNum = 2;
+        // Every moving frame alarms: the driver may hand over a picture drawn before the
+        // host moved the clock, which repeats the last one and breaks a run of motion.
+        param.m_nAlarmFrameNum = 1;
         CRect rcAll(0, 0, 320, 240);
         CMaskInfo area(&rcAll, 320, 240);
         param.AddMaskInfo(&area, 320, 240);
