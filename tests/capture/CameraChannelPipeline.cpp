@@ -62,10 +62,10 @@ TEST(CameraChannelSignal, SecondRevisionMapsTheQuantiserToFourSteps)
 
 TEST_F(CameraChannelPipeline, EveryHundredAndSixtiethFrameIsAKeyFrame)
 {
-    OpenBoard(SOURCE_SYNTHETIC);
+    OpenBoard(SOURCE_STILL);
     CEncodeParam param;
     ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
-    ASSERT_TRUE(PumpFrames(2 * CCameraWnd::KEY_FRAME_CYCLE + 2));
+    ASSERT_TRUE(PumpFrames(CCameraWnd::KEY_FRAME_CYCLE + 2));
     for (std::size_t i = 0; i < m_host.m_frames.size(); ++i) {
         const tag_HOSTFRAME& frame = m_host.m_frames[i];
         EXPECT_EQ(frame.wFrameType, i % CCameraWnd::KEY_FRAME_CYCLE == 0 ? ZNFRAME_I : ZNFRAME_P) << i;
@@ -193,17 +193,17 @@ class CameraChannelMotion : public CameraChannelPipeline {
 protected:
     int CountAlarms(tag_SOURCEKIND nKind, int bEncodeMode)
     {
-        OpenBoard(nKind, FRAMESIZE_320X240);
+        OpenBoard(nKind);
         CEncodeParam param;
         param.m_bEncodeMode = bEncodeMode;
         // Every moving frame alarms: the driver may hand over a picture drawn before the
         // host moved the clock, which repeats the last one and breaks a run of motion.
         param.m_nAlarmFrameNum = 1;
-        CRect rcAll(0, 0, 320, 240);
-        CMaskInfo area(&rcAll, 320, 240);
-        param.AddMaskInfo(&area, 320, 240);
+        CRect rcAll(0, 0, 160, 112);
+        CMaskInfo area(&rcAll, 160, 112);
+        param.AddMaskInfo(&area, 160, 112);
         EXPECT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
-        EXPECT_TRUE(PumpFrames(30));
+        EXPECT_TRUE(PumpFrames(20));
         int nAlarms = 0;
         for (const tag_HOSTFRAME& frame : m_host.m_frames)
             nAlarms += (frame.wFlags & ZNFRAME_ALARM) != 0;
@@ -228,22 +228,22 @@ TEST_F(CameraChannelMotion, AnalysisOnlyModeStillAlarms)
 
 TEST_F(CameraChannelMotion, AreasSetDuringCaptureAreScaledToTheFrameSizeAndCleared)
 {
-    OpenBoard(SOURCE_SYNTHETIC, FRAMESIZE_320X240);
+    OpenBoard(SOURCE_SYNTHETIC, FRAMESIZE_176X144);
     CEncodeParam param;
     param.m_nAlarmFrameNum = 1;
     ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
     ASSERT_TRUE(PumpFrames(4));
     for (const tag_HOSTFRAME& frame : m_host.m_frames)
         EXPECT_EQ(frame.wFlags & ZNFRAME_ALARM, 0);
-    // An area given at 640 x 480 units covers the whole 320 x 240 picture.
-    CRect rcAll(0, 0, 640, 480);
-    CMaskInfo area(&rcAll, 640, 480);
+    // An area given at 352 x 288 units covers the whole 176 x 144 picture.
+    CRect rcAll(0, 0, 352, 288);
+    CMaskInfo area(&rcAll, 352, 288);
     ASSERT_EQ(m_video.SetMask(0, 0, &area), ZNRET_OK);
     CEncodeParam current;
     ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
     ASSERT_EQ(current.m_MaskList.GetCount(), 1);
     const auto* pArea = static_cast<CMaskInfo*>(current.m_MaskList.GetHead());
-    EXPECT_EQ(pArea->GetMaskRect(), CRect(0, 0, 320, 240));
+    EXPECT_EQ(pArea->GetMaskRect(), CRect(0, 0, 176, 144));
     const std::size_t nWithArea = m_host.m_frames.size();
     ASSERT_TRUE(PumpFrames(nWithArea + 10));
     int nAlarms = 0;
