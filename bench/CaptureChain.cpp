@@ -2,7 +2,8 @@
 // at once: the processor time of one frame (driver drawing, stream, encoder thread,
 // motion analysis, host handler), and from it the cameras one core sustains at 25
 // frames a second, per frame size of both revisions; and the latency from the driver's
-// message that hands a frame to the channel to the host's frame message.
+// message that hands a frame to the channel to the host's frame message (coding
+// included).
 #include "capture/CEncodeParam.h"
 #include "capture/CVideo.h"
 #include "driver/CVirtualRack.h"
@@ -35,6 +36,7 @@ public:
     ~CBenchHost() override { DestroyWindow(); }
 
     long m_nFrames = 0;
+    bool m_bAtEncoder = false;
     std::chrono::steady_clock::time_point m_handOver;
     double m_dLatencySumUs = 0;
     double m_dLatencyMaxUs = 0;
@@ -47,6 +49,7 @@ protected:
         m_dLatencySumUs += dUs;
         m_dLatencyMaxUs = dUs > m_dLatencyMaxUs ? dUs : m_dLatencyMaxUs;
         ++m_nFrames;
+        m_bAtEncoder = false;
         ::PostMessage(reinterpret_cast<HWND>(wCamera), WM_ZN_FRAMEDONE, 0, 0);
         return 0;
     }
@@ -69,8 +72,10 @@ void PumpOneFrame(CBenchHost& host, CVideo& video)
         if (bDriverFrame) {
             tag_CAMERASTATUS nStatus = CAMSTATUS_NONE;
             video.GetCameraStatus(0, 0, nStatus);
-            if (nStatus == CAMSTATUS_ENCODING)
+            if (nStatus == CAMSTATUS_ENCODING && !host.m_bAtEncoder) {
                 host.m_handOver = std::chrono::steady_clock::now();
+                host.m_bAtEncoder = true;
+            }
         }
     }
 }
@@ -108,13 +113,21 @@ void BM_CaptureChain(benchmark::State& state)
         host.m_dLatencyMaxUs = 0;
         const long nFirst = host.m_nFrames;
         const double dCpuStart = ProcessCpuMs();
+        const auto wallStart = std::chrono::steady_clock::now();
         for (auto _ : state)
             PumpOneFrame(host, video);
         const double dCpuMs = ProcessCpuMs() - dCpuStart;
+        const double dWallMs =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - wallStart).count();
         const double nFrames = static_cast<double>(host.m_nFrames - nFirst);
         const double dCpuPerFrame = dCpuMs / nFrames;
+        // The process time counts the driver thread too, which under immediate pacing
+        // draws every reread frame while the channel works: a lower bound. One camera's
+        // frame passes window thread and encoder thread one after the other, so the wall
+        // time of a frame is the work of one core without the driver's drawing.
         state.counters["cpu_ms_per_frame"] = dCpuPerFrame;
-        state.counters["cameras_at_25fps"] = kFramePeriodMs / dCpuPerFrame;
+        state.counters["cameras_at_25fps_cpu"] = kFramePeriodMs / dCpuPerFrame;
+        state.counters["cameras_at_25fps_chain"] = kFramePeriodMs / (dWallMs / nFrames);
         state.counters["latency_us_mean"] = host.m_dLatencySumUs / nFrames;
         state.counters["latency_us_max"] = host.m_dLatencyMaxUs;
     }
