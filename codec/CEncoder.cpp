@@ -31,6 +31,9 @@ constexpr int kMinMovedForDetection = 2;
 constexpr int kMinMovedForArea = 3;
 constexpr int kMinQuant = 1;
 constexpr int kMaxQuant = 31;
+// Until the caller sets one, pictures use the encoding parameters' default quantiser,
+// never 0.
+constexpr int kDefaultQuant = 10;
 constexpr int kMaxCodedWidth = 704;
 constexpr int kMaxCodedHeight = 576;
 constexpr BYTE kBlackLuma = 0;
@@ -161,6 +164,7 @@ BOOL CEncoder::Create(int nWidth, int nHeight, DWORD dwRevision, int nCoprocesso
     }
     m_nIntraThreshold = kDefaultIntraThreshold;
     m_nMoveThreshold = kDefaultMoveThreshold;
+    m_nQi = m_nQp = kDefaultQuant;
     InitBitWriter();
     m_bUseCoprocessor = nCoprocessor != 0;
     m_bUseMMX = HasMMX();

@@ -44,7 +44,7 @@ public:
 
     // A quantiser of 0 would code the picture unquantised, which the record's reader
     // cannot follow: the setters refuse it, and any value outside 1..31, keeping the
-    // quantiser in force and returning FALSE.
+    // quantiser in force (10 after Create) and returning FALSE.
     BOOL SetQi(int nQi);
     BOOL SetQp(int nQp);
     void SetIntraThreshold(int nThreshold);

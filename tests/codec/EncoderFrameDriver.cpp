@@ -174,6 +174,11 @@ TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
 
 TEST_F(FrameDriver, QuantiserOfZeroIsRefusedAndTheOldOneStays)
 {
+    CTestEncoder fresh;
+    ASSERT_TRUE(fresh.Create(kWidth, kHeight, STREAM_REVISION_20020114, 0));
+    EXPECT_FALSE(fresh.SetQi(0));
+    EXPECT_EQ(fresh.m_nQi, 10);   // never 0, even before the first setter call
+    EXPECT_EQ(fresh.m_nQp, 10);
     EXPECT_FALSE(encoder.SetQi(0));
     EXPECT_FALSE(encoder.SetQp(0));
     EXPECT_FALSE(encoder.SetQi(32));
