@@ -2,12 +2,13 @@
 // The default rack (or one board whose cameras play the Y4M files given) is opened
 // through CVideo with a host window on this thread; each frame record is written with
 // CZnFile inside the frame handler, a progress line is printed every second, and at
-// the end each file is opened again with the reader and summed up.
+// the end each file is opened again with the reader, decoded and summed up.
 #include "Commands.h"
 
 #include "capture/CEncodeParam.h"
 #include "capture/CMaskInfo.h"
 #include "capture/CVideo.h"
+#include "codec/CDecoder.h"
 #include "driver/CVirtualRack.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
@@ -205,6 +206,27 @@ void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
     param.AddMaskInfo(&area, nWidth, nHeight);
 }
 
+// Reads every frame of an open recording and decodes it; the frames that decoded.
+DWORD DecodeAll(CZnFile& reader, DWORD dwRevision)
+{
+    std::vector<BYTE> video(static_cast<std::size_t>(reader.GetVideoWidth()) * reader.GetVideoHeight() * 2);
+    std::vector<BYTE> sound(ZNFRAME_SOUND_BUFFER_SIZE);
+    std::vector<BYTE> picture(static_cast<std::size_t>(CDecoder::MAX_WIDTH) * CDecoder::MAX_HEIGHT * 3);
+    CDecoder decoder;
+    if (!decoder.Create(dwRevision))
+        return 0;
+    DWORD dwDecoded = 0;
+    tag_ZNFRAMEDATA frame{};
+    frame.pVideo = video.data();
+    frame.pSound = sound.data();
+    while (reader.ReadOneFrame(&frame, -1, 0) == 1) {
+        const DECODER_RETURN result =
+            decoder.DecodeOneFrame(frame.pVideo, static_cast<int>(frame.dwVideoLen), picture.data(), TRUE);
+        dwDecoded += !result.bError;
+    }
+    return dwDecoded;
+}
+
 void PrintSummary(const CRecordHost& host, DWORD dwRevision)
 {
     std::printf("\nsummary:\n");
@@ -217,9 +239,10 @@ void PrintSummary(const CRecordHost& host, DWORD dwRevision)
                     static_cast<unsigned long>(recording.dwLost), static_cast<unsigned long>(recording.dwWritten),
                     recording.nBytes / 1024, static_cast<unsigned long>(recording.dwAlarms), recording.strFile.c_str());
         if (bOpened) {
-            std::printf(" (%dx%d, %lu frames in %lu blocks)\n", reader.GetVideoWidth(), reader.GetVideoHeight(),
+            std::printf(" (%dx%d, %lu frames in %lu blocks", reader.GetVideoWidth(), reader.GetVideoHeight(),
                         static_cast<unsigned long>(reader.GetTotalFrameNum()),
                         static_cast<unsigned long>(reader.GetTotalBlock()));
+            std::printf(", %lu decoded)\n", static_cast<unsigned long>(DecodeAll(reader, dwRevision)));
         } else {
             std::printf(" (can't be read back)\n");
         }
