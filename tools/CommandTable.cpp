@@ -3,6 +3,7 @@
 
 int RunVolumesCommand(std::span<char* const> args);
 int RunBoardsCommand(std::span<char* const> args);
+int RunRecordCommand(std::span<char* const> args);
 
 namespace {
 
@@ -11,6 +12,9 @@ constexpr ToolCommand kCommands[] = {
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
+    {"record", "[-s SECONDS] [-d DIR] [Y4M...]",
+     "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera",
+     &RunRecordCommand},
 };
 
 } // namespace

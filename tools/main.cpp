@@ -7,12 +7,13 @@
 
 namespace {
 
-constexpr std::string_view kDefaultCommand = "volumes";
+constexpr std::string_view kDefaultCommand = "record";
 
 void PrintHelp()
 {
     std::printf("usage: zndvr [--help | --version | COMMAND [ARGS...]]\n\n"
-                "Without a command, zndvr runs '%.*s' on the working directory.\n\nCommands:\n",
+                "Without a command, zndvr runs '%.*s' with its defaults: the virtual boards, a\n"
+                "store in the working directory.\n\nCommands:\n",
                 static_cast<int>(kDefaultCommand.size()), kDefaultCommand.data());
     for (const ToolCommand& command : GetToolCommands()) {
         std::printf("  %-12.*s %.*s\n      %.*s\n", static_cast<int>(command.strName.size()),
@@ -41,9 +42,7 @@ int main(int argc, char** argv)
             PrintHelp();
             return 0;
         }
-        static char strHere[] = ".";
-        char* const defaultArgs[] = {strHere};
-        return pDefault->pfnRun(std::span<char* const>(defaultArgs, 1));
+        return pDefault->pfnRun(std::span<char* const>());
     }
     std::string_view strFirst = argv[1];
     if (strFirst == "--help" || strFirst == "-h" || strFirst == "help") {

@@ -1,0 +1,31 @@
+// The capture boards of the machine that fit one stream revision, opened at device
+// level for as long as the list lives. Owned by CVideo while it is open; not changed
+// after construction, so it can be read from any thread.
+#pragma once
+
+#include "driver/CSpciIO.h"
+#include "driver/DriverRecords.h"
+#include "platform/CObject.h"
+#include "platform/WinTypes.h"
+
+class CBoardList : public CObject {
+public:
+    static constexpr int MAX_BOARDS = 4;
+
+    // Takes up to MAX_BOARDS devices, in device order, whose generation fits dwRevision.
+    explicit CBoardList(DWORD dwRevision);
+    ~CBoardList() override;
+
+    int GetBoardNum() const;
+    // The firmware word, 0 for a number that isn't a board of the list.
+    tag_AVVersion GetVersion(int nBoard) const;
+    // The slot, null for a number outside the four slots.
+    CSpciIO* GetBoard(int nBoard) const;
+
+private:
+    static bool IsTakenBy(DWORD dwRevision, tag_AVVersion version);
+
+    CSpciIO* m_pSpare;
+    CSpciIO* m_pBoards[MAX_BOARDS] = {};
+    int m_nBoardNum = 0;
+};

@@ -1,0 +1,449 @@
+#include "capture/CCameraWnd.h"
+
+#include "capture/CCaptureStream.h"
+#include "capture/CCaptureWnd.h"
+#include "codec/CEncoder.h"
+#include "platform/TickClock.h"
+#include "platform/WinThreads.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace {
+
+// A sample above this level is lit; more than kSignalSamples of them make a signal.
+constexpr BYTE kSignalLuma = 20;
+constexpr int kSignalSamples = 10;
+
+constexpr int kMinCheckSen = 1;
+constexpr int kMaxCheckSen = 31;
+// Revision 0x20020219 codes at half size, where one step of sensitivity counts half.
+constexpr int kThresholdScaleHalfSize = 128;
+constexpr int kThresholdScale = 256;
+constexpr int kMoveThresholdScale = 128;
+
+// A thread message that can't be posted yet is tried again after this long.
+constexpr DWORD kPostRetryMs = 100;
+
+} // namespace
+
+BEGIN_MESSAGE_MAP(CCameraWnd, CWnd)
+    ON_MESSAGE(WM_ZN_ENCODED, OnEncoded)
+    ON_MESSAGE(WM_ZN_FRAMEDONE, OnFrameDone)
+    ON_MESSAGE(WM_ZN_SETPARAM, OnSetParam)
+    ON_MESSAGE(WM_ZN_GETPARAM, OnGetParam)
+END_MESSAGE_MAP()
+
+CCameraWnd::CCameraWnd()
+    : m_pParam(new CEncodeParam)
+{
+}
+
+CCameraWnd::~CCameraWnd()
+{
+    Close();
+    delete m_pParam;
+}
+
+int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
+{
+    if (dwRevision != ZN_REVISION_20020219)
+        return nQi;
+    if (nQi < 8)
+        return 4;
+    if (nQi < 12)
+        return 6;
+    if (nQi < 16)
+        return 8;
+    return 10;
+}
+
+bool CCameraWnd::HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight)
+{
+    if (pFrame == nullptr)
+        return false;
+    const DWORD dwBytes = static_cast<DWORD>(nWidth) * nHeight * 2;
+    int nLit = 0;
+    // In UYVY every odd byte is a luma sample.
+    for (DWORD i = 1; i < dwBytes; i += 2) {
+        if (pFrame[i] > kSignalLuma && ++nLit > kSignalSamples)
+            return true;
+    }
+    return false;
+}
+
+int CCameraWnd::Open(int nCamera, CCaptureWnd* pWnd, CEncodeParam* pParam, DWORD dwRevision)
+{
+    if (pWnd == nullptr || pParam == nullptr)
+        return 0;
+    m_dwRevision = dwRevision;
+    m_pCaptureWnd = pWnd;
+    m_Info.nBoard = pWnd->GetBoard();
+    m_Info.nCamera = nCamera;
+    pWnd->GetVideoSize(&m_Info.nWidth, &m_Info.nHeight, &m_Info.nStandard);
+    *m_pParam = *pParam;
+
+    delete[] m_pFrame;
+    m_pFrame = new (std::nothrow)
+        BYTE[CCaptureStream::GetFrameBufferSize(m_Info.nWidth, m_Info.nHeight, m_Info.nStandard, dwRevision)]();
+    if (m_pFrame == nullptr)
+        return 0;
+    CCaptureStream::GetDeliveredSize(m_Info.nWidth, m_Info.nHeight, m_Info.nStandard, dwRevision,
+                                     m_nSignalWidth, m_nSignalHeight);
+
+    m_pEncoder = new CEncoder;
+    const int nCodedHeight = m_Info.nHeight;
+    if (!m_pEncoder->Create(m_Info.nWidth, nCodedHeight, dwRevision, 0)) {
+        // An encoder without buffers can't take a frame: the channel doesn't run.
+        FreeBuffers();
+        return 0;
+    }
+    m_areaMoveTest = [this](const CRect& rcArea) {
+        return m_pEncoder->IsAreaMove(rcArea.left, rcArea.top, rcArea.right, rcArea.bottom);
+    };
+
+    m_dwVideoCapacity = static_cast<DWORD>(std::max<std::size_t>(
+        static_cast<std::size_t>(m_Info.nWidth) * m_Info.nHeight * 2,
+        CEncoder::GetMaxRecordLength(m_Info.nWidth, nCodedHeight)));
+    m_pRecord = new tag_ZNCAPTUREFRAME{};
+    m_pFrameData = new tag_ZNFRAMEDATA{};
+    m_pFrameData->pVideo = new BYTE[m_dwVideoCapacity]();
+    m_pFrameData->pSound = new BYTE[ZNFRAME_SOUND_BUFFER_SIZE]();
+
+    RestartCadence();
+    StartThread();
+    m_nStatus = CAMSTATUS_READY;
+    if (m_pParam->m_bEncodeSound)
+        OpenSound();
+    return 1;
+}
+
+void CCameraWnd::StartThread()
+{
+    m_hThreadEnd = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    m_hThreadReady = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    if (m_hThreadEnd != nullptr && m_hThreadReady != nullptr)
+        m_hThread = CreateThread(nullptr, 0, &CCameraWnd::EncoderThreadMain, this, CREATE_SUSPENDED, &m_dwThreadId);
+    if (m_hThread == nullptr) {
+        for (HANDLE* pEvent : {&m_hThreadEnd, &m_hThreadReady}) {
+            if (*pEvent != nullptr)
+                CloseHandle(*pEvent);
+            *pEvent = nullptr;
+        }
+        return;
+    }
+    SetThreadPriority(m_hThread, THREAD_PRIORITY_BELOW_NORMAL);
+    ResumeThread(m_hThread);
+    // Frames are posted to the thread's queue, which exists once the thread runs.
+    WaitForSingleObject(m_hThreadReady, INFINITE);
+    CloseHandle(m_hThreadReady);
+    m_hThreadReady = nullptr;
+}
+
+DWORD CCameraWnd::EncoderThreadMain(LPVOID pParam)
+{
+    static_cast<CCameraWnd*>(pParam)->RunEncoderThread();
+    return 0;
+}
+
+void CCameraWnd::RunEncoderThread()
+{
+    MSG msg;
+    PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE);
+    SetEvent(m_hThreadReady);
+    while (GetMessage(&msg, nullptr, 0, 0) > 0) {
+        if (msg.message == WM_ZN_FRAME)
+            EncodeFrame(static_cast<BOOL>(msg.wParam), static_cast<int>(msg.lParam));
+    }
+    SetEvent(m_hThreadEnd);
+}
+
+void CCameraWnd::EncodeFrame(BOOL bDetectOnly, int nFrameType)
+{
+    const tag_ENCODESETTINGS settings = m_encodeSettings;
+    m_pEncoder->SetQi(settings.nQuantiser);
+    m_pEncoder->SetQp(settings.nQuantiser);
+    if (bDetectOnly)
+        m_pEncoder->SetMoveThreshold(settings.nThreshold);
+    else
+        m_pEncoder->SetIntraThreshold(settings.nThreshold);
+    const ENCODER_RETURN result = m_pEncoder->Encode(m_pFrame, bDetectOnly, nFrameType);
+    if (!bDetectOnly) {
+        const DWORD dwLength = std::min(static_cast<DWORD>(std::max(result.nLength, 0)), m_dwVideoCapacity);
+        if (dwLength > 0)
+            std::memcpy(m_pFrameData->pVideo, result.pBuffer, dwLength);
+        m_pFrameData->dwVideoLen = dwLength;
+    }
+    ::PostMessage(m_hWnd, WM_ZN_ENCODED, static_cast<WPARAM>(bDetectOnly), 0);
+}
+
+void CCameraWnd::PrepareEncodeSettings()
+{
+    // The sensitivity is held to its range in the parameters themselves, so the host
+    // reads back what the encoder used.
+    m_pParam->m_nCheckSen = std::clamp(m_pParam->m_nCheckSen, kMinCheckSen, kMaxCheckSen);
+    m_encodeSettings.nQuantiser = MapQuantiser(m_pParam->m_nQi, m_dwRevision);
+    int nScale = m_dwRevision == ZN_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale;
+    if (!m_pParam->m_bEncodeMode)
+        nScale = kMoveThresholdScale;
+    m_encodeSettings.nThreshold = m_pParam->m_nCheckSen * nScale;
+}
+
+int CCameraWnd::OnFrame(BYTE** ppFrame)
+{
+    std::swap(m_pFrame, *ppFrame);
+    if (m_pParam->m_bEncodeMode && m_pParam->m_bEncodeSound)
+        OpenSound();
+    else
+        CloseSound();
+    const DWORD dwTime = GetTickCount();
+    const int bLastLost = m_pRecord->bVideoLost;
+    m_pRecord->bVideoLost = IsVideoLost() ? 1 : 0;
+    if (m_pRecord->bVideoLost) {
+        DeliverLostFrame(dwTime);
+        return 1;
+    }
+    if (bLastLost)
+        RestartCadence();
+    m_pFrameData->wFlags = 0;
+    m_pFrameData->wFrameType = static_cast<WORD>(m_nFrameType);
+    m_pFrameData->dwTimeStamp = dwTime;
+    m_pFrameData->dwVideoLen = 0;
+    m_pFrameData->dwSoundLen = 0;
+    m_nStatus = CAMSTATUS_ENCODING;
+    PrepareEncodeSettings();
+    PostFrameToThread();
+    return 1;
+}
+
+bool CCameraWnd::IsVideoLost() const
+{
+    if (!m_pParam->m_bCheckVideo)
+        return false;
+    return !HasVideoSignal(m_pFrame, m_nSignalWidth, m_nSignalHeight);
+}
+
+void CCameraWnd::DeliverLostFrame(DWORD dwTime)
+{
+    m_pFrameData->dwTimeStamp = dwTime;
+    m_pFrameData->wFrameType = static_cast<WORD>(m_nFrameType);
+    m_pFrameData->wFlags = ZNFRAME_LOST;
+    m_pFrameData->dwSoundLen = 0;
+    m_pFrameData->dwVideoLen = 0;
+    AttachSound();
+    AdvanceCadence();
+    FillRecord(1);
+    m_nStatus = CAMSTATUS_HOST;
+    SendToHost();
+}
+
+void CCameraWnd::PostFrameToThread()
+{
+    for (;;) {
+        // Worked out afresh for every try: the mode may change meanwhile.
+        const bool bEncode = m_pParam->m_bEncodeMode != 0;
+        const WPARAM bDetectOnly = bEncode ? 0 : 1;
+        const LPARAM nFrameType = bEncode ? m_nFrameType : 1;
+        if (m_hThread == nullptr) {
+            // Without its thread the channel answers the frame itself, uncoded.
+            PostMessage(WM_ZN_ENCODED, bDetectOnly, 0);
+            return;
+        }
+        if (::PostThreadMessage(m_dwThreadId, WM_ZN_FRAME, bDetectOnly, nFrameType)) {
+            if (bEncode)
+                AdvanceCadence();
+            else
+                RestartCadence();
+            return;
+        }
+        Sleep(kPostRetryMs);
+    }
+}
+
+void CCameraWnd::AdvanceCadence()
+{
+    m_nFrameCount = (m_nFrameCount + 1) % KEY_FRAME_CYCLE;
+    m_nFrameType = m_nFrameCount == 0 ? ZNFRAME_I : ZNFRAME_P;
+}
+
+void CCameraWnd::RestartCadence()
+{
+    m_nFrameType = ZNFRAME_I;
+    m_nFrameCount = 0;
+}
+
+LRESULT CCameraWnd::OnEncoded(WPARAM, LPARAM)
+{
+    m_nStatus = CAMSTATUS_HOST;
+    m_pFrameData->wFlags = m_pParam->AnalyseMotion(m_dwRevision, m_areaMoveTest) ? ZNFRAME_ALARM : 0;
+    AttachSound();
+    FillRecord(0);
+    SendToHost();
+    return 0;
+}
+
+LRESULT CCameraWnd::OnFrameDone(WPARAM, LPARAM)
+{
+    m_nStatus = CAMSTATUS_READY;
+    return 0;
+}
+
+void CCameraWnd::AttachSound()
+{
+    // The sound gathered since the last frame is taken here once a source is attached;
+    // a channel without a source sends its frames without sound.
+    m_pFrameData->wFlags &= static_cast<WORD>(~ZNFRAME_SOUND);
+    m_pFrameData->dwSoundLen = 0;
+}
+
+void CCameraWnd::OpenSound()
+{
+    // A wave-in or board sound source is opened here, for a channel that encodes and
+    // has none. None is built in yet, so m_pSound stays null and the channel runs silent.
+}
+
+void CCameraWnd::CloseSound()
+{
+    m_pSound = nullptr;
+}
+
+void CCameraWnd::FillRecord(int bVideoLost)
+{
+    m_pRecord->bVideoLost = bVideoLost;
+    m_pRecord->pInfo = &m_Info;
+    m_pRecord->pData = m_pFrameData;
+    m_pRecord->pRaw = m_pFrame;
+    m_pRecord->pParam = m_pParam;
+}
+
+void CCameraWnd::SendToHost()
+{
+    ::SendMessage(m_pCaptureWnd->GetParentWnd(), WM_ZN_FRAME, reinterpret_cast<WPARAM>(m_hWnd),
+                  reinterpret_cast<LPARAM>(m_pRecord));
+}
+
+LRESULT CCameraWnd::OnSetParam(WPARAM nOperation, LPARAM nValue)
+{
+    if (m_pParam == nullptr || nOperation > CAMOP_RESETSEQUENCE)
+        return 0;
+    switch (static_cast<int>(nOperation)) {
+    case CAMOP_ENCODEPARAM: {
+        auto* pNew = reinterpret_cast<CEncodeParam*>(nValue);
+        if (pNew == nullptr)
+            return 0;
+        if (!(m_pParam->m_bEncodeMode && pNew->m_bEncodeMode))
+            RestartCadence();
+        m_pParam->SetMaskInfo(pNew);
+        m_pParam->SetParam(pNew, ENCODEPARAM_QUANTISER | ENCODEPARAM_MODE | ENCODEPARAM_CHECKSEN |
+                                     ENCODEPARAM_CHECKVIDEO);
+        break;
+    }
+    case CAMOP_ENCODEMODE:
+        if (nValue != 0 && m_pParam->m_bEncodeMode != 0)
+            return 0;
+        RestartCadence();
+        m_pParam->m_bEncodeMode = static_cast<int>(nValue);
+        break;
+    case CAMOP_ENCODESOUND:
+        m_pParam->m_bEncodeSound = static_cast<int>(nValue);
+        CloseSound();
+        if (nValue != 0)
+            OpenSound();
+        break;
+    case CAMOP_SOUNDDEVICE:
+        if (m_pParam->m_dwSoundDev == static_cast<DWORD>(nValue))
+            return 0;
+        m_pParam->m_dwSoundDev = static_cast<DWORD>(nValue);
+        CloseSound();
+        if (m_pParam->m_bEncodeSound)
+            OpenSound();
+        break;
+    case CAMOP_CHECKSEN:
+        m_pParam->m_nCheckSen = static_cast<int>(nValue);
+        break;
+    case CAMOP_MASK:
+        if (nValue == 0)
+            m_pParam->DeleteMaskInfo();
+        else
+            m_pParam->AddMaskInfo(reinterpret_cast<CMaskInfo*>(nValue), m_Info.nWidth, m_Info.nHeight);
+        break;
+    case CAMOP_ALARMFRAMENUM:
+        m_pParam->m_nAlarmFrameNum = static_cast<int>(nValue);
+        break;
+    case CAMOP_QI:
+        m_pParam->m_nQi = static_cast<int>(nValue);
+        break;
+    case CAMOP_QP:
+        m_pParam->m_nQp = static_cast<int>(nValue);
+        break;
+    case CAMOP_RESETSEQUENCE:
+        RestartCadence();
+        break;
+    default:
+        break;
+    }
+    return 0;
+}
+
+LRESULT CCameraWnd::OnGetParam(WPARAM nOperation, LPARAM pResult)
+{
+    if (m_pParam == nullptr || nOperation == CAMOP_RESETSEQUENCE || pResult == 0)
+        return 0;
+    if (nOperation == CAMOP_STATUS)
+        *reinterpret_cast<int*>(pResult) = m_nStatus;
+    else
+        *reinterpret_cast<CEncodeParam*>(pResult) = *m_pParam;
+    return 0;
+}
+
+DWORD CCameraWnd::GetStatus() const
+{
+    return static_cast<DWORD>(m_nStatus);
+}
+
+void CCameraWnd::Close()
+{
+    CloseSound();
+    StopThread();
+    FreeBuffers();
+    m_nStatus = CAMSTATUS_NONE;
+}
+
+void CCameraWnd::StopThread()
+{
+    if (m_hThread == nullptr)
+        return;
+    SuspendThread(m_hThread);
+    SetThreadPriority(m_hThread, THREAD_PRIORITY_ABOVE_NORMAL);
+    ResumeThread(m_hThread);
+    if (m_nStatus == CAMSTATUS_ENCODING) {
+        // The frame in work is waited for and dropped: it never reaches the host.
+        MSG msg;
+        GetMessage(&msg, m_hWnd, WM_ZN_ENCODED, WM_ZN_ENCODED);
+    }
+    while (!::PostThreadMessage(m_dwThreadId, WM_QUIT, 0, 0))
+        Sleep(kPostRetryMs);
+    WaitForSingleObject(m_hThreadEnd, INFINITE);
+    CloseHandle(m_hThreadEnd);
+    CloseHandle(m_hThread);
+    m_hThread = nullptr;
+    m_hThreadEnd = nullptr;
+    m_dwThreadId = 0;
+}
+
+void CCameraWnd::FreeBuffers()
+{
+    delete m_pEncoder;
+    m_pEncoder = nullptr;
+    delete[] m_pFrame;
+    m_pFrame = nullptr;
+    delete m_pRecord;
+    m_pRecord = nullptr;
+    if (m_pFrameData != nullptr) {
+        delete[] m_pFrameData->pVideo;
+        delete[] m_pFrameData->pSound;
+        delete m_pFrameData;
+        m_pFrameData = nullptr;
+    }
+}

@@ -1,0 +1,124 @@
+// The capability questions of a board and the port commands on its byte bus.
+#include "CaptureTestSupport.h"
+
+namespace {
+
+class BoardPorts : public CCaptureTest {
+protected:
+    CSpciDebi* OpenPortBoard(BYTE byChannels, BYTE byGeneration)
+    {
+        CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
+        const DWORD dwRevision = byGeneration == 2 ? ZN_REVISION_20020219 : ZN_REVISION_20020114;
+        EXPECT_EQ(m_video.Open(&m_host, dwRevision), ZNRET_OK);
+        EXPECT_EQ(m_video.OpenBoard(0, byGeneration == 2 ? FRAMESIZE_320X240_R2 : FRAMESIZE_160X112, 0, nullptr),
+                  ZNRET_OK);
+        CSpciDebi* pDebi = CVirtualRack::GetBoard(0)->GetDebi();
+        pDebi->ClearTraffic();
+        return pDebi;
+    }
+
+    // The transfers in the log, without lock and unlock.
+    static std::vector<tag_BUSEVENT> Transfers(CSpciDebi* pDebi)
+    {
+        std::vector<tag_BUSEVENT> transfers;
+        for (const tag_BUSEVENT& event : pDebi->GetTraffic()) {
+            if (event.nAccess == BUS_WRITE || event.nAccess == BUS_READ)
+                transfers.push_back(event);
+        }
+        return transfers;
+    }
+
+    CHostWindow m_host;
+    CVideo m_video;
+};
+
+class BoardCapabilities : public CCaptureTest {};
+
+TEST_F(BoardCapabilities, FollowGenerationAndChannels)
+{
+    CHostWindow host;
+    struct {
+        BYTE byChannels;
+        BYTE byGeneration;
+        int bPorts;
+        int bCardPlus;
+    } const cases[] = {{2, 0, 1, 0}, {2, 1, 1, 0}, {4, 1, 0, 0}, {4, 2, 1, 1}, {2, 3, 0, 0}};
+    for (const auto& c : cases) {
+        CVirtualRack::Clear();
+        CVirtualRack::InstallBoard(MakeCaptureBoard(c.byChannels, c.byGeneration));
+        CVideo video;
+        ASSERT_EQ(video.Open(&host, c.byGeneration == 2 ? ZN_REVISION_20020219 : ZN_REVISION_20020114), ZNRET_OK);
+        EXPECT_EQ(video.IsIOSupport(0), c.bPorts) << int(c.byGeneration) << "/" << int(c.byChannels);
+        EXPECT_EQ(video.IsVoiceSupport(0), c.bPorts);
+        EXPECT_EQ(video.IsWatchDogSupport(0), c.bPorts);
+        EXPECT_EQ(video.IsCardPlusSupport(0), c.bCardPlus);
+        EXPECT_EQ(video.IsIOSupport(1), 0);
+        EXPECT_EQ(video.IsIOSupport(-1), 0);
+    }
+    CVideo closed;
+    EXPECT_EQ(closed.IsIOSupport(0), 0);
+}
+
+TEST_F(BoardPorts, ReadInputGivesTheLatchedByteInverted)
+{
+    CSpciDebi* pDebi = OpenPortBoard(4, 2);
+    pDebi->SetInputLines(0x05);
+    DWORD dwResult = 0xFFFFFFFF;
+    ASSERT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 1, 0, dwResult), 1);
+    const std::vector<tag_BUSEVENT> transfers = Transfers(pDebi);
+    ASSERT_EQ(transfers.size(), 2u);
+    EXPECT_EQ(transfers[0].nAccess, BUS_WRITE);
+    EXPECT_EQ(transfers[0].byValue, 0x82);
+    EXPECT_EQ(transfers[0].nRetry, 5);
+    EXPECT_EQ(transfers[1].nAccess, BUS_READ);
+    EXPECT_EQ(dwResult, static_cast<DWORD>(static_cast<BYTE>(~transfers[1].byValue)));
+    EXPECT_EQ(dwResult, 0x05u);
+}
+
+TEST_F(BoardPorts, CommandsWriteTheirBytesAndLeaveTheResultAlone)
+{
+    CSpciDebi* pDebi = OpenPortBoard(2, 1);
+    DWORD dwResult = 1234;
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 2, 0, dwResult), 0);
+    EXPECT_EQ(Transfers(pDebi).size(), 0u);
+    EXPECT_EQ(pDebi->GetTraffic().size(), 2u);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 3, 0, dwResult), 1);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 4, 0, dwResult), 1);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 5, 0, dwResult), 1);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 6, 0x1A5, dwResult), 1);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 7, 0, dwResult), 0);
+    const std::vector<tag_BUSEVENT> transfers = Transfers(pDebi);
+    ASSERT_EQ(transfers.size(), 5u);
+    const WORD wAddresses[] = {0, 0, 0, 1, 0};
+    const BYTE byValues[] = {0x98, 0x98, 0x90, 0xA5, 0x80};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(transfers[i].wAddress, wAddresses[i]) << i;
+        EXPECT_EQ(transfers[i].byValue, byValues[i]) << i;
+    }
+    EXPECT_EQ(pDebi->GetPortState().byOutput, 0xA5);
+    EXPECT_EQ(dwResult, 1234u);
+}
+
+TEST_F(BoardPorts, FailuresGiveZeroAndReleaseTheBus)
+{
+    CSpciDebi* pDebi = OpenPortBoard(4, 2);
+    DWORD dwResult = 0;
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(nullptr, 0, 3, 0, dwResult), 0);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, -1, 3, 0, dwResult), 0);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 1, 3, 0, dwResult), 0);
+    EXPECT_EQ(pDebi->GetTraffic().size(), 0u);
+    pDebi->SetFaults(false, true);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 6, 0x11, dwResult), 0);
+    const std::vector<tag_BUSEVENT> transfers = Transfers(pDebi);
+    // The failing data write ends the command: address 0 is never written.
+    ASSERT_EQ(transfers.size(), 1u);
+    EXPECT_EQ(transfers[0].wAddress, 1);
+    EXPECT_EQ(pDebi->GetTraffic().back().nAccess, BUS_UNLOCK);
+    pDebi->SetFaults(true, false);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 3, 0, dwResult), 0);
+    ASSERT_EQ(m_video.CloseBoard(0), ZNRET_OK);
+    pDebi->SetFaults(false, false);
+    EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 3, 0, dwResult), 0);
+}
+
+} // namespace

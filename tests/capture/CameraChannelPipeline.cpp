@@ -1,0 +1,278 @@
+// The camera channel: the signal test, the quantiser mapping, key-frame cadence, lost
+// signal and its recovery, analysis-only mode, settings changed while frames run,
+// closing with a frame at the encoder, and the motion alarms of its areas.
+#include "CaptureTestSupport.h"
+
+#include "capture/CCameraWnd.h"
+#include "platform/TickClock.h"
+
+#include <vector>
+
+namespace {
+
+// A board with one kind of picture on every camera, a host whose clock moves 40 ms a
+// frame, and a CVideo opened on it.
+class CameraChannelPipeline : public CCaptureTest {
+protected:
+    void OpenBoard(tag_SOURCEKIND nKind, tag_FRAMESIZE nSize = FRAMESIZE_160X112, BYTE byGeneration = 1)
+    {
+        CVirtualRack::InstallBoard(MakeCaptureBoard(4, byGeneration, nKind));
+        const DWORD dwRevision = byGeneration == 2 ? ZN_REVISION_20020219 : ZN_REVISION_20020114;
+        ASSERT_EQ(m_video.Open(&m_host, dwRevision), ZNRET_OK);
+        ASSERT_EQ(m_video.OpenBoard(0, nSize, 0, nullptr), ZNRET_OK);
+        m_host.m_pfnOnFrame = [this](HWND, tag_ZNCAPTUREFRAME*) { m_clock.Advance(40); };
+    }
+
+    bool PumpFrames(std::size_t nFrames)
+    {
+        return PumpUntil([&] { return m_host.m_frames.size() >= nFrames; });
+    }
+
+    CTestClock m_clock{1000};
+    CHostWindow m_host;
+    CVideo m_video;
+};
+
+TEST(CameraChannelSignal, ElevenLumaSamplesAboveTwentyMakeASignal)
+{
+    std::vector<BYTE> frame(16 * 4 * 2, 0);
+    // Chroma bytes never count, however bright.
+    for (std::size_t i = 0; i < frame.size(); i += 2)
+        frame[i] = 255;
+    for (int i = 0; i < 30; ++i)
+        frame[2 * i + 1] = 20;
+    EXPECT_FALSE(CCameraWnd::HasVideoSignal(frame.data(), 16, 4));
+    for (int i = 0; i < 10; ++i)
+        frame[2 * (i * 3) + 1] = 21;
+    EXPECT_FALSE(CCameraWnd::HasVideoSignal(frame.data(), 16, 4));
+    frame[frame.size() - 1] = 21;
+    EXPECT_TRUE(CCameraWnd::HasVideoSignal(frame.data(), 16, 4));
+    EXPECT_FALSE(CCameraWnd::HasVideoSignal(nullptr, 16, 4));
+}
+
+TEST(CameraChannelSignal, SecondRevisionMapsTheQuantiserToFourSteps)
+{
+    const int nSettings[] = {1, 7, 8, 11, 12, 15, 16, 31};
+    const int nMapped[] = {4, 4, 6, 6, 8, 8, 10, 10};
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(CCameraWnd::MapQuantiser(nSettings[i], ZN_REVISION_20020219), nMapped[i]) << nSettings[i];
+        EXPECT_EQ(CCameraWnd::MapQuantiser(nSettings[i], ZN_REVISION_20020114), nSettings[i]);
+    }
+}
+
+TEST_F(CameraChannelPipeline, EveryHundredAndSixtiethFrameIsAKeyFrame)
+{
+    OpenBoard(SOURCE_STILL);
+    CEncodeParam param;
+    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(CCameraWnd::KEY_FRAME_CYCLE + 2));
+    for (std::size_t i = 0; i < m_host.m_frames.size(); ++i) {
+        const tag_HOSTFRAME& frame = m_host.m_frames[i];
+        EXPECT_EQ(frame.wFrameType, i % CCameraWnd::KEY_FRAME_CYCLE == 0 ? ZNFRAME_I : ZNFRAME_P) << i;
+        EXPECT_EQ(frame.bVideoLost, 0);
+        if (frame.wFrameType == ZNFRAME_I)
+            EXPECT_GT(frame.dwVideoLen, 100u);
+        else
+            EXPECT_GE(frame.dwVideoLen, 4u);
+    }
+}
+
+TEST_F(CameraChannelPipeline, LostSignalSkipsTheEncoderAndItsReturnIsAKeyFrame)
+{
+    OpenBoard(SOURCE_NOSIGNAL);
+    CEncodeParam param;
+    BYTE byRawFirst = 0;
+    m_host.m_pfnOnFrame = [&](HWND, tag_ZNCAPTUREFRAME* pFrame) {
+        m_clock.Advance(40);
+        byRawFirst = pFrame->pRaw[1];
+    };
+    ASSERT_EQ(m_video.OpenCamera(0, 1, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(5));
+    for (std::size_t i = 0; i < m_host.m_frames.size(); ++i) {
+        const tag_HOSTFRAME& frame = m_host.m_frames[i];
+        EXPECT_EQ(frame.bVideoLost, 1);
+        EXPECT_EQ(frame.wFlags, ZNFRAME_LOST);
+        EXPECT_EQ(frame.dwVideoLen, 0u);
+        EXPECT_EQ(frame.wFrameType, i == 0 ? ZNFRAME_I : ZNFRAME_P);
+    }
+    // The raw frame is what the host gets while the encoder hasn't run.
+    EXPECT_LE(byRawFirst, 20);
+    // Taking the signal test away is the signal's return for the channel.
+    param.m_bCheckVideo = 0;
+    ASSERT_EQ(m_video.SetEncodeParam(0, 1, &param), ZNRET_OK);
+    const std::size_t nLost = m_host.m_frames.size();
+    ASSERT_TRUE(PumpFrames(nLost + 3));
+    EXPECT_EQ(m_host.m_frames[nLost].bVideoLost, 0);
+    EXPECT_EQ(m_host.m_frames[nLost].wFrameType, ZNFRAME_I);
+    EXPECT_EQ(m_host.m_frames[nLost + 1].wFrameType, ZNFRAME_P);
+}
+
+TEST_F(CameraChannelPipeline, AnalysisOnlyModeSendsUncodedKeyRecordsAndBackToCodingStartsWithAKeyFrame)
+{
+    OpenBoard(SOURCE_SYNTHETIC);
+    CEncodeParam param;
+    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(5));
+    ASSERT_EQ(m_video.SetEncodeMode(0, 0, 1), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(7));
+    EXPECT_EQ(m_host.m_frames[5].wFrameType, ZNFRAME_P);
+    ASSERT_EQ(m_video.SetEncodeMode(0, 0, 0), ZNRET_OK);
+    const std::size_t nOff = m_host.m_frames.size();
+    ASSERT_TRUE(PumpFrames(nOff + 5));
+    for (std::size_t i = nOff; i < m_host.m_frames.size(); ++i) {
+        EXPECT_EQ(m_host.m_frames[i].dwVideoLen, 0u) << i;
+        EXPECT_EQ(m_host.m_frames[i].wFrameType, ZNFRAME_I) << i;
+    }
+    ASSERT_EQ(m_video.SetEncodeMode(0, 0, 1), ZNRET_OK);
+    const std::size_t nOn = m_host.m_frames.size();
+    ASSERT_TRUE(PumpFrames(nOn + 2));
+    EXPECT_EQ(m_host.m_frames[nOn].wFrameType, ZNFRAME_I);
+    EXPECT_GT(m_host.m_frames[nOn].dwVideoLen, 100u);
+    EXPECT_EQ(m_host.m_frames[nOn + 1].wFrameType, ZNFRAME_P);
+}
+
+TEST_F(CameraChannelPipeline, SettingsTakeEffectBetweenFrames)
+{
+    OpenBoard(SOURCE_STILL);
+    CEncodeParam param;
+    param.m_nQi = 2;
+    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(3));
+    const DWORD dwFineKey = m_host.m_frames[0].dwVideoLen;
+    ASSERT_EQ(m_video.SetQi(0, 0, 31), ZNRET_OK);
+    ASSERT_EQ(m_video.ResetEncodeSeq(0, 0), ZNRET_OK);
+    const std::size_t nReset = m_host.m_frames.size();
+    ASSERT_TRUE(PumpFrames(nReset + 2));
+    EXPECT_EQ(m_host.m_frames[nReset].wFrameType, ZNFRAME_I);
+    EXPECT_LT(m_host.m_frames[nReset].dwVideoLen * 2, dwFineKey);
+    // The sensitivity is stored as given and held to its range when a frame is coded.
+    ASSERT_EQ(m_video.SetCheckSen(0, 0, 40), ZNRET_OK);
+    CEncodeParam current;
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    EXPECT_EQ(current.m_nCheckSen, 40);
+    ASSERT_TRUE(PumpFrames(m_host.m_frames.size() + 2));
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    EXPECT_EQ(current.m_nCheckSen, 31);
+    ASSERT_EQ(m_video.SetCheckSen(0, 0, 0), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(m_host.m_frames.size() + 2));
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    EXPECT_EQ(current.m_nCheckSen, 1);
+    EXPECT_EQ(current.m_nQi, 31);
+}
+
+TEST_F(CameraChannelPipeline, CloseWithAFrameAtTheEncoderDropsThatFrame)
+{
+    OpenBoard(SOURCE_SYNTHETIC);
+    CEncodeParam param;
+    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    tag_CAMERASTATUS nStatus = CAMSTATUS_NONE;
+    ASSERT_TRUE(PumpUntil([&] {
+        m_video.GetCameraStatus(0, 0, nStatus);
+        return nStatus == CAMSTATUS_ENCODING;
+    }));
+    const std::size_t nDelivered = m_host.m_frames.size();
+    ASSERT_EQ(m_video.CloseCamera(0, 0), ZNRET_OK);
+    EXPECT_EQ(m_video.IsCameraStart(0, 0), 0);
+    // Whatever the driver still posts finds no channel; no record reaches the host.
+    DrainMessages();
+    EXPECT_EQ(m_host.m_frames.size(), nDelivered);
+}
+
+TEST_F(CameraChannelPipeline, EncoderThatRefusesTheSizeLeavesTheCameraClosed)
+{
+    // A first-revision size on a second-revision board: the encoder knows no such size.
+    OpenBoard(SOURCE_SYNTHETIC, FRAMESIZE_240X176, 2);
+    CEncodeParam param;
+    EXPECT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_FAILED);
+    EXPECT_EQ(m_video.IsCameraStart(0, 0), 0);
+    EXPECT_FALSE(CVirtualRack::GetBoard(0)->GetStreamRecord(0).bStarted);
+}
+
+// Alarms of a whole-picture area over frames, for moving and still scenes.
+class CameraChannelMotion : public CameraChannelPipeline {
+protected:
+    int CountAlarms(tag_SOURCEKIND nKind, int bEncodeMode)
+    {
+        OpenBoard(nKind);
+        CEncodeParam param;
+        param.m_bEncodeMode = bEncodeMode;
+        // Every moving frame alarms: the driver may hand over a picture drawn before the
+        // host moved the clock, which repeats the last one and breaks a run of motion.
+        param.m_nAlarmFrameNum = 1;
+        CRect rcAll(0, 0, 160, 112);
+        CMaskInfo area(&rcAll, 160, 112);
+        param.AddMaskInfo(&area, 160, 112);
+        EXPECT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+        EXPECT_TRUE(PumpFrames(20));
+        int nAlarms = 0;
+        for (const tag_HOSTFRAME& frame : m_host.m_frames)
+            nAlarms += (frame.wFlags & ZNFRAME_ALARM) != 0;
+        return nAlarms;
+    }
+};
+
+TEST_F(CameraChannelMotion, MovingObjectsRaiseAlarms)
+{
+    EXPECT_GE(CountAlarms(SOURCE_SYNTHETIC, 1), 5);
+}
+
+TEST_F(CameraChannelMotion, StillSceneStaysQuiet)
+{
+    EXPECT_EQ(CountAlarms(SOURCE_STILL, 1), 0);
+}
+
+TEST_F(CameraChannelMotion, AnalysisOnlyModeStillAlarms)
+{
+    EXPECT_GE(CountAlarms(SOURCE_SYNTHETIC, 0), 5);
+}
+
+TEST_F(CameraChannelMotion, AreasSetDuringCaptureAreScaledToTheFrameSizeAndCleared)
+{
+    OpenBoard(SOURCE_SYNTHETIC, FRAMESIZE_176X144);
+    CEncodeParam param;
+    param.m_nAlarmFrameNum = 1;
+    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpFrames(4));
+    for (const tag_HOSTFRAME& frame : m_host.m_frames)
+        EXPECT_EQ(frame.wFlags & ZNFRAME_ALARM, 0);
+    // An area given at 352 x 288 units covers the whole 176 x 144 picture.
+    CRect rcAll(0, 0, 352, 288);
+    CMaskInfo area(&rcAll, 352, 288);
+    ASSERT_EQ(m_video.SetMask(0, 0, &area), ZNRET_OK);
+    CEncodeParam current;
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    ASSERT_EQ(current.m_MaskList.GetCount(), 1);
+    const auto* pArea = static_cast<CMaskInfo*>(current.m_MaskList.GetHead());
+    EXPECT_EQ(pArea->GetMaskRect(), CRect(0, 0, 176, 144));
+    const std::size_t nWithArea = m_host.m_frames.size();
+    ASSERT_TRUE(PumpFrames(nWithArea + 10));
+    int nAlarms = 0;
+    for (std::size_t i = nWithArea; i < m_host.m_frames.size(); ++i)
+        nAlarms += (m_host.m_frames[i].wFlags & ZNFRAME_ALARM) != 0;
+    EXPECT_GE(nAlarms, 5);
+    ASSERT_EQ(m_video.SetMask(0, 0, nullptr), ZNRET_OK);
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    EXPECT_EQ(current.m_MaskList.GetCount(), 0);
+}
+
+TEST_F(CameraChannelMotion, AreaOfNoStoredSizeIsTakenUnscaledAndCaptureGoesOn)
+{
+    OpenBoard(SOURCE_SYNTHETIC);
+    CEncodeParam param;
+    param.m_nAlarmFrameNum = 1;
+    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    CRect rcAll(0, 0, 160, 112);
+    CMaskInfo area(&rcAll, 0, 0);
+    ASSERT_EQ(m_video.SetMask(0, 0, &area), ZNRET_OK);
+    CEncodeParam current;
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    ASSERT_EQ(current.m_MaskList.GetCount(), 1);
+    EXPECT_EQ(static_cast<CMaskInfo*>(current.m_MaskList.GetHead())->GetMaskRect(), rcAll);
+    ASSERT_TRUE(PumpFrames(12));
+    int nAlarms = 0;
+    for (const tag_HOSTFRAME& frame : m_host.m_frames)
+        nAlarms += (frame.wFlags & ZNFRAME_ALARM) != 0;
+    EXPECT_GE(nAlarms, 3);
+}
+
+} // namespace

@@ -1,0 +1,183 @@
+// The read round of a stream: which camera is read next, what happens while a channel
+// is busy, the 112-line rule, the delivered size of the second revision and the
+// picture test of stream 1.
+#include "CaptureTestSupport.h"
+
+#include "capture/CBoardList.h"
+#include "capture/CCaptureWnd.h"
+
+#include <map>
+
+namespace {
+
+class CaptureStreamRound : public CCaptureTest {
+protected:
+    tag_STREAMRECORD Record(int nStream) { return CVirtualRack::GetBoard(0)->GetStreamRecord(nStream); }
+};
+
+TEST_F(CaptureStreamRound, OneCameraIsNamedInAllThreePlacesOfEveryOrder)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+    CEncodeParam param;
+    ASSERT_EQ(video.OpenCamera(0, 1, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpUntil([&] { return host.m_frames.size() >= 5; }));
+    const tag_STREAMRECORD record = Record(0);
+    ASSERT_GT(record.nHistory, 5);
+    for (int i = 0; i < record.nHistory; ++i) {
+        EXPECT_EQ(record.history[i].nCamera, 1);
+        EXPECT_EQ(record.history[i].nNextCamera, 1);
+        EXPECT_EQ(record.history[i].nSecondNextCamera, 1);
+    }
+    EXPECT_EQ(record.pciPort.dwHeight, 112u);
+    EXPECT_EQ(record.videoPort.dwWidth, 640u);
+}
+
+TEST_F(CaptureStreamRound, TwoCamerasTakeTurnsAndEachFrameLeadsToTheOthersTurn)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+    CEncodeParam param;
+    ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
+    // The orders that move the round on, gathered by their number after every message:
+    // the driver's history is short, and rereads fill it while a channel works.
+    std::map<DWORD, tag_VIDEOREAD> moves;
+    ASSERT_TRUE(PumpUntil([&] {
+        const tag_STREAMRECORD record = Record(0);
+        for (int i = 0; i < record.nHistory; ++i) {
+            const tag_VIDEOREAD& read = record.history[i];
+            if (read.nNextCamera != read.nCamera)
+                moves[record.dwOrders - record.nHistory + i] = read;
+        }
+        return host.m_frames.size() >= 8;
+    }));
+    ASSERT_EQ(video.CloseBoard(0), ZNRET_OK);
+    // Once both run, the host sees them alternate.
+    for (std::size_t i = 2; i < host.m_frames.size(); ++i)
+        EXPECT_NE(host.m_frames[i].nCamera, host.m_frames[i - 1].nCamera) << i;
+    // Every order that moves the round on names the other camera and then this one.
+    const int nMoves = static_cast<int>(moves.size());
+    for (const auto& [dwOrder, read] : moves) {
+        EXPECT_TRUE(read.nCamera == 0 || read.nCamera == 2);
+        EXPECT_EQ(read.nNextCamera, 2 - read.nCamera);
+        EXPECT_EQ(read.nSecondNextCamera, read.nCamera);
+    }
+    EXPECT_GE(nMoves, 4);
+}
+
+TEST_F(CaptureStreamRound, HostHoldingARecordStallsTheWholeStream)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+    CEncodeParam param;
+    ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_EQ(video.OpenCamera(0, 1, &param, nullptr), ZNRET_OK);
+    host.m_bHold = true;
+    ASSERT_TRUE(PumpUntil([&] { return host.m_hHeld != nullptr; }));
+    const DWORD dwOrders = Record(0).dwOrders;
+    // The stream goes on reading, but no channel gets a frame while the record is held.
+    ASSERT_TRUE(PumpUntil([&] { return Record(0).dwOrders > dwOrders + 50; }));
+    EXPECT_EQ(host.m_frames.size(), 1u);
+    tag_CAMERASTATUS nStatus = CAMSTATUS_NONE;
+    const int nHeldCamera = host.m_frames[0].nCamera;
+    EXPECT_EQ(video.GetCameraStatus(0, nHeldCamera, nStatus), ZNRET_OK);
+    EXPECT_EQ(nStatus, CAMSTATUS_HOST);
+    EXPECT_EQ(video.GetCameraStatus(0, 1 - nHeldCamera, nStatus), ZNRET_OK);
+    EXPECT_EQ(nStatus, CAMSTATUS_READY);
+    host.m_bHold = false;
+    host.GiveBack();
+    ASSERT_TRUE(PumpUntil([&] { return host.CountFrames(1 - nHeldCamera) >= 2; }));
+}
+
+TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    // Two streams and a 112-line size meet only on a board opened below the facade.
+    CCaptureWnd board;
+    ASSERT_TRUE(board.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
+    ASSERT_TRUE(board.Open(160, 112, STANDARD_NTSC, 0, ZN_REVISION_20020114));
+    EXPECT_EQ(Record(0).pciPort.dwHeight, 112u);
+    EXPECT_EQ(Record(1).pciPort.dwHeight, 120u);
+    int nWidth = 0;
+    int nHeight = 0;
+    tag_VIDEOSTANDARD nStandard = STANDARD_PAL;
+    board.GetVideoSize(&nWidth, &nHeight, &nStandard);
+    EXPECT_EQ(nHeight, 112);
+    CEncodeParam param;
+    ASSERT_TRUE(board.OpenCamera(3, &param));
+    int nInfoHeight = 0;
+    host.m_pfnOnFrame = [&](HWND, tag_ZNCAPTUREFRAME* pFrame) { nInfoHeight = pFrame->pInfo->nHeight; };
+    ASSERT_TRUE(PumpUntil([&] { return host.CountFrames(3) >= 3; }));
+    EXPECT_EQ(nInfoHeight, 112);
+    EXPECT_GT(host.m_frames.back().dwVideoLen, 0u);
+    board.Close();
+    board.DestroyWindow();
+}
+
+TEST_F(CaptureStreamRound, SecondRevisionDeliversItsFixedSizeForTheWideFrameSize)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_640X240_R2, 0, nullptr), ZNRET_OK);
+    CEncodeParam param;
+    ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
+    int nWidth = 0;
+    host.m_pfnOnFrame = [&](HWND, tag_ZNCAPTUREFRAME* pFrame) { nWidth = pFrame->pInfo->nWidth; };
+    ASSERT_TRUE(PumpUntil([&] { return host.m_frames.size() >= 3; }));
+    EXPECT_EQ(nWidth, 640);
+    EXPECT_EQ(Record(1).pciPort.dwWidth, 320u);
+    EXPECT_EQ(Record(1).pciPort.dwHeight, 240u);
+    EXPECT_GT(host.m_frames.back().dwVideoLen, 0u);
+}
+
+TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZero)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2, SOURCE_FAULTPATTERN));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    CEncodeParam param;
+    ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpUntil([&] { return Record(1).dwFramesDelivered > 30; }));
+    EXPECT_EQ(host.m_frames.size(), 0u);
+    ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpUntil([&] { return host.CountFrames(0) >= 3; }));
+    EXPECT_EQ(host.CountFrames(2), 0);
+}
+
+TEST_F(CaptureStreamRound, ClosingTheLastCameraStopsTheStream)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+    CEncodeParam param;
+    ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
+    EXPECT_EQ(Record(0).dwStarts, 1u);
+    ASSERT_EQ(video.OpenCamera(0, 3, &param, nullptr), ZNRET_OK);
+    EXPECT_EQ(Record(0).dwStarts, 1u);
+    ASSERT_TRUE(PumpUntil([&] { return host.m_frames.size() >= 4; }));
+    ASSERT_EQ(video.CloseCamera(0, 0), ZNRET_OK);
+    EXPECT_TRUE(Record(0).bStarted);
+    ASSERT_EQ(video.CloseCamera(0, 3), ZNRET_OK);
+    EXPECT_FALSE(Record(0).bStarted);
+}
+
+} // namespace
