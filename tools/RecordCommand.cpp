@@ -227,8 +227,11 @@ DWORD DecodeAll(CZnFile& reader, DWORD dwRevision)
     return dwDecoded;
 }
 
-void PrintSummary(const CRecordHost& host, DWORD dwRevision)
+// Prints what each camera recorded; true when every camera has frames on disk and every
+// frame it wrote reads back and decodes.
+bool PrintSummary(const CRecordHost& host, DWORD dwRevision)
 {
+    bool bAllReadBack = true;
     std::printf("\nsummary:\n");
     for (const tag_CAMERARECORDING& recording : host.m_cameras) {
         CZnFile reader;
@@ -242,11 +245,15 @@ void PrintSummary(const CRecordHost& host, DWORD dwRevision)
             std::printf(" (%dx%d, %lu frames in %lu blocks", reader.GetVideoWidth(), reader.GetVideoHeight(),
                         static_cast<unsigned long>(reader.GetTotalFrameNum()),
                         static_cast<unsigned long>(reader.GetTotalBlock()));
-            std::printf(", %lu decoded)\n", static_cast<unsigned long>(DecodeAll(reader, dwRevision)));
+            const DWORD dwDecoded = DecodeAll(reader, dwRevision);
+            std::printf(", %lu decoded)\n", static_cast<unsigned long>(dwDecoded));
+            bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwDecoded == recording.dwWritten;
         } else {
             std::printf(" (can't be read back)\n");
+            bAllReadBack = false;
         }
     }
+    return bAllReadBack;
 }
 
 } // namespace
@@ -303,7 +310,7 @@ int RunRecordCommand(std::span<char* const> args)
         host.Run();
     }
     host.CloseFiles();
-    PrintSummary(host, dwRevision);
+    const bool bAllReadBack = PrintSummary(host, dwRevision);
     CVirtualRack::Clear();
-    return 0;
+    return bAllReadBack ? 0 : 1;
 }
