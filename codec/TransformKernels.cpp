@@ -587,8 +587,9 @@ bool HasQuantiserTwin(int nQp)
 
 // Truncating division of x < 128 * 2Q by 2Q in 16-bit lanes. With 2^k < 2Q <= 2^(k+1) and
 // m = ceil(2^(16+k) / 2Q), which stays below 2^16, (x * m) >> (16 + k) is exactly x / 2Q:
-// the excess e = m * 2Q - 2^(16+k) is below 2Q, so x * e < 128 * (2Q)^2 <= 2^(16+k) for
-// every k up to 7, and the error x * e / 2^(16+k) never reaches the next multiple of 2Q.
+// x * m / 2^(16+k) exceeds x / 2Q by x * e / (2Q * 2^(16+k)), e = m * 2Q - 2^(16+k) being
+// below 2Q; for every k up to 7, x * e < 128 * (2Q)^2 <= 2^(16+k), so the excess stays
+// below 1 / 2Q and cannot carry x / 2Q past the next integer.
 struct tag_QUANTRECIPROCAL {
     std::uint16_t wMultiplier;
     int nShift;
