@@ -1,7 +1,7 @@
 // Time per call of every form of the codec kernels: the scalar transforms, the SIMD
-// transforms in SSE2 and in their portable emulation, the macroblock operations and the
-// colour conversions. After the usual table it prints each form's speed-up over the
-// plain form of the same kernel.
+// transforms in SSE2 and in their portable emulation, the quantiser, the macroblock
+// operations and the colour conversions. After the usual table it prints each form's
+// speed-up over the plain form of the same kernel.
 #include "codec/KernelForms.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
@@ -20,6 +20,7 @@
 namespace {
 
 constexpr int kBlocks = 64;
+constexpr int kBenchQp = 8;
 
 enum class Form { Plain, Portable, SSE2 };
 
@@ -74,6 +75,47 @@ void BenchInverse(benchmark::State& state, void (*pfnInverse)(const short*, shor
     }
 }
 
+// Inter coefficients of prediction differences, as QuantBlock sees them in a P picture.
+std::vector<short> DifferenceCoefficients()
+{
+    std::vector<short> values = PictureLikeBlocks(-24, 24);
+    for (int n = 0; n < kBlocks; ++n) {
+        short block[BLOCK_SAMPLES];
+        std::memcpy(block, &values[BLOCK_SAMPLES * n], sizeof block);
+        FDCTBlock(block, &values[BLOCK_SAMPLES * n]);
+    }
+    return values;
+}
+
+void BenchQuantBlock(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    const std::vector<short> input = DifferenceCoefficients();
+    short levels[BLOCK_SAMPLES];
+    int n = 0;
+    for (auto _ : state) {
+        QuantBlock(&input[BLOCK_SAMPLES * n], levels, kBenchQp, QUANT_MODE_INTER);
+        benchmark::DoNotOptimize(levels);
+        n = (n + 1) % kBlocks;
+    }
+}
+
+void BenchDequantBlock(benchmark::State& state, Form form)
+{
+    SelectForm(form);
+    const std::vector<short> coeff = DifferenceCoefficients();
+    std::vector<short> levels(coeff.size());
+    for (int b = 0; b < kBlocks; ++b)
+        QuantBlock(&coeff[BLOCK_SAMPLES * b], &levels[BLOCK_SAMPLES * b], kBenchQp, QUANT_MODE_INTER);
+    short output[BLOCK_SAMPLES];
+    int n = 0;
+    for (auto _ : state) {
+        DequantBlock(&levels[BLOCK_SAMPLES * n], output, kBenchQp, QUANT_MODE_INTER);
+        benchmark::DoNotOptimize(output);
+        n = (n + 1) % kBlocks;
+    }
+}
+
 YUV_Block MacroblockOf(int nSeed)
 {
     std::mt19937 engine(nSeed);
@@ -91,7 +133,7 @@ void BenchQuantMB(benchmark::State& state, void (*pfnQuant)(short*, const YUV_Bl
     const YUV_Block mb = MacroblockOf(1);
     short levels[MB_BLOCKS * BLOCK_SAMPLES];
     for (auto _ : state) {
-        pfnQuant(levels, &mb, 8, QUANT_MODE_INTRA);
+        pfnQuant(levels, &mb, kBenchQp, QUANT_MODE_INTRA);
         benchmark::DoNotOptimize(levels);
     }
 }
@@ -101,10 +143,10 @@ void BenchDequantMB(benchmark::State& state, void (*pfnDequant)(const short*, YU
     SelectForm(form);
     const YUV_Block mb = MacroblockOf(2);
     short levels[MB_BLOCKS * BLOCK_SAMPLES];
-    QuantMB(levels, &mb, 8, QUANT_MODE_INTRA);
+    QuantMB(levels, &mb, kBenchQp, QUANT_MODE_INTRA);
     YUV_Block out;
     for (auto _ : state) {
-        pfnDequant(levels, &out, 8, QUANT_MODE_INTRA);
+        pfnDequant(levels, &out, kBenchQp, QUANT_MODE_INTRA);
         benchmark::DoNotOptimize(out);
     }
 }
@@ -271,6 +313,8 @@ void RegisterAll()
     Register("GetMB", Form::Plain, [](auto& state) { BenchGetMB(state); });
     Register("SADMBBytes", Form::Plain, [](auto& state) { BenchSADMBBytes(state); });
     for (Form form : twinForms) {
+        Register("QuantBlock", form, [form](auto& state) { BenchQuantBlock(state, form); });
+        Register("DequantBlock", form, [form](auto& state) { BenchDequantBlock(state, form); });
         Register("PutMB", form, [form](auto& state) { BenchPutMB(state, form); });
         Register("SADMB", form, [form](auto& state) { BenchSADMB(state, form); });
         Register("YUVToRGB24_352x288", form, [form](auto& state) { BenchYUVToRGB24(state, form); });

@@ -1,13 +1,16 @@
 // The 8x8 transforms and the quantiser. The scalar transforms compute on 32-bit integers
 // that wrap; the SIMD forms follow one signal-flow graph in 16-bit lanes, written once as
 // a template over a lane type: eight lanes of SSE2, or a portable emulation whose every
-// step is the same integer operation.
+// step is the same integer operation. The quantiser's SSE2 twins give exactly the plain
+// loops' bits, so they need no emulation: the plain loops are their reference.
 #include "codec/TransformKernels.h"
 
 #include "codec/BitstreamTables.h"
 #include "codec/KernelForms.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -555,14 +558,120 @@ short QuantInter(int nCoeff, int nHalfQp, const CQuantDivisor& divisor)
     return ClipLevel(nCoeff < 0 ? -nMagnitude : nMagnitude);
 }
 
-// sign(L) * (Q * (2|L| + 1) - e), e 1 for even Q; stored to 16 bits without a limit.
+// The e of the reconstruction rule: 1 for even Q, 0 for odd.
+int EvenQpCorrection(int nQp)
+{
+    return nQp % 2 == 0 ? 1 : 0;
+}
+
+// sign(L) * (Q * (2|L| + 1) - e); stored to 16 bits without a limit.
 short DequantLevel(int nLevel, int nQp)
 {
     if (nLevel == 0)
         return 0;
-    const Wide nMagnitude = Wide{nQp} * (2 * Wide{std::abs(nLevel)} + 1) - (nQp % 2 == 0 ? 1 : 0);
+    const Wide nMagnitude = Wide{nQp} * (2 * Wide{std::abs(nLevel)} + 1) - EvenQpCorrection(nQp);
     return static_cast<short>(nLevel < 0 ? -nMagnitude : nMagnitude);
 }
+
+#if ZNDVR_KERNELS_SSE2
+
+// ---- SSE2 twins of the quantiser ------------------------------------------------------
+
+// The twins serve the quantisers the encoder codes with; any other Q runs the plain loop.
+constexpr int kTwinMaxQp = 31;
+
+bool HasQuantiserTwin(int nQp)
+{
+    return nQp >= 1 && nQp <= kTwinMaxQp;
+}
+
+// Truncating division of x < 128 * 2Q by 2Q in 16-bit lanes. With 2^k < 2Q <= 2^(k+1) and
+// m = ceil(2^(16+k) / 2Q), which stays below 2^16, (x * m) >> (16 + k) is exactly x / 2Q:
+// x * m / 2^(16+k) exceeds x / 2Q by x * e / (2Q * 2^(16+k)), e = m * 2Q - 2^(16+k) being
+// below 2Q; for every k up to 7, x * e < 128 * (2Q)^2 <= 2^(16+k), so the excess stays
+// below 1 / 2Q and cannot carry x / 2Q past the next integer.
+struct tag_QUANTRECIPROCAL {
+    std::uint16_t wMultiplier;
+    int nShift;
+};
+
+constexpr tag_QUANTRECIPROCAL ReciprocalOf(int nQp)
+{
+    const std::uint32_t dwDivisor = 2 * static_cast<std::uint32_t>(nQp);
+    const int nShift = std::bit_width(dwDivisor - 1) - 1;
+    const std::uint32_t dwScale = std::uint32_t{1} << (16 + nShift);
+    return {static_cast<std::uint16_t>((dwScale + dwDivisor - 1) / dwDivisor), nShift};
+}
+
+constexpr std::array<tag_QUANTRECIPROCAL, kTwinMaxQp + 1> MakeReciprocals()
+{
+    std::array<tag_QUANTRECIPROCAL, kTwinMaxQp + 1> reciprocals{};
+    for (int q = 1; q <= kTwinMaxQp; ++q)
+        reciprocals[q] = ReciprocalOf(q);
+    return reciprocals;
+}
+
+constexpr std::array<tag_QUANTRECIPROCAL, kTwinMaxQp + 1> kReciprocals = MakeReciprocals();
+
+__m128i LoadLanes(const short* ps)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(ps));
+}
+
+void StoreLanes(short* ps, __m128i v)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(ps), v);
+}
+
+// v negated in the lanes where sign is all ones. Taking |c| this way leaves 32768 for
+// -32768, which the unsigned operations that follow read correctly.
+__m128i WithSign(__m128i v, __m128i sign)
+{
+    return _mm_sub_epi16(_mm_xor_si128(v, sign), sign);
+}
+
+// Subtracting Q/2 (0 in intra) with unsigned saturation turns a negative numerator into 0,
+// which is its truncating quotient; limiting the numerator to 128 * 2Q - 1 clips the
+// quotient to 127 before the division.
+void QuantBlockSSE2(const short* psCoeff, short* psLevel, int nQp, int nMode)
+{
+    const tag_QUANTRECIPROCAL& reciprocal = kReciprocals[nQp];
+    const __m128i halfQp = _mm_set1_epi16(static_cast<short>(nMode == QUANT_MODE_INTRA ? 0 : nQp / 2));
+    const __m128i limit = _mm_set1_epi16(static_cast<short>((QUANT_MAX_LEVEL + 1) * 2 * nQp - 1));
+    const __m128i multiplier = _mm_set1_epi16(static_cast<short>(reciprocal.wMultiplier));
+    const __m128i shift = _mm_cvtsi32_si128(reciprocal.nShift);
+    const short nDC = psCoeff[0];
+    for (int n = 0; n < BLOCK_SAMPLES; n += kLanes) {
+        const __m128i coeff = LoadLanes(psCoeff + n);
+        const __m128i sign = _mm_srai_epi16(coeff, 15);
+        const __m128i numerator = _mm_subs_epu16(WithSign(coeff, sign), halfQp);
+        const __m128i clipped = _mm_sub_epi16(numerator, _mm_subs_epu16(numerator, limit));
+        const __m128i quotient = _mm_srl_epi16(_mm_mulhi_epu16(clipped, multiplier), shift);
+        StoreLanes(psLevel + n, WithSign(quotient, sign));
+    }
+    if (nMode == QUANT_MODE_INTRA)
+        psLevel[0] = QuantIntraDC(nDC);
+}
+
+// sign(L) * (Q * (2|L| + 1) - e) is 2Q * L + sign(L) * (Q - e). Both terms are taken to
+// 16 bits, which wraps exactly as the plain form's store does.
+void DequantBlockSSE2(const short* psLevel, short* psCoeff, int nQp, int nMode)
+{
+    const __m128i twiceQp = _mm_set1_epi16(static_cast<short>(2 * nQp));
+    const __m128i offset = _mm_set1_epi16(static_cast<short>(nQp - EvenQpCorrection(nQp)));
+    const __m128i zero = _mm_setzero_si128();
+    const short nDC = psLevel[0];
+    for (int n = 0; n < BLOCK_SAMPLES; n += kLanes) {
+        const __m128i level = LoadLanes(psLevel + n);
+        const __m128i nonZeroOffset = _mm_andnot_si128(_mm_cmpeq_epi16(level, zero), offset);
+        const __m128i signedOffset = WithSign(nonZeroOffset, _mm_srai_epi16(level, 15));
+        StoreLanes(psCoeff + n, _mm_add_epi16(_mm_mullo_epi16(level, twiceQp), signedOffset));
+    }
+    if (nMode == QUANT_MODE_INTRA)
+        psCoeff[0] = static_cast<short>(nDC * INTRA_DC_SCALE);
+}
+
+#endif
 
 // The natural-order 8x8 block b of a macroblock: luma blocks at row 8 * (b / 2) and
 // column 8 * (b % 2) of Y, block 4 is U, block 5 is V.
@@ -712,6 +821,12 @@ void QuantBlock(const short* psCoeff, short* psLevel, int nQp, int nMode)
         std::memmove(psLevel, psCoeff, BLOCK_SAMPLES * sizeof(short));
         return;
     }
+#if ZNDVR_KERNELS_SSE2
+    if (HasQuantiserTwin(nQp) && IsSIMDKernelsEnabled()) {
+        QuantBlockSSE2(psCoeff, psLevel, nQp, nMode);
+        return;
+    }
+#endif
     const CQuantDivisor divisor(nQp);
     if (nMode == QUANT_MODE_INTRA) {
         psLevel[0] = QuantIntraDC(psCoeff[0]);
@@ -729,6 +844,12 @@ void DequantBlock(const short* psLevel, short* psCoeff, int nQp, int nMode)
         std::memmove(psCoeff, psLevel, BLOCK_SAMPLES * sizeof(short));
         return;
     }
+#if ZNDVR_KERNELS_SSE2
+    if (HasQuantiserTwin(nQp) && IsSIMDKernelsEnabled()) {
+        DequantBlockSSE2(psLevel, psCoeff, nQp, nMode);
+        return;
+    }
+#endif
     const short nDC = psLevel[0];
     for (int n = 0; n < BLOCK_SAMPLES; ++n)
         psCoeff[n] = DequantLevel(psLevel[n], nQp);

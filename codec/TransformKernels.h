@@ -38,6 +38,8 @@ void IDCTBlockMMX(const short* psCoeff, short* psBlock);
 // Quantisation of 64 scan-order values; nQp 0 copies the block unchanged.
 void QuantBlock(const short* psCoeff, short* psLevel, int nQp, int nMode);
 // Inverse quantisation of 64 scan-order levels; nQp 0 copies the block unchanged.
+// Both have SSE2 code for Q 1 to 31 that gives exactly the plain form's bits; it runs
+// whenever the SIMD kernels are enabled, under QuantMB and QuantMBwithMMX alike.
 void DequantBlock(const short* psLevel, short* psCoeff, int nQp, int nMode);
 
 // For blocks 0 to 5 of the macroblock: forward transform, then QuantBlock, into

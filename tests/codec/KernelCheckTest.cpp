@@ -165,6 +165,95 @@ TEST(TransformDigests, EveryFormMatchesItsGoldenDigest)
     EXPECT_EQ(nHashes[3], 0x0A9095B8BC88A9C3ull) << "IDCTBlockMMX";
 }
 
+// The quantisers under test: every Q the twins serve, and the first beyond each end of
+// their range, where the plain loop must take over.
+constexpr int kFirstQp = 0;
+constexpr int kLastQp = 32;
+constexpr int kModes[] = {QUANT_MODE_INTRA, QUANT_MODE_INTER};
+
+// Runs QuantBlock and DequantBlock on one block in both forms and compares the bytes.
+void CheckQuantiserForms(const short* psInput, int nQp, int nMode)
+{
+    for (auto pfnKernel : {QuantBlock, DequantBlock}) {
+        CGuarded<short> output[2] = {CGuarded<short>(BLOCK_SAMPLES), CGuarded<short>(BLOCK_SAMPLES)};
+        RunBothForms([&](bool bSimd) { pfnKernel(psInput, output[bSimd].Data(), nQp, nMode); });
+        ASSERT_TRUE(output[0].SameAs(output[1]))
+            << (pfnKernel == QuantBlock ? "QuantBlock" : "DequantBlock") << " Q " << nQp << " mode " << nMode
+            << ", input starts " << psInput[0] << ", " << psInput[1];
+        ASSERT_TRUE(output[1].GuardsIntact());
+    }
+}
+
+// Every 16-bit value once per Q and mode, 64 consecutive values to a block; the block's
+// values are rotated by one more place each time so that they reach every lane.
+TEST_F(KernelCheck, QuantiserTwinsMatchOnEveryValue)
+{
+    for (int nQp = kFirstQp; nQp <= kLastQp; ++nQp) {
+        for (int nMode : kModes) {
+            for (int nBase = -32768; nBase <= 32767; nBase += BLOCK_SAMPLES) {
+                const int nRotation = (nBase / BLOCK_SAMPLES) & (BLOCK_SAMPLES - 1);
+                Block input;
+                for (int k = 0; k < BLOCK_SAMPLES; ++k)
+                    input[k] = static_cast<short>(nBase + (k + nRotation) % BLOCK_SAMPLES);
+                CheckQuantiserForms(input.data(), nQp, nMode);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+    }
+}
+
+// The intra DC takes its own rule; every 16-bit value in that place, at both ends of Q.
+TEST_F(KernelCheck, QuantiserTwinsMatchOnEveryIntraDC)
+{
+    for (int nQp : {1, 31}) {
+        for (int nDC = -32768; nDC <= 32767; ++nDC) {
+            Block input{};
+            input[0] = static_cast<short>(nDC);
+            CheckQuantiserForms(input.data(), nQp, QUANT_MODE_INTRA);
+            if (HasFatalFailure())
+                return;
+        }
+    }
+}
+
+// The largest levels a quantiser produces, which DequantBlock reconstructs.
+std::vector<Block> LevelExtremes()
+{
+    std::vector<Block> blocks;
+    const auto add = [&](auto fill) {
+        Block block{};
+        for (int k = 0; k < BLOCK_SAMPLES; ++k)
+            block[k] = static_cast<short>(fill(k));
+        blocks.push_back(block);
+    };
+    add([](int) { return QUANT_MAX_LEVEL; });
+    add([](int) { return -QUANT_MAX_LEVEL; });
+    add([](int k) { return k % 2 ? -QUANT_MAX_LEVEL : QUANT_MAX_LEVEL; });
+    add([](int k) { return k == 0 ? INTRA_DC_MAX : QUANT_MAX_LEVEL; });
+    add([](int k) { return k == 0 ? 255 : 0; });
+    return blocks;
+}
+
+TEST_F(KernelCheck, QuantiserTwinsMatchOnRandomAndExtremeBlocks)
+{
+    std::vector<Block> blocks = CheckBlocks(m_nSeed);
+    const std::vector<Block> levels = LevelExtremes();
+    blocks.insert(blocks.end(), levels.begin(), levels.end());
+    CRandom random(m_nSeed);
+    for (int n = 0; n < 500; ++n)
+        blocks.push_back(RandomBlock(random, -QUANT_MAX_LEVEL, QUANT_MAX_LEVEL));
+    for (const Block& input : blocks) {
+        for (int nQp = kFirstQp; nQp <= kLastQp; ++nQp) {
+            for (int nMode : kModes) {
+                CheckQuantiserForms(input.data(), nQp, nMode);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+    }
+}
+
 YUV_Block RandomMB(CRandom& random, int nLow, int nHigh)
 {
     YUV_Block mb;
