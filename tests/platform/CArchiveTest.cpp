@@ -6,6 +6,9 @@
 
 #include <unistd.h>
 
+#include <functional>
+#include <utility>
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
@@ -225,31 +228,23 @@ TEST_F(CArchiveTest, FieldsThatStraddleASmallCallersBufferArriveWhole)
 
 TEST_F(CArchiveTest, AShortReadOfANumberOrStringThrowsEndOfFile)
 {
-    WriteBytes({0x01, 0x02, 0x03});
-    CFile file;
-    ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeRead));
-    {
-        CArchive ar(&file, CArchive::load);
-        DWORD dw = 0;
-        EXPECT_EQ(CatchCause<CArchiveException>([&] { ar >> dw; }), CArchiveException::endOfFile);
-    }
-    file.Close();
-
-    WriteBytes({0x05, 'a', 'b'});
-    ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeRead));
-    {
-        CArchive ar(&file, CArchive::load);
-        CString strText("kept");
-        EXPECT_EQ(CatchCause<CArchiveException>([&] { ar >> strText; }), CArchiveException::endOfFile);
-        EXPECT_STREQ(strText, "kept");
-    }
-    file.Close();
-
-    WriteBytes({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 'a'});
-    ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeRead));
-    CArchive ar(&file, CArchive::load);
+    DWORD dw = 0;
+    CString strText("kept");
     CString strHuge;
-    EXPECT_EQ(CatchCause<CArchiveException>([&] { ar >> strHuge; }), CArchiveException::endOfFile);
+    const std::pair<Bytes, std::function<void(CArchive&)>> aCases[] = {
+        {{0x01, 0x02, 0x03}, [&](CArchive& ar) { ar >> dw; }},
+        {{0x05, 'a', 'b'}, [&](CArchive& ar) { ar >> strText; }},
+        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 'a'}, [&](CArchive& ar) { ar >> strHuge; }},
+    };
+    for (const auto& [aBytes, fnRead] : aCases) {
+        SCOPED_TRACE(aBytes.size());
+        WriteBytes(aBytes);
+        CFile file;
+        ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeRead));
+        CArchive ar(&file, CArchive::load);
+        EXPECT_EQ(CatchCause<CArchiveException>([&] { fnRead(ar); }), CArchiveException::endOfFile);
+    }
+    EXPECT_STREQ(strText, "kept");
 }
 
 TEST_F(CArchiveTest, RawReadGivesFewerBytesAndFlushReturnsTheUnreadOnes)
