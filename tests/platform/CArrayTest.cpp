@@ -208,7 +208,7 @@ TEST(CArrayArchive, ShortDataThrowsEndOfFileAndKeepsTheWholeElements)
     values.SetSize(10);
     values[8] = 8;
     std::vector<BYTE> vecBytes = StoreToBytes(values);
-    vecBytes.resize(vecBytes.size() - 6);
+    vecBytes.erase(vecBytes.end() - 6, vecBytes.end());
     CDWordArray loaded;
     EXPECT_EQ(CatchCause<CArchiveException>([&] { LoadFromBytes(loaded, vecBytes); }),
               CArchiveException::endOfFile);
