@@ -152,36 +152,34 @@ TEST(CArrayEdit, RemoveInsertAndCopy)
     EXPECT_EQ(copy.GetSize(), 0);
 }
 
-TEST(CArrayArchive, CountBelow65535TakesTwoBytes)
+TEST(CArrayArchive, CountBelow65535TakesTwoBytesAndLargerOnesAnEscapeAndFour)
 {
-    CDWordArray values;
-    values.SetSize(65534);
-    values[65533] = 0x11223344;
-    std::vector<BYTE> vecBytes = StoreToBytes(values);
-    ASSERT_EQ(vecBytes.size(), 2u + 65534u * 4u);
-    EXPECT_EQ(std::vector<BYTE>(vecBytes.begin(), vecBytes.begin() + 2), CountBytes({0xFE, 0xFF}));
-    EXPECT_EQ(std::vector<BYTE>(vecBytes.end() - 4, vecBytes.end()), CountBytes({0x44, 0x33, 0x22, 0x11}));
+    struct Form {
+        int nSize;
+        std::vector<BYTE> vecCount;
+    };
+    const Form aForms[] = {{65534, {0xFE, 0xFF}}, {65535, {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00}}};
+    for (const Form& form : aForms) {
+        SCOPED_TRACE(form.nSize);
+        CDWordArray values;
+        values.SetSize(form.nSize);
+        values[0] = 1;
+        values[form.nSize - 1] = 0x11223344;
+        std::vector<BYTE> vecBytes = StoreToBytes(values);
+        const auto nCount = static_cast<std::ptrdiff_t>(form.vecCount.size());
+        ASSERT_EQ(vecBytes.size(), form.vecCount.size() + static_cast<std::size_t>(form.nSize) * 4u);
+        std::vector<BYTE> vecHead = form.vecCount;
+        vecHead.insert(vecHead.end(), {0x01, 0x00, 0x00, 0x00});
+        EXPECT_EQ(std::vector<BYTE>(vecBytes.begin(), vecBytes.begin() + nCount + 4), vecHead);
+        EXPECT_EQ(std::vector<BYTE>(vecBytes.end() - 4, vecBytes.end()), CountBytes({0x44, 0x33, 0x22, 0x11}));
 
-    CDWordArray loaded;
-    LoadFromBytes(loaded, vecBytes);
-    ASSERT_EQ(loaded.GetSize(), 65534);
-    EXPECT_EQ(loaded[65533], 0x11223344u);
-}
-
-TEST(CArrayArchive, Count65535AndAboveIsEscapedToFourBytes)
-{
-    CDWordArray values;
-    values.SetSize(65535);
-    values[0] = 1;
-    std::vector<BYTE> vecBytes = StoreToBytes(values);
-    ASSERT_EQ(vecBytes.size(), 6u + 65535u * 4u);
-    EXPECT_EQ(std::vector<BYTE>(vecBytes.begin(), vecBytes.begin() + 7),
-              CountBytes({0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x01}));
-    CDWordArray loaded;
-    loaded.Add(42);
-    LoadFromBytes(loaded, vecBytes);
-    EXPECT_EQ(loaded.GetSize(), 65535);
-    EXPECT_EQ(loaded[0], 1u);
+        CDWordArray loaded;
+        loaded.Add(42);
+        LoadFromBytes(loaded, vecBytes);
+        ASSERT_EQ(loaded.GetSize(), form.nSize);
+        EXPECT_EQ(loaded[0], 1u);
+        EXPECT_EQ(loaded[form.nSize - 1], 0x11223344u);
+    }
 }
 
 TEST(CArrayArchive, RecordsRoundTripAsRawLittleEndianBytes)
@@ -210,7 +208,7 @@ TEST(CArrayArchive, ShortDataThrowsEndOfFileAndKeepsTheWholeElements)
     values.SetSize(10);
     values[8] = 8;
     std::vector<BYTE> vecBytes = StoreToBytes(values);
-    vecBytes.resize(vecBytes.size() - 6);
+    vecBytes.erase(vecBytes.end() - 6, vecBytes.end());
     CDWordArray loaded;
     EXPECT_EQ(CatchCause<CArchiveException>([&] { LoadFromBytes(loaded, vecBytes); }),
               CArchiveException::endOfFile);

@@ -9,6 +9,7 @@ namespace {
 struct SeenEntry {
     std::string strName;
     bool bDirectory;
+    bool bDots;
     DWORD dwLength;
     BOOL bMore;
 };
@@ -22,7 +23,7 @@ std::vector<SeenEntry> Enumerate(CFileFind& finder)
     while (bMore) {
         bMore = finder.FindNextFile();
         aSeen.push_back({std::string(finder.GetFileName()), finder.MatchesMask(FILE_ATTRIBUTE_DIRECTORY) != 0,
-                         finder.GetLength(), bMore});
+                         finder.IsDots() != 0, finder.GetLength(), bMore});
     }
     return aSeen;
 }
@@ -42,49 +43,26 @@ protected:
 
 } // namespace
 
-TEST_F(CFileFindTest, DeliversDotsFirstThenTheEntriesInNameOrder)
+TEST_F(CFileFindTest, DeliversDotsFirstThenTheEntriesInNameOrderAndTheLastWithZero)
 {
     CFileFind finder;
     ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
     std::vector<SeenEntry> aSeen = Enumerate(finder);
-    ASSERT_EQ(aSeen.size(), 6u);
-    EXPECT_EQ(aSeen[0].strName, ".");
-    EXPECT_EQ(aSeen[1].strName, "..");
-    EXPECT_EQ(aSeen[2].strName, "d20020301");
-    EXPECT_EQ(aSeen[3].strName, "d20020302");
-    EXPECT_EQ(aSeen[4].strName, "d20020303");
-    EXPECT_EQ(aSeen[5].strName, "notes");
-    EXPECT_TRUE(aSeen[0].bDirectory);
-    EXPECT_TRUE(aSeen[3].bDirectory);
-    EXPECT_FALSE(aSeen[4].bDirectory);
-}
-
-TEST_F(CFileFindTest, LastEntryComesWithZeroAndItsDataStillReadable)
-{
-    CFileFind finder;
-    ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
-    std::vector<SeenEntry> aSeen = Enumerate(finder);
-    for (std::size_t i = 0; i + 1 < aSeen.size(); ++i)
-        EXPECT_TRUE(aSeen[i].bMore) << aSeen[i].strName;
-    EXPECT_FALSE(aSeen.back().bMore);
-    EXPECT_EQ(aSeen.back().strName, "notes");
+    const std::vector<std::string> aNames = {".", "..", "d20020301", "d20020302", "d20020303", "notes"};
+    ASSERT_EQ(aSeen.size(), aNames.size());
+    for (std::size_t i = 0; i < aSeen.size(); ++i) {
+        SCOPED_TRACE(aNames[i]);
+        EXPECT_EQ(aSeen[i].strName, aNames[i]);
+        EXPECT_EQ(aSeen[i].bDirectory, i < 4);
+        EXPECT_EQ(aSeen[i].bDots, i < 2);
+        EXPECT_EQ(aSeen[i].bMore != 0, i + 1 < aSeen.size());
+    }
+    // The data of the last entry stays readable after FindNextFile returned 0, and after
+    // a further call.
     EXPECT_EQ(aSeen.back().dwLength, 10u);
     EXPECT_STREQ(finder.GetFilePath(), (m_dir / "notes").c_str());
-
     EXPECT_FALSE(finder.FindNextFile());
     EXPECT_STREQ(finder.GetFileName(), "notes");
-}
-
-TEST_F(CFileFindTest, DotsAreRecognisedAndOnlyThem)
-{
-    CFileFind finder;
-    ASSERT_TRUE(finder.FindFile((m_dir / "*.*").c_str()));
-    finder.FindNextFile();
-    EXPECT_TRUE(finder.IsDots());
-    finder.FindNextFile();
-    EXPECT_TRUE(finder.IsDots());
-    finder.FindNextFile();
-    EXPECT_FALSE(finder.IsDots());
 }
 
 TEST_F(CFileFindTest, APatternSelectsByNameAndMissesDots)

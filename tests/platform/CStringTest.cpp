@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(CStringFormat, FormatsPrintfConversionsLikeTheCLibrary)
+TEST(CStringFormat, FormatsPrintfConversionsLikeTheCLibraryEvenFromItsOwnText)
 {
     CString str;
     str.Format("video play wnd %d", 7);
@@ -18,9 +18,13 @@ TEST(CStringFormat, FormatsPrintfConversionsLikeTheCLibrary)
     EXPECT_STREQ(str, "ab|  2.2|x   |0000BEEF|q|%");
     str.Format("d%04d%02d%02d", 2002, 3, 1);
     EXPECT_EQ(str, "d20020301");
+    // Its own text may be an argument.
+    str = "c:\\vdb";
+    str.Format("%s\\%s\\", static_cast<LPCSTR>(str), "local");
+    EXPECT_EQ(str, "c:\\vdb\\local\\");
 }
 
-TEST(CStringFormat, LongResultsAreNotCut)
+TEST(CStringFormat, LongResultsAreNotCutAndNullOrEmptyFormatsGiveTheEmptyString)
 {
     std::string strLong(10000, 'z');
     CString str;
@@ -28,18 +32,6 @@ TEST(CStringFormat, LongResultsAreNotCut)
     ASSERT_EQ(str.GetLength(), 10002);
     EXPECT_EQ(str.Left(3), "<zz");
     EXPECT_EQ(str.Right(2), "z>");
-}
-
-TEST(CStringFormat, ItsOwnTextMayBeAnArgument)
-{
-    CString str("c:\\vdb");
-    str.Format("%s\\%s\\", static_cast<LPCSTR>(str), "local");
-    EXPECT_EQ(str, "c:\\vdb\\local\\");
-}
-
-TEST(CStringFormat, NullOrEmptyFormatGivesTheEmptyString)
-{
-    CString str("old");
     str.Format("%s", "");
     EXPECT_TRUE(str.IsEmpty());
     str = "old";

@@ -52,28 +52,19 @@ TEST(MessageQueueTest, FiltersTakeMatchingMessagesAndLeaveTheRestInOrder)
     EXPECT_EQ(rest[1].wParam, 5u);
 }
 
-TEST(MessageQueueTest, NoRemoveLeavesTheMessageForTheNextCall)
+TEST(MessageQueueTest, NoRemoveLeavesTheMessageAndDispatchReturnsTheProceduresResult)
 {
     CRecordingWnd wnd;
-    PostMessage(wnd.m_hWnd, WM_TEST_A, 7, 8);
+    PostMessage(wnd.m_hWnd, WM_TEST_A, 30, 12);
     MSG msg;
     ASSERT_TRUE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
     ASSERT_TRUE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
     ASSERT_EQ(GetMessage(&msg, nullptr, 0, 0), TRUE);
     EXPECT_EQ(msg.message, WM_TEST_A);
-    EXPECT_EQ(msg.lParam, 8);
+    EXPECT_EQ(msg.lParam, 12);
     EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
-}
-
-TEST(MessageQueueTest, DispatchRunsTheWindowProcedureAndReturnsItsResult)
-{
-    CRecordingWnd wnd;
-    PostMessage(wnd.m_hWnd, WM_TEST_A, 30, 12);
-    MSG msg;
-    ASSERT_EQ(GetMessage(&msg, nullptr, 0, 0), TRUE);
     EXPECT_EQ(DispatchMessage(&msg), 42);
-    ASSERT_EQ(wnd.m_received.size(), 1u);
-    EXPECT_EQ(wnd.m_received[0].message, WM_TEST_A);
+    EXPECT_EQ(NumbersOf(wnd.m_received), (std::vector<UINT>{WM_TEST_A}));
 }
 
 TEST(MessageQueueTest, QuitEndsGetMessageOnlyWhenItsNumberIsInTheFilter)

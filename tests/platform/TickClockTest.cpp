@@ -77,37 +77,30 @@ void ExpectWakesExactlyAfter(CTestClock& clock, CWaitingThread& waiter, DWORD dw
     clock.Advance(1);
 }
 
-TEST(TickClockTest, SleepEndsWhenTheClockPassesItsEnd)
+TEST(TickClockTest, SleepAndObjectWaitsEndWhenTheClockPassesTheirTimeOut)
 {
-    CTestClock clock;
-    CWaitingThread waiter([] {
-        Sleep(100);
-        return DWORD(0);
-    });
-    ExpectWakesExactlyAfter(clock, waiter, 100);
-    waiter.Join();
-    EXPECT_TRUE(waiter.m_bDone.load());
-}
-
-TEST(TickClockTest, EventWaitTimesOutByTheTestClock)
-{
-    CTestClock clock;
     HANDLE hEvent = CreateEvent(nullptr, TRUE, FALSE, nullptr);
-    CWaitingThread waiter([hEvent] { return WaitForSingleObject(hEvent, 50); });
-    ExpectWakesExactlyAfter(clock, waiter, 50);
-    EXPECT_EQ(waiter.Join(), WAIT_TIMEOUT);
-    CloseHandle(hEvent);
-}
-
-TEST(TickClockTest, MutexWaitTimesOutWhileAnotherThreadHoldsIt)
-{
-    CTestClock clock;
     HANDLE hMutex = CreateMutex(nullptr, TRUE, nullptr);
-    CWaitingThread waiter([hMutex] { return WaitForSingleObject(hMutex, 100); });
-    ExpectWakesExactlyAfter(clock, waiter, 100);
-    EXPECT_EQ(waiter.Join(), WAIT_TIMEOUT);
+    struct Case {
+        LPCSTR pszWait;
+        std::function<DWORD()> fnWait;
+        DWORD dwTimeout;
+    };
+    const Case aCases[] = {
+        {"Sleep", [] { Sleep(100); return DWORD(WAIT_TIMEOUT); }, 100},
+        {"event", [hEvent] { return WaitForSingleObject(hEvent, 50); }, 50},
+        {"mutex held by this thread", [hMutex] { return WaitForSingleObject(hMutex, 100); }, 100},
+    };
+    for (const Case& waitCase : aCases) {
+        SCOPED_TRACE(waitCase.pszWait);
+        CTestClock clock;
+        CWaitingThread waiter(waitCase.fnWait);
+        ExpectWakesExactlyAfter(clock, waiter, waitCase.dwTimeout);
+        EXPECT_EQ(waiter.Join(), WAIT_TIMEOUT);
+    }
     ReleaseMutex(hMutex);
     CloseHandle(hMutex);
+    CloseHandle(hEvent);
 }
 
 TEST(TickClockTest, MessageWaitTimesOutAndAPostEndsItEarly)

@@ -146,7 +146,7 @@ TEST(WinThreadsTest, BelowNormalPriorityMakesTheThreadNicer)
     CloseHandle(hEvent);
 }
 
-TEST(WinThreadsTest, AManualResetEventStaysSetAndAnAutoResetEventServesOneWait)
+TEST(WinThreadsTest, EventsAreManualOrAutoResetAndSeveralWaitForTheFirstOrAll)
 {
     HANDLE hManual = CreateEvent(nullptr, TRUE, TRUE, nullptr);
     HANDLE hAuto = CreateEventA(nullptr, FALSE, TRUE, nullptr);
@@ -157,7 +157,16 @@ TEST(WinThreadsTest, AManualResetEventStaysSetAndAnAutoResetEventServesOneWait)
     EXPECT_TRUE(ResetEvent(hManual));
     EXPECT_EQ(WaitForSingleObject(hManual, 0), WAIT_TIMEOUT);
     EXPECT_FALSE(SetEvent(nullptr));
-    CloseHandle(hManual);
+
+    HANDLE hEvents[3] = {hManual, CreateEvent(nullptr, TRUE, TRUE, nullptr), CreateEvent(nullptr, TRUE, TRUE, nullptr)};
+    EXPECT_EQ(WaitForMultipleObjects(3, hEvents, FALSE, 0), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForMultipleObjects(3, hEvents, TRUE, 0), WAIT_TIMEOUT);
+    SetEvent(hEvents[0]);
+    EXPECT_EQ(WaitForMultipleObjects(3, hEvents, TRUE, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForMultipleObjects(0, hEvents, FALSE, 0), WAIT_FAILED);
+    EXPECT_EQ(WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS + 1, hEvents, FALSE, 0), WAIT_FAILED);
+    for (HANDLE hEvent : hEvents)
+        CloseHandle(hEvent);
     CloseHandle(hAuto);
 }
 
@@ -180,21 +189,6 @@ TEST(WinThreadsTest, SettingAnAutoResetEventReleasesOneOfTwoWaiters)
     CloseHandle(hThreads[0]);
     CloseHandle(hThreads[1]);
     CloseHandle(hAuto);
-}
-
-TEST(WinThreadsTest, WaitingForSeveralObjectsGivesTheFirstSignalledOrWaitsForAll)
-{
-    HANDLE hEvents[3] = {CreateEvent(nullptr, TRUE, FALSE, nullptr),
-                         CreateEvent(nullptr, TRUE, TRUE, nullptr),
-                         CreateEvent(nullptr, TRUE, TRUE, nullptr)};
-    EXPECT_EQ(WaitForMultipleObjects(3, hEvents, FALSE, 0), WAIT_OBJECT_0 + 1);
-    EXPECT_EQ(WaitForMultipleObjects(3, hEvents, TRUE, 0), WAIT_TIMEOUT);
-    SetEvent(hEvents[0]);
-    EXPECT_EQ(WaitForMultipleObjects(3, hEvents, TRUE, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForMultipleObjects(0, hEvents, FALSE, 0), WAIT_FAILED);
-    EXPECT_EQ(WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS + 1, hEvents, FALSE, 0), WAIT_FAILED);
-    for (HANDLE hEvent : hEvents)
-        CloseHandle(hEvent);
 }
 
 TEST(WinThreadsTest, AMutexIsRecursiveForItsOwnerAndClosedToOthers)
