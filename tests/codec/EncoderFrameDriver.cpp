@@ -223,8 +223,7 @@ TEST(FrameDriverSizes, ReducedRevisionLeavesFullSizePreviewAndCodesHalfSize)
     std::vector<BYTE> frame = MakeFrame(source);
     const ENCODER_RETURN result = encoder.Encode(frame.data(), FALSE, 0);
     // The header carries 160x128.
-    const std::vector<BYTE> header = PackBits(Bits(0, 16) + "10000" + "00" + Bits(160, 10) + Bits(128, 10) +
-                                              Bits(6, 8) + "1" + Bits(0, 12) + Bits(0, 16));
+    const std::vector<BYTE> header = PackBits(IHeader(160, 128, 6));
     ASSERT_GE(result.nLength, 10);
     EXPECT_EQ(std::vector<BYTE>(result.pBuffer, result.pBuffer + 10), header);
     // The preview is the whole capture frame in blue, green, red.
@@ -277,13 +276,10 @@ TEST(FrameDriverRecords, FlatMacroblockIsFiftyFourBitsAndReconstructsExactly)
         CPlanes flatPicture(16, 16, kFlatLuma);
         std::vector<BYTE> frame = MakeFrame(flatPicture);
         const ENCODER_RETURN result = encoder.Encode(frame.data(), FALSE, 0);
-        const std::string strHeader = Bits(0, 16) + "10000" + "00" + Bits(16, 10) + Bits(16, 10) +
-                                      Bits(static_cast<unsigned>(nQ), 8) + "1" + Bits(0, 12) + Bits(0, 16);
-        const std::string strMacroblock = "0011" "00" + Bits(100, 8) + Bits(100, 8) + Bits(100, 8) +
-                                          Bits(100, 8) + Bits(255, 8) + Bits(255, 8);
+        const std::string strMacroblock = FlatMacroblock(100);
         ASSERT_EQ(strMacroblock.size(), 54u);
         EXPECT_EQ(std::vector<BYTE>(result.pBuffer, result.pBuffer + result.nLength),
-                  PackBits(strHeader + strMacroblock))
+                  PackBits(IHeader(16, 16, nQ) + strMacroblock))
             << "Q " << nQ;
         EXPECT_TRUE(SamePlanes(encoder.Reference(), flatPicture));
         std::vector<BYTE> output(16 * 16 * 3);
