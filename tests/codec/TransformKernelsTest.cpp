@@ -13,7 +13,6 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
-#include <thread>
 #include <vector>
 
 using namespace kernelcheck;
@@ -341,33 +340,6 @@ TEST(MacroblockQuantiser, BlocksKeepTheirPlaces)
                 ASSERT_EQ(psPlace[nStride * (k / 8) + k % 8], nSample) << "block " << b << " sample " << k;
         }
     }
-}
-
-// Kernels keep no state: many threads on the same inputs get the single-thread results.
-TEST(TransformForms, ManyThreadsGetTheSameResults)
-{
-    CRandom random(CheckSeed());
-    std::vector<Block> inputs(200);
-    for (Block& block : inputs)
-        block = OrdinaryCoefficients(random, 8, QUANT_MODE_INTER);
-    std::vector<Block> expected;
-    for (const Block& block : inputs)
-        expected.push_back(RunInverse(IDCTBlockMMX, RunForward(FDCTBlock, RunInverse(IDCTBlock, block))));
-    std::vector<int> failures(4, 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int round = 0; round < 20; ++round) {
-                for (std::size_t n = 0; n < inputs.size(); ++n) {
-                    const Block out = RunInverse(IDCTBlockMMX, RunForward(FDCTBlock, RunInverse(IDCTBlock, inputs[n])));
-                    failures[t] += out != expected[n];
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(failures, std::vector<int>(4, 0));
 }
 
 } // namespace
