@@ -175,10 +175,10 @@ TEST_F(FrameDriver, QuantiserOfZeroIsRefusedAndTheOldOneStays)
     EXPECT_FALSE(fresh.SetQi(0));
     EXPECT_EQ(fresh.m_nQi, 10);   // never 0, even before the first setter call
     EXPECT_EQ(fresh.m_nQp, 10);
-    EXPECT_FALSE(encoder.SetQi(0));
-    EXPECT_FALSE(encoder.SetQp(0));
-    EXPECT_FALSE(encoder.SetQi(32));
-    EXPECT_FALSE(encoder.SetQp(-3));
+    for (const int nQ : {0, 32, -3}) {
+        EXPECT_FALSE(encoder.SetQi(nQ)) << nQ;
+        EXPECT_FALSE(encoder.SetQp(nQ)) << nQ;
+    }
     EXPECT_EQ(encoder.m_nQi, 10);
     EXPECT_EQ(encoder.m_nQp, 10);
     EXPECT_TRUE(encoder.SetQi(31));
