@@ -88,35 +88,25 @@ TEST(TCoefTables, EveryReaderEntryIsTheWritersCode)
     EXPECT_EQ(nEscapes, 1 << (TCOEF_LOOKAHEAD_BITS - TCOEF_ESCAPE_LENGTH));
 }
 
-TEST(TCoefTables, WriterExtentEndsWhereTheTableEnds)
+// The last entries of each run and level, the first ones beyond, and codes known by value.
+TEST(TCoefTables, ExtentEndsAndKnownCodes)
 {
-    EXPECT_EQ(LookupTCoefCode(0, 0, 12).byLength, 11);
-    EXPECT_EQ(LookupTCoefCode(0, 0, 13).byLength, 0);
-    EXPECT_EQ(LookupTCoefCode(0, 1, 6).byLength, 12);
-    EXPECT_EQ(LookupTCoefCode(0, 1, 7).byLength, 0);
-    EXPECT_EQ(LookupTCoefCode(0, 26, 1).byLength, 12);
-    EXPECT_EQ(LookupTCoefCode(0, 26, 4).byLength, 0);
-    EXPECT_EQ(LookupTCoefCode(0, 27, 1).byLength, 0);
-    EXPECT_EQ(LookupTCoefCode(1, 1, 2).byLength, 11);
-    EXPECT_EQ(LookupTCoefCode(1, 1, 3).byLength, 0);
-    EXPECT_EQ(LookupTCoefCode(1, 40, 1).byLength, 12);
-    EXPECT_EQ(LookupTCoefCode(1, 41, 1).byLength, 0);
-    EXPECT_EQ(LookupTCoefCode(1, 2, 2).byLength, 0);
-    for (const auto& [nLast, nRun, nLevel] : {std::tuple{0, 0, 0}, {0, -1, 1}, {2, 0, 1}, {0, 64, 1}, {1, 0, -1}})
-        EXPECT_EQ(LookupTCoefCode(nLast, nRun, nLevel).byLength, 0);
-}
-
-TEST(TCoefTables, KnownCodes)
-{
-    const auto code = [](int nLast, int nRun, int nLevel) {
-        const tag_VLCCODE vlc = LookupTCoefCode(nLast, nRun, nLevel);
-        return std::pair{int{vlc.wCode}, int{vlc.byLength}};
-    };
-    EXPECT_EQ(code(0, 0, 1), std::pair(0b10, 2));
-    EXPECT_EQ(code(0, 1, 1), std::pair(0b110, 3));
-    EXPECT_EQ(code(1, 0, 1), std::pair(0b0111, 4));
-    EXPECT_EQ(code(0, 0, 12), std::pair(0b00000100000, 11));
-    EXPECT_EQ(code(1, 40, 1), std::pair(0b000001011111, 12));
+    const struct {
+        int nLast, nRun, nLevel, nCode, nLength;
+    } rows[] = {{0, 0, 12, 0b00000100000, 11}, {0, 0, 13, 0, 0},  {0, 1, 6, -1, 12},  {0, 1, 7, 0, 0},
+                {0, 26, 1, -1, 12},            {0, 26, 4, 0, 0},  {0, 27, 1, 0, 0},   {1, 1, 2, -1, 11},
+                {1, 1, 3, 0, 0},               {1, 40, 1, 0b000001011111, 12},        {1, 41, 1, 0, 0},
+                {1, 2, 2, 0, 0},               {0, 0, 0, 0, 0},   {0, -1, 1, 0, 0},   {2, 0, 1, 0, 0},
+                {0, 64, 1, 0, 0},              {1, 0, -1, 0, 0},  {0, 0, 1, 0b10, 2}, {0, 1, 1, 0b110, 3},
+                {1, 0, 1, 0b0111, 4}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.nLast << "/" << row.nRun << "/" << row.nLevel);
+        const tag_VLCCODE vlc = LookupTCoefCode(row.nLast, row.nRun, row.nLevel);
+        EXPECT_EQ(vlc.byLength, row.nLength);
+        if (row.nCode >= 0 && row.nLength > 0) {
+            EXPECT_EQ(vlc.wCode, row.nCode);
+        }
+    }
 }
 
 TEST(CBPYTables, ReaderAndWriterAgree)
@@ -142,12 +132,10 @@ TEST(CBPYTables, ReaderAndWriterAgree)
 
 TEST(CBPYTables, KnownCodes)
 {
-    EXPECT_EQ(g_vlcCBPY[0].wCode, 0b0011);
-    EXPECT_EQ(g_vlcCBPY[0].byLength, 4);
-    EXPECT_EQ(g_vlcCBPY[15].wCode, 0b11);
-    EXPECT_EQ(g_vlcCBPY[15].byLength, 2);
-    EXPECT_EQ(g_vlcCBPY[6].wCode, 0b000010);
-    EXPECT_EQ(g_vlcCBPY[6].byLength, 6);
+    for (const auto& [nIntra, nCode, nLength] : {std::tuple{0, 0b0011, 4}, {15, 0b11, 2}, {6, 0b000010, 6}}) {
+        EXPECT_EQ(g_vlcCBPY[nIntra].wCode, nCode) << nIntra;
+        EXPECT_EQ(g_vlcCBPY[nIntra].byLength, nLength) << nIntra;
+    }
     // Inter pattern 0 (all luma blocks empty) is intra index 15.
     EXPECT_EQ(g_cbpyRead[0b110000].byIntra, 15);
 }

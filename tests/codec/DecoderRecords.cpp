@@ -43,19 +43,6 @@ std::string BitString(const Record& record)
     return str;
 }
 
-std::string IHeader(int nWidth, int nHeight, int nQ)
-{
-    return Bits(0, 16) + "10000" + "00" + Bits(static_cast<unsigned>(nWidth), 10) + Bits(static_cast<unsigned>(nHeight), 10) +
-           Bits(static_cast<unsigned>(nQ), 8) + "1" + Bits(0, 12) + Bits(0, 16);
-}
-
-// An I macroblock without AC: CBPY 0, CBPC 0, four luma DCs and two chroma DCs.
-std::string FlatMacroblock(unsigned nLumaDC, unsigned nChromaDC = 255)
-{
-    return "0011" "00" + Bits(nLumaDC, 8) + Bits(nLumaDC, 8) + Bits(nLumaDC, 8) + Bits(nLumaDC, 8) +
-           Bits(nChromaDC, 8) + Bits(nChromaDC, 8);
-}
-
 class DecoderRecords : public ::testing::Test {
 protected:
     void SetUp() override
@@ -228,15 +215,19 @@ TEST_F(DecoderRecords, EventsMayEndAtPosition63ButNotBeyond)
                Bits(100, 8) + Bits(255, 8) + Bits(255, 8);
     };
     const std::string strEscape = "0000011";
-    EXPECT_FALSE(Decode(PackBits(IHeader(16, 16, 4) + macroblock(strEscape + "1" + Bits(62, 6) + Bits(1, 8)))).bError);
-    EXPECT_TRUE(Decode(PackBits(IHeader(16, 16, 4) + macroblock(strEscape + "1" + Bits(63, 6) + Bits(1, 8)))).bError);
-    EXPECT_TRUE(Decode(PackBits(IHeader(16, 16, 4) + macroblock(strEscape + "0" + Bits(62, 6) + Bits(1, 8) + "0111" "0")))
-                    .bError);
-    // ESCAPE levels 0 and 128 are accepted.
-    EXPECT_FALSE(Decode(PackBits(IHeader(16, 16, 4) + macroblock(strEscape + "1" + Bits(3, 6) + Bits(0, 8)))).bError);
-    EXPECT_FALSE(Decode(PackBits(IHeader(16, 16, 4) + macroblock(strEscape + "1" + Bits(3, 6) + Bits(128, 8)))).bError);
-    // Nine leading zeros start no code.
-    EXPECT_TRUE(Decode(PackBits(IHeader(16, 16, 4) + macroblock("000000000111"))).bError);
+    const struct {
+        std::string strEvents;
+        bool bError;
+    } rows[] = {{strEscape + "1" + Bits(62, 6) + Bits(1, 8), false},
+                {strEscape + "1" + Bits(63, 6) + Bits(1, 8), true},
+                {strEscape + "0" + Bits(62, 6) + Bits(1, 8) + "0111" "0", true},
+                {strEscape + "1" + Bits(3, 6) + Bits(0, 8), false},     // ESCAPE levels 0 and 128
+                {strEscape + "1" + Bits(3, 6) + Bits(128, 8), false},   // are accepted
+                {"000000000111", true}};                                // nine zeros start no code
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.strEvents);
+        EXPECT_EQ(Decode(PackBits(IHeader(16, 16, 4) + macroblock(row.strEvents))).bError, row.bError);
+    }
 }
 
 TEST_F(DecoderRecords, PaddingAfterTheLastMacroblockIsIgnored)

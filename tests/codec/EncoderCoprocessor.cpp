@@ -211,24 +211,21 @@ TEST(Coprocessor, IntraMacroblocksOfGroupsCountOnceForTheDrop)
         encoder.m_bUseMMX = FALSE;
         encoder.SetQi(8);
         encoder.SetQp(8);
-        CPlanes flat(kWidth, kHeight, 100);
-        std::vector<BYTE> frame = MakeFrame(flat);
-        encoder.NewPicture();
-        encoder.Encode(frame.data(), FALSE, 0);
+        const auto encode = [&](const CPlanes& planes, int nType) {
+            std::vector<BYTE> frame = MakeFrame(planes);
+            encoder.NewPicture();
+            return encoder.Encode(frame.data(), FALSE, nType);
+        };
+        CPlanes moved(kWidth, kHeight, 100);
+        encode(moved, 0);
         // Three moved macroblocks in the last group: the picture is dropped.
-        CPlanes moved = flat;
         for (const int nCol : {6, 8, 10})
             moved.RaiseMacroblock(nCol, 8, 90);
-        frame = MakeFrame(moved);
-        encoder.NewPicture();
-        ENCODER_RETURN result = encoder.Encode(frame.data(), FALSE, 2);
-        EXPECT_EQ(result.nLength, 4);
+        EXPECT_EQ(encode(moved, 2).nLength, 4);
         EXPECT_EQ(encoder.MoveMapCount(), 0);
         // A fourth one keeps it, with all four in the map.
         moved.RaiseMacroblock(9, 8, 90);
-        frame = MakeFrame(moved);
-        encoder.NewPicture();
-        result = encoder.Encode(frame.data(), FALSE, 2);
+        const ENCODER_RETURN result = encode(moved, 2);
         EXPECT_TRUE(result.bMoved);
         EXPECT_EQ(encoder.MoveMapCount(), 4);
         EXPECT_EQ(GroupsOf(result), step == tag_FAILSTEP::NONE ? 8 : 0);

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
+#include <utility>
+
 using namespace codec_test;
 
 namespace {
@@ -29,6 +32,15 @@ protected:
     {
         frame = MakeFrame(planes);
         return encoder.Encode(frame.data(), bDetectOnly, nType);
+    }
+
+    // The flat picture with the luma of the given macroblocks (column, row) raised.
+    CPlanes Moved(std::initializer_list<std::pair<int, int>> macroblocks, int nDelta, int nSamples = 256) const
+    {
+        CPlanes moved = flat;
+        for (const auto& [nCol, nRow] : macroblocks)
+            moved.RaiseMacroblock(nCol, nRow, nDelta, nSamples);
+        return moved;
     }
 
     static std::vector<BYTE> Record(const ENCODER_RETURN& result)
@@ -64,10 +76,7 @@ TEST_F(FrameDriver, DropsPictureWithThreeIntraMacroblocksAndKeepsOneWithFour)
         encoder.m_bUseMMX = bUseMMX;
         Encode(flat, FALSE, 0);
         const CPlanes reference = encoder.Reference();
-        CPlanes moved = flat;
-        moved.RaiseMacroblock(0, 0, 100);
-        moved.RaiseMacroblock(5, 3, 100);
-        moved.RaiseMacroblock(10, 8, 100);
+        CPlanes moved = Moved({{0, 0}, {5, 3}, {10, 8}}, 100);
         ENCODER_RETURN result = Encode(moved, FALSE, 2);
         EXPECT_EQ(Record(result), kNotCodedRecord);
         EXPECT_FALSE(result.bMoved);
@@ -79,10 +88,8 @@ TEST_F(FrameDriver, DropsPictureWithThreeIntraMacroblocksAndKeepsOneWithFour)
         EXPECT_GT(result.nLength, 4);
         EXPECT_TRUE(result.bMoved);
         EXPECT_EQ(encoder.MoveMapCount(), 4);
-        EXPECT_NE(encoder.m_pMoveMap[0], 0);
-        EXPECT_NE(encoder.m_pMoveMap[3 * 11 + 5], 0);
-        EXPECT_NE(encoder.m_pMoveMap[8 * 11 + 10], 0);
-        EXPECT_NE(encoder.m_pMoveMap[7 * 11 + 2], 0);
+        for (const int n : {0, 3 * 11 + 5, 8 * 11 + 10, 7 * 11 + 2})
+            EXPECT_NE(encoder.m_pMoveMap[n], 0) << n;
         EXPECT_FALSE(SamePlanes(encoder.Reference(), reference));
     }
 }
@@ -90,9 +97,7 @@ TEST_F(FrameDriver, DropsPictureWithThreeIntraMacroblocksAndKeepsOneWithFour)
 TEST_F(FrameDriver, SadEqualToIntraThresholdStaysInter)
 {
     Encode(flat, FALSE, 0);   // a flat picture of luma 100 reconstructs exactly
-    CPlanes moved = flat;
-    for (int m = 0; m < 4; ++m)
-        moved.RaiseMacroblock(m, 2, 10, 50);   // SAD 500 in each of four macroblocks
+    const CPlanes moved = Moved({{0, 2}, {1, 2}, {2, 2}, {3, 2}}, 10, 50);   // SAD 500 in each of four
     encoder.SetIntraThreshold(500);
     EXPECT_EQ(Record(Encode(moved, FALSE, 2)), kNotCodedRecord);
     encoder.SetIntraThreshold(499);
@@ -108,17 +113,13 @@ TEST_F(FrameDriver, DetectionCountsMacroblocksAboveMoveThreshold)
     EXPECT_FALSE(Encode(dark, TRUE, 1).bMoved);
     EXPECT_TRUE(Encode(flat, TRUE, 1).bMoved);
 
-    CPlanes moved = flat;
-    moved.RaiseMacroblock(1, 1, 10, 50);
     encoder.SetMoveThreshold(499);
-    ENCODER_RETURN result = Encode(moved, TRUE, 1);   // one macroblock moved
+    ENCODER_RETURN result = Encode(Moved({{1, 1}}, 10, 50), TRUE, 1);   // one macroblock moved
     EXPECT_TRUE(result.bDetectOnly);
     EXPECT_FALSE(result.bMoved);
     EXPECT_EQ(encoder.MoveMapCount(), 0);
 
-    CPlanes twice = flat;
-    twice.RaiseMacroblock(1, 1, 10, 50);
-    twice.RaiseMacroblock(2, 1, 10, 50);
+    const CPlanes twice = Moved({{1, 1}, {2, 1}}, 10, 50);
     Encode(flat, TRUE, 1);
     result = Encode(twice, TRUE, 1);
     EXPECT_TRUE(result.bMoved);
@@ -145,10 +146,7 @@ TEST_F(FrameDriver, DetectionFramesLeaveTheCodedReferenceAlone)
 TEST_F(FrameDriver, IPictureNeverReportsMovement)
 {
     Encode(flat, FALSE, 0);
-    CPlanes moved = flat;
-    for (int m = 0; m < 6; ++m)
-        moved.RaiseMacroblock(m, 0, 90);
-    const ENCODER_RETURN result = Encode(moved, FALSE, 1);
+    const ENCODER_RETURN result = Encode(Moved({{0, 0}, {1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}}, 90), FALSE, 1);
     EXPECT_FALSE(result.bMoved);
     EXPECT_EQ(result.nFrameType, 1);
     EXPECT_EQ(encoder.MoveMapCount(), 0);
@@ -157,10 +155,8 @@ TEST_F(FrameDriver, IPictureNeverReportsMovement)
 TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
 {
     Encode(flat, FALSE, 0);
-    CPlanes moved = flat;
-    for (int m = 0; m < 4; ++m)
-        moved.RaiseMacroblock(m, 0, 90);   // the top macroblock row of the planes
-    ASSERT_TRUE(Encode(moved, FALSE, 2).bMoved);
+    // The top macroblock row of the planes.
+    ASSERT_TRUE(Encode(Moved({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, 90), FALSE, 2).bMoved);
     // Map row 0 answers to rectangles at the largest y, not at the top.
     EXPECT_TRUE(encoder.IsAreaMove(0, 128, 63, 159));
     EXPECT_FALSE(encoder.IsAreaMove(0, 0, 63, 15));
@@ -179,10 +175,10 @@ TEST_F(FrameDriver, QuantiserOfZeroIsRefusedAndTheOldOneStays)
     EXPECT_FALSE(fresh.SetQi(0));
     EXPECT_EQ(fresh.m_nQi, 10);   // never 0, even before the first setter call
     EXPECT_EQ(fresh.m_nQp, 10);
-    EXPECT_FALSE(encoder.SetQi(0));
-    EXPECT_FALSE(encoder.SetQp(0));
-    EXPECT_FALSE(encoder.SetQi(32));
-    EXPECT_FALSE(encoder.SetQp(-3));
+    for (const int nQ : {0, 32, -3}) {
+        EXPECT_FALSE(encoder.SetQi(nQ)) << nQ;
+        EXPECT_FALSE(encoder.SetQp(nQ)) << nQ;
+    }
     EXPECT_EQ(encoder.m_nQi, 10);
     EXPECT_EQ(encoder.m_nQp, 10);
     EXPECT_TRUE(encoder.SetQi(31));
@@ -223,8 +219,7 @@ TEST(FrameDriverSizes, ReducedRevisionLeavesFullSizePreviewAndCodesHalfSize)
     std::vector<BYTE> frame = MakeFrame(source);
     const ENCODER_RETURN result = encoder.Encode(frame.data(), FALSE, 0);
     // The header carries 160x128.
-    const std::vector<BYTE> header = PackBits(Bits(0, 16) + "10000" + "00" + Bits(160, 10) + Bits(128, 10) +
-                                              Bits(6, 8) + "1" + Bits(0, 12) + Bits(0, 16));
+    const std::vector<BYTE> header = PackBits(IHeader(160, 128, 6));
     ASSERT_GE(result.nLength, 10);
     EXPECT_EQ(std::vector<BYTE>(result.pBuffer, result.pBuffer + 10), header);
     // The preview is the whole capture frame in blue, green, red.
@@ -277,13 +272,10 @@ TEST(FrameDriverRecords, FlatMacroblockIsFiftyFourBitsAndReconstructsExactly)
         CPlanes flatPicture(16, 16, kFlatLuma);
         std::vector<BYTE> frame = MakeFrame(flatPicture);
         const ENCODER_RETURN result = encoder.Encode(frame.data(), FALSE, 0);
-        const std::string strHeader = Bits(0, 16) + "10000" + "00" + Bits(16, 10) + Bits(16, 10) +
-                                      Bits(static_cast<unsigned>(nQ), 8) + "1" + Bits(0, 12) + Bits(0, 16);
-        const std::string strMacroblock = "0011" "00" + Bits(100, 8) + Bits(100, 8) + Bits(100, 8) +
-                                          Bits(100, 8) + Bits(255, 8) + Bits(255, 8);
+        const std::string strMacroblock = FlatMacroblock(100);
         ASSERT_EQ(strMacroblock.size(), 54u);
         EXPECT_EQ(std::vector<BYTE>(result.pBuffer, result.pBuffer + result.nLength),
-                  PackBits(strHeader + strMacroblock))
+                  PackBits(IHeader(16, 16, nQ) + strMacroblock))
             << "Q " << nQ;
         EXPECT_TRUE(SamePlanes(encoder.Reference(), flatPicture));
         std::vector<BYTE> output(16 * 16 * 3);

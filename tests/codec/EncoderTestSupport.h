@@ -193,6 +193,20 @@ inline std::vector<BYTE> PackBits(std::string strBits)
     return bytes;
 }
 
+// The header of an I picture as bits.
+inline std::string IHeader(int nWidth, int nHeight, int nQ)
+{
+    return Bits(0, 16) + "10000" + "00" + Bits(static_cast<unsigned>(nWidth), 10) + Bits(static_cast<unsigned>(nHeight), 10) +
+           Bits(static_cast<unsigned>(nQ), 8) + "1" + Bits(0, 12) + Bits(0, 16);
+}
+
+// An I macroblock without AC: CBPY 0, CBPC 0, four luma DCs and two chroma DCs.
+inline std::string FlatMacroblock(unsigned nLumaDC, unsigned nChromaDC = 255)
+{
+    return "0011" "00" + Bits(nLumaDC, 8) + Bits(nLumaDC, 8) + Bits(nLumaDC, 8) + Bits(nLumaDC, 8) +
+           Bits(nChromaDC, 8) + Bits(nChromaDC, 8);
+}
+
 inline bool SamePlanes(const CPlanes& a, const CPlanes& b)
 {
     return a.Y == b.Y && a.U == b.U && a.V == b.V;

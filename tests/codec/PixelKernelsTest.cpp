@@ -134,20 +134,14 @@ TEST(Macroblocks, GetTakesTheMacroblockAtItsPlace)
     BYTE bytes[MB_SAMPLES];
     GetMB(2, 1, picture.Image(), kWidth, &mb);
     GetMBBytes(2, 1, picture.Image(), kWidth, bytes);
-    for (int r = 0; r < 16; ++r) {
-        for (int c = 0; c < 16; ++c) {
-            ASSERT_EQ(mb.Y[16 * r + c], picture.y[(16 + r) * kWidth + 32 + c]);
-            ASSERT_EQ(bytes[16 * r + c], picture.y[(16 + r) * kWidth + 32 + c]);
-        }
-    }
-    for (int r = 0; r < 8; ++r) {
-        for (int c = 0; c < 8; ++c) {
-            const std::size_t nAt = (8 + r) * (kWidth / 2) + 16 + c;
-            ASSERT_EQ(mb.U[8 * r + c], picture.u[nAt]);
-            ASSERT_EQ(mb.V[8 * r + c], picture.v[nAt]);
-            ASSERT_EQ(bytes[256 + 8 * r + c], picture.u[nAt]);
-            ASSERT_EQ(bytes[320 + 8 * r + c], picture.v[nAt]);
-        }
+    // Value n of the macroblock (2, 1): luma rows 16.., columns 32..; chroma rows 8..,
+    // columns 16...
+    for (int n = 0; n < MB_SAMPLES; ++n) {
+        const int k = n < 256 ? n : (n - 256) % 64;
+        const BYTE byExpected = n < 256 ? picture.y[(16 + k / 16) * kWidth + 32 + k % 16]
+                                        : (n < 320 ? picture.u : picture.v)[(8 + k / 8) * (kWidth / 2) + 16 + k % 8];
+        ASSERT_EQ(At(mb, n), byExpected) << n;
+        ASSERT_EQ(bytes[n], byExpected) << n;
     }
 }
 
