@@ -88,6 +88,22 @@ inline TestFrame MakeSequenceFrame(DWORD nIndex, DWORD dwSeed = 1, DWORD dwMaxVi
     return frame;
 }
 
+// Frames of the test sequence from nFirstIndex on, in blocks of the given sizes: each
+// block's first frame is a key frame, the others are predicted.
+inline std::vector<TestFrame> MakeBlockFrames(const std::vector<int>& blockSizes, DWORD nFirstIndex,
+                                              DWORD dwSeed = 1, DWORD dwMaxVideo = 3000)
+{
+    std::vector<TestFrame> frames;
+    DWORD nIndex = nFirstIndex;
+    for (int nSize : blockSizes) {
+        for (int i = 0; i < nSize; ++i, ++nIndex) {
+            frames.push_back(MakeSequenceFrame(nIndex, dwSeed, dwMaxVideo));
+            frames.back().wFrameType = i == 0 ? ZNFRAME_I : ZNFRAME_P;
+        }
+    }
+    return frames;
+}
+
 inline int WriteTestFrame(CZnFile& file, TestFrame& frame)
 {
     tag_ZNFRAMEDATA data{};
@@ -154,6 +170,40 @@ inline ::testing::AssertionResult FrameEquals(const tag_ZNFRAMEDATA& read, const
             return ::testing::AssertionFailure() << "sound differs";
     }
     return ::testing::AssertionSuccess();
+}
+
+// Reads on from the file's position: exactly nCount frames equal to those from pFirst on,
+// then, unless bThenEnd is false, the end.
+inline void ExpectFramesThenEnd(CZnFile& file, const TestFrame* pFirst, std::size_t nCount,
+                                bool bThenEnd = true)
+{
+    FrameBuffers buffers(file);
+    for (std::size_t i = 0; i < nCount; ++i) {
+        ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 1) << "frame " << i;
+        EXPECT_TRUE(FrameEquals(*buffers.Frame(), pFirst[i])) << "frame " << i;
+    }
+    if (bThenEnd) {
+        EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    }
+}
+
+inline void ExpectFramesThenEnd(CZnFile& file, const std::vector<TestFrame>& frames)
+{
+    ExpectFramesThenEnd(file, frames.data(), frames.size());
+}
+
+inline void ExpectFilePos(CZnFile& file, int nBlock, int nFrame)
+{
+    int nReadBlock = -1;
+    int nReadFrame = -1;
+    EXPECT_EQ(file.GetFilePos(nReadBlock, nReadFrame), 1);
+    EXPECT_EQ(nReadBlock, nBlock);
+    EXPECT_EQ(nReadFrame, nFrame);
+}
+
+inline int OpenToRead(CZnFile& file, const std::string& strPath)
+{
+    return file.Open(strPath.c_str(), nullptr, 0, ZNFILE_READ);
 }
 
 inline std::vector<BYTE> ReadFileBytes(const std::string& strPath)

@@ -16,16 +16,12 @@ class ZnFileClip : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        DWORD nIndex = 0;
-        for (int nSize : kBlockSizes) {
-            m_blockStarts.push_back(m_frames.size());
-            for (int i = 0; i < nSize; ++i, ++nIndex) {
-                TestFrame frame = MakeSequenceFrame(nIndex);
-                frame.wFrameType = i == 0 ? ZNFRAME_I : ZNFRAME_P;
-                // Stamps across the wrap of the millisecond counter, 1.3 s apart.
-                frame.dwTimeStamp = 0xFFFF0000u + nIndex * 1300;
-                m_frames.push_back(frame);
-            }
+        m_frames = MakeBlockFrames(kBlockSizes, 0);
+        for (std::size_t i = 0; i < m_frames.size(); ++i) {
+            if (m_frames[i].wFrameType == ZNFRAME_I)
+                m_blockStarts.push_back(i);
+            // Stamps across the wrap of the millisecond counter, 1.3 s apart.
+            m_frames[i].dwTimeStamp = 0xFFFF0000u + static_cast<DWORD>(i) * 1300;
         }
         // The source's end block carries the millisecond count of its closing: let that
         // be the stamp of its last frame, as for a recorder that closes right after it.
@@ -33,7 +29,7 @@ protected:
             CTestClock clock(m_frames.back().dwTimeStamp);
             WriteRecording(m_dir.Path("source.zn"), m_frames);
         }
-        ASSERT_EQ(m_source.Open(m_dir.Path("source.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+        ASSERT_EQ(OpenToRead(m_source, m_dir.Path("source.zn")), 1);
     }
 
     // Opens the clip and checks that it holds exactly frames [nFirst, nFirst + nCount) of
@@ -43,14 +39,9 @@ protected:
                          std::size_t nEndStampFrame = SIZE_MAX)
     {
         CZnFile clip;
-        ASSERT_EQ(clip.Open(strClip.c_str(), nullptr, 0, ZNFILE_READ), 1);
+        ASSERT_EQ(OpenToRead(clip, strClip), 1);
         EXPECT_EQ(clip.GetTotalFrameNum(), nCount);
-        FrameBuffers buffers(clip);
-        for (std::size_t i = nFirst; i < nFirst + nCount; ++i) {
-            ASSERT_EQ(clip.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-            EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[i]));
-        }
-        EXPECT_EQ(clip.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+        ExpectFramesThenEnd(clip, &m_frames[nFirst], nCount);
         const DWORD dwFirstStamp = m_frames[nFirst].dwTimeStamp;
         const DWORD dwLastStamp =
             m_frames[nEndStampFrame != SIZE_MAX ? nEndStampFrame : nFirst + nCount - 1].dwTimeStamp;
@@ -132,7 +123,7 @@ TEST_F(ZnFileClip, EmptyOrInvalidClipsAreRefusedWithoutAFile)
     EXPECT_EQ(m_source.ClipFile("", 0, 3, 0), 0);
     EXPECT_EQ(m_source.ClipFile(m_dir.Path("source.zn").c_str(), 0, 3, 0), 0);
     CZnFile reopened;
-    ASSERT_EQ(reopened.Open(m_dir.Path("source.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reopened, m_dir.Path("source.zn")), 1);
     EXPECT_EQ(reopened.GetTotalFrameNum(), m_frames.size());
     EXPECT_EQ(m_source.ClipFile(m_dir.Path("no/dir.zn").c_str(), 0, 3, 0), 0);
     struct stat status {};
@@ -149,14 +140,9 @@ TEST_F(ZnFileClip, EmptyOrInvalidClipsAreRefusedWithoutAFile)
 
 TEST_F(ZnFileClip, ReadPositionIsKeptAcrossAClip)
 {
-    FrameBuffers buffers(m_source);
-    for (std::size_t i = 0; i < 6; ++i)
-        ASSERT_EQ(m_source.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    ExpectFramesThenEnd(m_source, m_frames.data(), 6, false);
     ASSERT_EQ(m_source.ClipFile(ClipPath().c_str(), 3, 5, 2), 1);
-    for (std::size_t i = 6; i < m_frames.size(); ++i) {
-        ASSERT_EQ(m_source.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-        EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[i]));
-    }
+    ExpectFramesThenEnd(m_source, &m_frames[6], m_frames.size() - 6);
 }
 
 TEST(ZnFileClipFormats, SecondRevisionAndLargeFramesSurviveAClip)
@@ -179,14 +165,10 @@ TEST(ZnFileClipFormats, SecondRevisionAndLargeFramesSurviveAClip)
     ASSERT_EQ(source.ClipFile(dir.Path("clip.zn").c_str(), 0, 1, 2), 1);
 
     CZnFile clip;
-    ASSERT_EQ(clip.Open(dir.Path("clip.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(clip, dir.Path("clip.zn")), 1);
     EXPECT_EQ(clip.GetFileVersion(), 0x1000);
     ASSERT_EQ(clip.GetTotalFrameNum(), 5u);
-    FrameBuffers buffers(clip);
-    for (std::size_t i = 0; i < 5; ++i) {
-        ASSERT_EQ(clip.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-        EXPECT_TRUE(FrameEquals(*buffers.Frame(), frames[i]));
-    }
+    ExpectFramesThenEnd(clip, frames.data(), 5);
 }
 
 TEST(ZnFileClipFormats, ClipOfAnOldVersionGainsHostAndGmtFields)
@@ -204,7 +186,7 @@ TEST(ZnFileClipFormats, ClipOfAnOldVersionGainsHostAndGmtFields)
     const std::vector<BYTE> bytes = oldest.Build();
     WriteFileBytes(dir.Path("old.zn"), bytes, bytes.size());
     CZnFile source;
-    ASSERT_EQ(source.Open(dir.Path("old.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(source, dir.Path("old.zn")), 1);
     ASSERT_EQ(source.ClipFile(dir.Path("clip.zn").c_str(), 1, 5, 0), 1);
 
     const std::vector<BYTE> clipBytes = ReadFileBytes(dir.Path("clip.zn"));
@@ -212,13 +194,8 @@ TEST(ZnFileClipFormats, ClipOfAnOldVersionGainsHostAndGmtFields)
     EXPECT_EQ(GetLe16(clipBytes, 2), 0x00FF);
     EXPECT_EQ(GetLe32(clipBytes, 28), 36u + 1 + 3 + 4 + 0 + 4);
     CZnFile clip;
-    ASSERT_EQ(clip.Open(dir.Path("clip.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
-    FrameBuffers buffers(clip);
-    for (const TestFrame& frame : block) {
-        ASSERT_EQ(clip.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-        EXPECT_TRUE(FrameEquals(*buffers.Frame(), frame));
-    }
-    EXPECT_EQ(clip.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    ASSERT_EQ(OpenToRead(clip, dir.Path("clip.zn")), 1);
+    ExpectFramesThenEnd(clip, block);
 }
 
 } // namespace

@@ -6,13 +6,7 @@ namespace {
 
 std::vector<TestFrame> MakeBlock(DWORD nFirst, int nFrames)
 {
-    std::vector<TestFrame> block;
-    for (int i = 0; i < nFrames; ++i) {
-        TestFrame frame = MakeSequenceFrame(nFirst + static_cast<DWORD>(i), 3, 500);
-        frame.wFrameType = i == 0 ? ZNFRAME_I : ZNFRAME_P;
-        block.push_back(frame);
-    }
-    return block;
+    return MakeBlockFrames({nFrames}, nFirst, 3, 500);
 }
 
 HandBuiltRecording MakeHandBuilt(WORD wVersion)
@@ -27,19 +21,15 @@ int OpenBytes(CZnFile& file, const TempDir& dir, const std::vector<BYTE>& bytes)
 {
     file.Close();
     WriteFileBytes(dir.Path("damaged.zn"), bytes, bytes.size());
-    return file.Open(dir.Path("damaged.zn").c_str(), nullptr, 0, ZNFILE_READ);
+    return OpenToRead(file, dir.Path("damaged.zn"));
 }
 
 void ExpectAllFramesRead(CZnFile& file, const HandBuiltRecording& recording)
 {
-    FrameBuffers buffers(file);
-    for (const std::vector<TestFrame>& block : recording.blocks) {
-        for (const TestFrame& frame : block) {
-            ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-            EXPECT_TRUE(FrameEquals(*buffers.Frame(), frame));
-        }
-    }
-    EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    std::vector<TestFrame> frames;
+    for (const std::vector<TestFrame>& block : recording.blocks)
+        frames.insert(frames.end(), block.begin(), block.end());
+    ExpectFramesThenEnd(file, frames);
 }
 
 TEST(ZnFileOldVersions, EachVersionReadsWithTheFieldsItHas)
@@ -106,19 +96,17 @@ TEST(ZnFileOldVersions, HeadsOutsideTheFormatAreRefused)
         EXPECT_EQ(OpenBytes(file, dir, bytes), 0) << "offset " << damage.nOffset;
     }
 
-    // A name of 1001 bytes is longer than a reader takes.
-    HandBuiltRecording longName = MakeHandBuilt(0x0101);
-    longName.strBoard.assign(1001, 'b');
-    EXPECT_EQ(OpenBytes(file, dir, longName.Build()), 0);
-    longName.strBoard.assign(1000, 'b');
-    EXPECT_EQ(OpenBytes(file, dir, longName.Build()), 1);
-
-    // The host name has no limit in the format; longer than a reader takes is damage.
-    HandBuiltRecording longHost = MakeHandBuilt(0x0101);
-    longHost.strHost.assign(1001, 'h');
-    EXPECT_EQ(OpenBytes(file, dir, longHost.Build()), 0);
-    longHost.strHost.assign(1000, 'h');
-    ASSERT_EQ(OpenBytes(file, dir, longHost.Build()), 1);
+    // A name of 1001 bytes is longer than a reader takes. The host name has no limit in
+    // the format, but longer than a reader takes is damage all the same.
+    for (std::size_t nLength : {1001, 1000}) {
+        SCOPED_TRACE(nLength);
+        HandBuiltRecording longName = MakeHandBuilt(0x0101);
+        longName.strBoard.assign(nLength, 'b');
+        EXPECT_EQ(OpenBytes(file, dir, longName.Build()), nLength == 1000 ? 1 : 0);
+        HandBuiltRecording longHost = MakeHandBuilt(0x0101);
+        longHost.strHost.assign(nLength, 'h');
+        EXPECT_EQ(OpenBytes(file, dir, longHost.Build()), nLength == 1000 ? 1 : 0);
+    }
     EXPECT_EQ(file.GetHostName().GetLength(), 1000);
     HandBuiltRecording hugeHost = MakeHandBuilt(0x0100);
     hugeHost.dwHostLenField = 0xFFFFFFF0;
@@ -185,16 +173,12 @@ TEST(ZnFileDamagedFrames, RecordsLongerThanTheBuffersAreRefused)
     ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), block[1]));
     EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
-    int nBlock = -1;
-    int nFrame = -1;
-    file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nFrame, 2);
+    ExpectFilePos(file, 0, 2);
     ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 3), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), block[3]));
     EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 4), 0);
     EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 2), 0);
-    file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nFrame, 4);
+    ExpectFilePos(file, 0, 4);
 }
 
 // Cuts a recording of three blocks at every length and compares with what the format

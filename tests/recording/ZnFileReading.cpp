@@ -5,30 +5,18 @@
 #include "platform/CArchive.h"
 #include "platform/CMemFile.h"
 
-namespace {
+#include <tuple>
 
-// Blocks of 4, 2, 5 and 3 frames with sound, lost signal and empty sound among them.
-std::vector<TestFrame> MakeBlocksOfFrames(const std::vector<int>& blockSizes)
-{
-    std::vector<TestFrame> frames;
-    DWORD nIndex = 1;
-    for (int nSize : blockSizes) {
-        for (int i = 0; i < nSize; ++i, ++nIndex) {
-            TestFrame frame = MakeSequenceFrame(nIndex);
-            frame.wFrameType = i == 0 ? ZNFRAME_I : ZNFRAME_P;
-            frames.push_back(frame);
-        }
-    }
-    return frames;
-}
+namespace {
 
 class ZnFileReading : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_frames = MakeBlocksOfFrames({4, 2, 5, 3});
+        // Blocks of 4, 2, 5 and 3 frames with sound, lost signal and empty sound among them.
+        m_frames = MakeBlockFrames({4, 2, 5, 3}, 1);
         WriteRecording(m_dir.Path("read.zn"), m_frames);
-        ASSERT_EQ(m_file.Open(m_dir.Path("read.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+        ASSERT_EQ(OpenToRead(m_file, m_dir.Path("read.zn")), 1);
     }
 
     // Index into m_frames of frame nFrame of block nBlock.
@@ -65,49 +53,28 @@ TEST_F(ZnFileReading, BlockTableCountsTheEndBlockAndIsZeroBehindIt)
 
 TEST_F(ZnFileReading, SequentialReadingGivesEveryFrameThenStops)
 {
-    FrameBuffers buffers(m_file);
-    int nBlock = -1;
-    int nFrame = -1;
-    EXPECT_EQ(m_file.GetFilePos(nBlock, nFrame), 1);
-    EXPECT_EQ(nBlock, 0);
-    EXPECT_EQ(nFrame, 0);
-    for (const TestFrame& frame : m_frames) {
-        ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-        EXPECT_TRUE(FrameEquals(*buffers.Frame(), frame));
-    }
+    ExpectFilePos(m_file, 0, 0);
+    ExpectFramesThenEnd(m_file, m_frames.data(), m_frames.size(), false);
     // Behind the last real frame something may still follow by the table (the end
     // block), and only the next read tells the end.
-    EXPECT_EQ(m_file.GetFilePos(nBlock, nFrame), 1);
-    EXPECT_EQ(nBlock, 3);
-    EXPECT_EQ(nFrame, 3);
-    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
-    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
-    m_file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nBlock, 3);
-    EXPECT_EQ(nFrame, 3);
+    ExpectFilePos(m_file, 3, 3);
+    for (int i = 0; i < 2; ++i)
+        ExpectFramesThenEnd(m_file, nullptr, 0);
+    ExpectFilePos(m_file, 3, 3);
 }
 
 TEST_F(ZnFileReading, PositionedReadsReachEveryFrameAndMoveThePosition)
 {
     FrameBuffers buffers(m_file);
-    int nBlock = -1;
-    int nFrame = -1;
     ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 2, 3), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 3)]));
-    EXPECT_EQ(m_file.GetFilePos(nBlock, nFrame), 1);
-    EXPECT_EQ(nBlock, 2);
-    EXPECT_EQ(nFrame, 4);
-    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 4)]));
-    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(3, 0)]));
+    ExpectFilePos(m_file, 2, 4);
+    ExpectFramesThenEnd(m_file, &m_frames[FrameIndex(2, 4)], m_frames.size() - FrameIndex(2, 4));
 
     // One past the end of a block is the first frame of the next.
     ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 1, 2), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 0)]));
-    m_file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nBlock, 2);
-    EXPECT_EQ(nFrame, 1);
+    ExpectFilePos(m_file, 2, 1);
 
     // Every frame by its place.
     for (int b = 0; b < 4; ++b) {
@@ -127,11 +94,7 @@ TEST_F(ZnFileReading, ReadsOutsideTheFileChangeNothing)
     EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 3, 3), 0);
     EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 4, 0), 0);
     EXPECT_EQ(m_file.ReadOneFrame(nullptr, -1, 0), 0);
-    int nBlock = -1;
-    int nFrame = -1;
-    m_file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nBlock, 1);
-    EXPECT_EQ(nFrame, 2);
+    ExpectFilePos(m_file, 1, 2);
     ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 0)]));
 }
@@ -141,11 +104,8 @@ TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
     CZnFile file("x", "y", "z");
     tag_CAMERAINFO info{};
     ASSERT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
-    EXPECT_EQ(info.nBoard, 1);
-    EXPECT_EQ(info.nCamera, 2);
-    EXPECT_EQ(info.nWidth, 320);
-    EXPECT_EQ(info.nHeight, 240);
-    EXPECT_EQ(info.nStandard, STANDARD_NTSC);
+    EXPECT_EQ(std::tie(info.nBoard, info.nCamera, info.nWidth, info.nHeight, info.nStandard),
+              std::make_tuple(1, 2, 320, 240, STANDARD_NTSC));
     EXPECT_EQ(file.GetVideoWidth(), 320);
     EXPECT_EQ(file.GetVideoHeight(), 240);
     EXPECT_EQ(file.GetFileVersion(), 0x0101);
@@ -176,7 +136,7 @@ TEST(ZnFileReadingTable, TableGrowsBeyondItsFirstSize)
     }
     WriteRecording(dir.Path("many.zn"), frames);
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("many.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(file, dir.Path("many.zn")), 1);
     ASSERT_EQ(file.GetTotalBlock(), 1501u);
     ASSERT_GE(file.GetBlockInfo()->GetSize(), 1501);
     for (int i = 0; i < 1500; ++i)
@@ -200,21 +160,12 @@ TEST(ZnFileReadingTable, WriterCanBeReadBetweenBlockChanges)
     }
     // Two blocks are closed; the third collects in memory.
     CZnFile reader;
-    ASSERT_EQ(reader.Open(dir.Path("live.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reader, dir.Path("live.zn")), 1);
     EXPECT_EQ(reader.GetTotalBlock(), 3u);
     EXPECT_EQ(reader.GetTotalFrameNum(), 320u);
-    FrameBuffers buffers(reader);
-    for (DWORD i = 0; i < 320; ++i) {
-        ASSERT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-        ASSERT_TRUE(FrameEquals(*buffers.Frame(), frames[i]));
-    }
-    EXPECT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    ExpectFramesThenEnd(reader, frames.data(), 320);
     writer.Close();
 }
-
-} // namespace
-
-namespace {
 
 TEST(ZnFileReadingTable, TableStoresItselfAsCountAndTwelveByteEntries)
 {

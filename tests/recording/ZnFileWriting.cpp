@@ -54,13 +54,10 @@ TEST(ZnFileWriting, HeadNamesLinksAndFramesStandByteByByte)
 
     const std::vector<BYTE> bytes = ReadFileBytes(strPath);
     ASSERT_GE(bytes.size(), 36u);
-    EXPECT_EQ(bytes[0], 0x5A);
-    EXPECT_EQ(bytes[1], 0x4E);
-    EXPECT_EQ(GetLe16(bytes, 2), 0x0101);
-    EXPECT_EQ(bytes[4], FRAMESIZE_640X240);
-    EXPECT_EQ(bytes[5], 0x05);
-    EXPECT_EQ(bytes[6], 3);
-    EXPECT_EQ(bytes[7], 160);
+    // Magic, version 0x0101, frame size, board 0x105 by its low byte, camera, key-frame
+    // interval.
+    EXPECT_EQ(std::vector<BYTE>(bytes.begin(), bytes.begin() + 8),
+              (std::vector<BYTE>{0x5A, 0x4E, 0x01, 0x01, FRAMESIZE_640X240, 0x05, 3, 160}));
     EXPECT_GE(GetLe32(bytes, 8), dwBefore);
     EXPECT_LE(GetLe32(bytes, 12), dwAfter);
     EXPECT_LE(GetLe32(bytes, 8), GetLe32(bytes, 12));
@@ -71,10 +68,8 @@ TEST(ZnFileWriting, HeadNamesLinksAndFramesStandByteByByte)
     EXPECT_EQ(GetLe32(bytes, 32), 0u);
     const DWORD dwDataOffset = GetLe32(bytes, 28);
     EXPECT_EQ(dwDataOffset, 36u + 5 + 6 + 4 + 4 + 4);
-    EXPECT_EQ(std::string(bytes.begin() + 36, bytes.begin() + 41), "board");
-    EXPECT_EQ(std::string(bytes.begin() + 41, bytes.begin() + 47), "camera");
-    EXPECT_EQ(GetLe32(bytes, 47), 4u);
-    EXPECT_EQ(std::string(bytes.begin() + 51, bytes.begin() + 55), "host");
+    // Board and camera names, then the host name behind its length.
+    EXPECT_EQ(std::string(bytes.begin() + 36, bytes.begin() + 55), std::string("boardcamera\x04\0\0\0host", 19));
     EXPECT_LT(GetLe32(bytes, 55), 24u);
 
     // Two blocks of one frame each, then the end block and nothing behind it.
@@ -160,7 +155,7 @@ TEST(ZnFileWriting, HeadAndFirstBlockDescribeTheFirstAcceptedFrame)
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(reader.Open(dir.Path("first.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reader, dir.Path("first.zn")), 1);
     EXPECT_EQ(reader.GetBeginTimeStamp(), 987654u);
     EXPECT_GE(reader.GetBeginTime(), dwBefore);
     EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwTimeStamp, 987654u);
@@ -174,33 +169,24 @@ TEST(ZnFileWriting, WritePositionNamesTheFrameWrittenLast)
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
     ASSERT_EQ(file.Open(dir.Path("pos.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
-    int nBlock = -1;
-    int nFrame = -1;
-    EXPECT_EQ(file.GetFilePos(nBlock, nFrame), 1);
-    EXPECT_EQ(nBlock, 0);
-    EXPECT_EQ(nFrame, 0);
+    ExpectFilePos(file, 0, 0);
     std::vector<TestFrame> frames = MakeSequence(3);
     for (TestFrame& frame : frames)
         ASSERT_EQ(WriteTestFrame(file, frame), 1);
-    file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nBlock, 0);
-    EXPECT_EQ(nFrame, 2);
+    ExpectFilePos(file, 0, 2);
     // Two key frames in a row: the first forms a block of one frame.
     TestFrame key = MakeSequenceFrame(0, 2);
     ASSERT_EQ(WriteTestFrame(file, key), 1);
     ASSERT_EQ(WriteTestFrame(file, key), 1);
-    file.GetFilePos(nBlock, nFrame);
-    EXPECT_EQ(nBlock, 2);
-    EXPECT_EQ(nFrame, 0);
+    ExpectFilePos(file, 2, 0);
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(reader.Open(dir.Path("pos.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reader, dir.Path("pos.zn")), 1);
     ASSERT_EQ(reader.GetTotalBlock(), 4u);
-    EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 3u);
-    EXPECT_EQ(reader.GetBlockInfo()->GetAt(1).dwFrames, 1u);
-    EXPECT_EQ(reader.GetBlockInfo()->GetAt(2).dwFrames, 1u);
-    EXPECT_EQ(reader.GetBlockInfo()->GetAt(3).dwFrames, 0u);
+    const DWORD expectedFrames[] = {3, 1, 1, 0};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(reader.GetBlockInfo()->GetAt(i).dwFrames, expectedFrames[i]) << "block " << i;
 }
 
 TEST(ZnFileWriting, FailuresAreResultsAndKeepTheFileWhole)
@@ -245,13 +231,9 @@ TEST(ZnFileWriting, FailuresAreResultsAndKeepTheFileWhole)
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(reader.Open(strPath.c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reader, strPath), 1);
     ASSERT_EQ(reader.GetTotalFrameNum(), 161u);
-    FrameBuffers buffers(reader);
-    for (const TestFrame& frame : frames) {
-        ASSERT_EQ(reader.ReadOneFrame(buffers.Frame(), -1, 0), 1);
-        EXPECT_TRUE(FrameEquals(*buffers.Frame(), frame));
-    }
+    ExpectFramesThenEnd(reader, frames);
 }
 
 TEST(ZnFileWriting, NamesLongerThanAReaderTakesAreCut)
@@ -266,15 +248,11 @@ TEST(ZnFileWriting, NamesLongerThanAReaderTakesAreCut)
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(reader.Open(dir.Path("long.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reader, dir.Path("long.zn")), 1);
     EXPECT_EQ(reader.GetCameraName().GetLength(), 1000);
     EXPECT_EQ(reader.GetBoardName().GetLength(), 1000);
     EXPECT_EQ(reader.GetHostName().GetLength(), 1000);
 }
-
-} // namespace
-
-namespace {
 
 TEST(ZnFileWritingLimits, BlockCounterNeverWraps)
 {
@@ -294,7 +272,7 @@ TEST(ZnFileWritingLimits, BlockCounterNeverWraps)
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(reader.Open(dir.Path("full.zn").c_str(), nullptr, 0, ZNFILE_READ), 1);
+    ASSERT_EQ(OpenToRead(reader, dir.Path("full.zn")), 1);
     EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 0xFFFFu);
     EXPECT_EQ(reader.GetTotalFrameNum(), 0x10000u);
 }
