@@ -176,24 +176,20 @@ tag_ZNRETURN CVideo::CloseBoard(int nBoard)
 
 tag_ZNRETURN CVideo::OpenCamera(int nBoard, int nCamera, CEncodeParam* pParam, tag_VIDEOCOLOR*)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_FAILED;
-    return m_ppCaptureWnd[nBoard]->OpenCamera(nCamera, pParam) ? ZNRET_OK : ZNRET_FAILED;
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_FAILED, nResult);
+    if (pWnd == nullptr)
+        return nResult;
+    return pWnd->OpenCamera(nCamera, pParam) ? ZNRET_OK : ZNRET_FAILED;
 }
 
 tag_ZNRETURN CVideo::CloseCamera(int nBoard, int nCamera)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_FAILED;
-    return m_ppCaptureWnd[nBoard]->CloseCamera(nCamera) ? ZNRET_OK : ZNRET_FAILED;
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_FAILED, nResult);
+    if (pWnd == nullptr)
+        return nResult;
+    return pWnd->CloseCamera(nCamera) ? ZNRET_OK : ZNRET_FAILED;
 }
 
 int CVideo::GetBoardNum() const
@@ -252,21 +248,19 @@ tag_ZNRETURN CVideo::GetCameraStatus(int nBoard, int nCamera, tag_CAMERASTATUS& 
 
 tag_ZNRETURN CVideo::GetVideoSize(int nBoard, tag_FRAMESIZE& nSize)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_NOT_AVAILABLE;
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_NOT_AVAILABLE, nResult);
+    if (pWnd == nullptr)
+        return nResult;
     int nWidth = 0;
     int nHeight = 0;
     tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
-    m_ppCaptureWnd[nBoard]->GetVideoSize(&nWidth, &nHeight, &nStandard);
+    pWnd->GetVideoSize(&nWidth, &nHeight, &nStandard);
     nSize = GetVideoSize(nWidth, nHeight, nStandard, m_dwRevision);
     return nSize == FRAMESIZE_INVALID ? ZNRET_FAILED : ZNRET_OK;
 }
 
-CCaptureWnd* CVideo::FindBoardForSetting(int nBoard, tag_ZNRETURN& nResult) const
+CCaptureWnd* CVideo::FindOpenBoard(int nBoard, tag_ZNRETURN nWhenClosed, tag_ZNRETURN& nResult) const
 {
     nResult = ZNRET_FAILED;
     if (m_ppCaptureWnd == nullptr)
@@ -275,13 +269,15 @@ CCaptureWnd* CVideo::FindBoardForSetting(int nBoard, tag_ZNRETURN& nResult) cons
         nResult = ZNRET_BAD_ARGUMENT;
         return nullptr;
     }
+    if (m_ppCaptureWnd[nBoard] == nullptr)
+        nResult = nWhenClosed;
     return m_ppCaptureWnd[nBoard];
 }
 
 tag_ZNRETURN CVideo::SendSetting(int nBoard, int nCamera, int nOperation, LPARAM nValue)
 {
     tag_ZNRETURN nResult = ZNRET_FAILED;
-    CCaptureWnd* pWnd = FindBoardForSetting(nBoard, nResult);
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_FAILED, nResult);
     if (pWnd == nullptr)
         return nResult;
     HWND hCamera = pWnd->GetCameraWnd(nCamera);
@@ -343,15 +339,13 @@ tag_ZNRETURN CVideo::ResetEncodeSeq(int nBoard, int nCamera)
 
 tag_ZNRETURN CVideo::GetEncodeParam(int nBoard, int nCamera, CEncodeParam* pParam)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_NOT_AVAILABLE;
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_NOT_AVAILABLE, nResult);
+    if (pWnd == nullptr)
+        return nResult;
     if (pParam == nullptr)
         return ZNRET_BAD_ARGUMENT;
-    HWND hCamera = m_ppCaptureWnd[nBoard]->GetCameraWnd(nCamera);
+    HWND hCamera = pWnd->GetCameraWnd(nCamera);
     if (hCamera == nullptr)
         return ZNRET_FAILED;
     ::SendMessage(hCamera, WM_ZN_GETPARAM, CAMOP_ENCODEPARAM, reinterpret_cast<LPARAM>(pParam));
@@ -360,35 +354,29 @@ tag_ZNRETURN CVideo::GetEncodeParam(int nBoard, int nCamera, CEncodeParam* pPara
 
 tag_ZNRETURN CVideo::SetVideoColor(int nBoard, int nCamera, tag_VIDEOCOLOR* pColor)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_NOT_AVAILABLE;
-    return m_ppCaptureWnd[nBoard]->SetVideoColor(nCamera, pColor) ? ZNRET_OK : ZNRET_FAILED;
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_NOT_AVAILABLE, nResult);
+    if (pWnd == nullptr)
+        return nResult;
+    return pWnd->SetVideoColor(nCamera, pColor) ? ZNRET_OK : ZNRET_FAILED;
 }
 
 tag_ZNRETURN CVideo::GetVideoColor(int nBoard, int nCamera, tag_VIDEOCOLOR* pColor)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_NOT_AVAILABLE;
-    return m_ppCaptureWnd[nBoard]->GetVideoColor(nCamera, pColor) ? ZNRET_OK : ZNRET_FAILED;
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_NOT_AVAILABLE, nResult);
+    if (pWnd == nullptr)
+        return nResult;
+    return pWnd->GetVideoColor(nCamera, pColor) ? ZNRET_OK : ZNRET_FAILED;
 }
 
 tag_ZNRETURN CVideo::SetRecordSpeed(int nBoard, int nSpeed)
 {
-    if (m_ppCaptureWnd == nullptr)
-        return ZNRET_FAILED;
-    if (!IsBoardNumber(nBoard))
-        return ZNRET_BAD_ARGUMENT;
-    if (m_ppCaptureWnd[nBoard] == nullptr)
-        return ZNRET_NOT_AVAILABLE;
-    m_ppCaptureWnd[nBoard]->SetRecordSpeed(nSpeed);
+    tag_ZNRETURN nResult = ZNRET_FAILED;
+    CCaptureWnd* pWnd = FindOpenBoard(nBoard, ZNRET_NOT_AVAILABLE, nResult);
+    if (pWnd == nullptr)
+        return nResult;
+    pWnd->SetRecordSpeed(nSpeed);
     return ZNRET_OK;
 }
 

@@ -78,9 +78,10 @@ protected:
     void Close();
 
 private:
-    // The capture window of a board for the setting operations, or the result that
-    // stops them; nullptr with nResult set when the operation can't go on.
-    CCaptureWnd* FindBoardForSetting(int nBoard, tag_ZNRETURN& nResult) const;
+    // The capture window of an open board, or nullptr with the result that stops the
+    // operation: failure before Open, a bad argument for a board number out of range,
+    // and nWhenClosed for a board that isn't open.
+    CCaptureWnd* FindOpenBoard(int nBoard, tag_ZNRETURN nWhenClosed, tag_ZNRETURN& nResult) const;
     tag_ZNRETURN SendSetting(int nBoard, int nCamera, int nOperation, LPARAM nValue);
     bool IsBoardNumber(int nBoard) const;
 };
