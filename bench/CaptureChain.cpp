@@ -94,7 +94,7 @@ void BM_CaptureChain(benchmark::State& state)
     CBenchHost host;
     {
         CVideo video;
-        video.Open(&host, bSecond ? ZN_REVISION_20020219 : ZN_REVISION_20020114);
+        video.Open(&host, bSecond ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114);
         if (video.OpenBoard(0, nSize, 0, nullptr) != ZNRET_OK) {
             state.SkipWithError("board doesn't open");
             return;

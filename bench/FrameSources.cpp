@@ -81,7 +81,7 @@ void BM_ImmediateReadRoundTrip(benchmark::State& state)
     for (auto _ : state) {
         read.nCamera = 1 - read.nCamera;
         stream.ReadVideo(&read);
-        GetMessage(&msg, window.m_hWnd, WM_DRIVER_FRAME, WM_DRIVER_FRAME);
+        GetMessage(&msg, window.m_hWnd, WM_ZN_FRAME, WM_ZN_FRAME);
     }
     stream.Close();
     window.DestroyWindow();

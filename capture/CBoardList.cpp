@@ -1,6 +1,6 @@
 #include "capture/CBoardList.h"
 
-#include "capture/BoardLayout.h"
+#include "vocabulary/BoardLayout.h"
 #include "capture/CaptureTypes.h"
 
 CBoardList::CBoardList(DWORD dwRevision)
@@ -37,7 +37,7 @@ CBoardList::~CBoardList()
 bool CBoardList::IsTakenBy(DWORD dwRevision, tag_AVVersion version)
 {
     const bool bTwoStream = IsTwoStreamBoard(version);
-    return dwRevision == ZN_REVISION_20020219 ? bTwoStream : !bTwoStream;
+    return dwRevision == STREAM_REVISION_20020219 ? bTwoStream : !bTwoStream;
 }
 
 int CBoardList::GetBoardNum() const

@@ -48,7 +48,7 @@ CCameraWnd::~CCameraWnd()
 
 int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
 {
-    if (dwRevision != ZN_REVISION_20020219)
+    if (dwRevision != STREAM_REVISION_20020219)
         return nQi;
     if (nQi < 8)
         return 4;
@@ -184,7 +184,7 @@ void CCameraWnd::PrepareEncodeSettings()
     // reads back what the encoder used.
     m_pParam->m_nCheckSen = std::clamp(m_pParam->m_nCheckSen, kMinCheckSen, kMaxCheckSen);
     m_encodeSettings.nQuantiser = MapQuantiser(m_pParam->m_nQi, m_dwRevision);
-    int nScale = m_dwRevision == ZN_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale;
+    int nScale = m_dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale;
     if (!m_pParam->m_bEncodeMode)
         nScale = kMoveThresholdScale;
     m_encodeSettings.nThreshold = m_pParam->m_nCheckSen * nScale;

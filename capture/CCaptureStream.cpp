@@ -60,7 +60,7 @@ CCaptureStream::~CCaptureStream()
 void CCaptureStream::GetDeliveredSize(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, DWORD dwRevision,
                                       int& nDeliveredWidth, int& nDeliveredHeight)
 {
-    if (dwRevision != ZN_REVISION_20020219) {
+    if (dwRevision != STREAM_REVISION_20020219) {
         nDeliveredWidth = nWidth;
         nDeliveredHeight = nHeight;
     } else if (nStandard == STANDARD_PAL) {
@@ -155,7 +155,7 @@ void CCaptureStream::FillPorts(tag_VideoPort& videoPort, tag_PciPort& pciPort) c
     videoPort.dwTop = bPal ? kPortTopPal : kPortTopNtsc;
     videoPort.dwWidth = bPal ? kPortWidthPal : kPortWidthNtsc;
     videoPort.dwHeight = bPal ? kPortHeightPal : kPortHeightNtsc;
-    if (bPal && m_nStream == 1 && m_nWidth == 640 && m_nHeight == 240 && m_dwRevision != ZN_REVISION_20020219) {
+    if (bPal && m_nStream == 1 && m_nWidth == 640 && m_nHeight == 240 && m_dwRevision != STREAM_REVISION_20020219) {
         videoPort.dwWidth = kPortWidthNtsc;
         videoPort.dwHeight = kPortHeightNtsc;
     }

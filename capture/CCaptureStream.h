@@ -4,7 +4,7 @@
 // its CCaptureWnd; runs on the window thread, in the handler of the driver's message.
 #pragma once
 
-#include "capture/BoardLayout.h"
+#include "vocabulary/BoardLayout.h"
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"
 #include "driver/CVideoStream.h"

@@ -1,6 +1,6 @@
 #include "capture/CCaptureWnd.h"
 
-#include "capture/BoardLayout.h"
+#include "vocabulary/BoardLayout.h"
 #include "capture/CCaptureStream.h"
 #include "capture/CVideo.h"
 

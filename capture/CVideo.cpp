@@ -1,6 +1,6 @@
 #include "capture/CVideo.h"
 
-#include "capture/BoardLayout.h"
+#include "vocabulary/BoardLayout.h"
 #include "capture/CBoardList.h"
 #include "capture/CCaptureWnd.h"
 #include "capture/CEncodeParam.h"
@@ -8,30 +8,6 @@
 #include <new>
 
 namespace {
-
-struct FrameSizeRow {
-    tag_FRAMESIZE nSize;
-    int nWidth;
-    int nHeight;
-    tag_VIDEOSTANDARD nStandard;
-    DWORD dwRevision;
-};
-
-// Every frame size with its picture and the stream revision whose boards deliver it.
-constexpr FrameSizeRow kFrameSizeTable[] = {
-    {FRAMESIZE_160X112, 160, 112, STANDARD_NTSC, ZN_REVISION_20020114},
-    {FRAMESIZE_240X176, 240, 176, STANDARD_NTSC, ZN_REVISION_20020114},
-    {FRAMESIZE_320X240, 320, 240, STANDARD_NTSC, ZN_REVISION_20020114},
-    {FRAMESIZE_640X240, 640, 240, STANDARD_NTSC, ZN_REVISION_20020114},
-    {FRAMESIZE_320X240_R2, 320, 240, STANDARD_NTSC, ZN_REVISION_20020219},
-    {FRAMESIZE_640X240_R2, 640, 240, STANDARD_NTSC, ZN_REVISION_20020219},
-    {FRAMESIZE_176X144, 176, 144, STANDARD_PAL, ZN_REVISION_20020114},
-    {FRAMESIZE_256X192, 256, 192, STANDARD_PAL, ZN_REVISION_20020114},
-    {FRAMESIZE_352X288, 352, 288, STANDARD_PAL, ZN_REVISION_20020114},
-    {FRAMESIZE_640X240_PAL, 640, 240, STANDARD_PAL, ZN_REVISION_20020114},
-    {FRAMESIZE_352X288_R2, 352, 288, STANDARD_PAL, ZN_REVISION_20020219},
-    {FRAMESIZE_704X288_R2, 704, 288, STANDARD_PAL, ZN_REVISION_20020219},
-};
 
 // The bus lock is waited for this long by a port operation, in the driver's unit.
 constexpr DWORD kPortLockTimeout = 1000;
@@ -78,7 +54,7 @@ bool RunPortOperation(CSpciDebi& debi, DWORD dwOperation, DWORD dwValue, DWORD& 
 DWORD CVideo::m_dwObjNumber = 0;
 
 CVideo::CVideo()
-    : m_dwRevision(ZN_REVISION_20020114)
+    : m_dwRevision(STREAM_REVISION_20020114)
 {
     ++m_dwObjNumber;
 }
@@ -421,27 +397,11 @@ int CVideo::ZN2AVPortOperation(void* pVideo, int nBoard, DWORD dwOperation, DWOR
 tag_ZNRETURN CVideo::GetVideoSize(tag_FRAMESIZE nSize, tag_VIDEOSTANDARD& nStandard, int& nWidth,
                                   int& nHeight)
 {
-    for (const FrameSizeRow& row : kFrameSizeTable) {
-        if (row.nSize == nSize) {
-            nStandard = row.nStandard;
-            nWidth = row.nWidth;
-            nHeight = row.nHeight;
-            return ZNRET_OK;
-        }
-    }
-    return ZNRET_FAILED;
+    return GetFrameSizePicture(nSize, nStandard, nWidth, nHeight) ? ZNRET_OK : ZNRET_FAILED;
 }
 
 tag_FRAMESIZE CVideo::GetVideoSize(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard,
                                    DWORD dwRevision)
 {
-    // Every revision other than the second family's reads as the first one's.
-    const DWORD dwRowRevision =
-        dwRevision == ZN_REVISION_20020219 ? ZN_REVISION_20020219 : ZN_REVISION_20020114;
-    for (const FrameSizeRow& row : kFrameSizeTable) {
-        if (row.dwRevision == dwRowRevision && row.nStandard == nStandard &&
-            row.nWidth == nWidth && row.nHeight == nHeight)
-            return row.nSize;
-    }
-    return FRAMESIZE_INVALID;
+    return GetFrameSizeOfPicture(nWidth, nHeight, nStandard, dwRevision);
 }

@@ -3,25 +3,16 @@
 // Plain values; the record points into memory owned by a camera channel.
 #pragma once
 
-#include "driver/CVideoStream.h"
 #include "platform/WinMessages.h"
 #include "platform/WinTypes.h"
-#include "recording/FileRecords.h"
+#include "vocabulary/FrameRecords.h"
+#include "vocabulary/Messages.h"
 
 class CEncodeParam;
 
-// Driver to capture window (a finished read), channel to its encoder thread (a frame
-// to code), and library to host (a frame record): three targets, one number.
-inline constexpr UINT WM_ZN_FRAME = WM_USER + 101;
-// Host to camera window: the frame record is given back.
-inline constexpr UINT WM_ZN_FRAMEDONE = WM_USER + 102;
-// Encoder thread to camera window: the frame has been coded.
-inline constexpr UINT WM_ZN_ENCODED = WM_USER + 103;
 // CVideo to camera window: change a setting, read a setting.
 inline constexpr UINT WM_ZN_SETPARAM = WM_USER + 104;
 inline constexpr UINT WM_ZN_GETPARAM = WM_USER + 105;
-
-static_assert(WM_ZN_FRAME == WM_DRIVER_FRAME, "the driver and the capture window agree on the frame message");
 
 // The operation numbers that WM_ZN_SETPARAM and WM_ZN_GETPARAM carry in wParam.
 enum tag_CAMERAOPERATION : int {

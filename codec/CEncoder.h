@@ -6,6 +6,7 @@
 #include "codec/CodecTypes.h"
 #include "platform/CObject.h"
 #include "platform/WinTypes.h"
+#include "vocabulary/StreamRevision.h"
 
 #include <cstddef>
 
@@ -17,9 +18,6 @@ struct ENCODER_RETURN {
     int nLength;        // bytes of the picture record, even
     BYTE* pBuffer;      // the record inside the encoder, valid until the next Encode
 };
-
-inline constexpr DWORD STREAM_REVISION_20020114 = 0x20020114;
-inline constexpr DWORD STREAM_REVISION_20020219 = 0x20020219;
 
 class CEncoder : public CObject {
 public:

@@ -128,7 +128,7 @@ void CStreamPump::DeliverPending(std::unique_lock<std::mutex>& lock)
     m_bDrawing = false;
     m_drawingDone.notify_all();
     if (m_bStarted) {
-        PostMessage(m_hWnd, WM_DRIVER_FRAME, static_cast<WPARAM>(m_nStream), static_cast<LPARAM>(read.nCamera));
+        PostMessage(m_hWnd, WM_ZN_FRAME, static_cast<WPARAM>(m_nStream), static_cast<LPARAM>(read.nCamera));
         m_pBoard->RecordDelivery(m_nStream);
     }
 }

@@ -1,5 +1,5 @@
 // One video stream of a board as the driver offers it: opened on a window that gets
-// WM_DRIVER_FRAME for every finished read, started and stopped, given one read order
+// WM_ZN_FRAME for every finished read, started and stopped, given one read order
 // at a time. The capture stream derives from it. Thread-bound to the thread that opens
 // it (the window's thread); frames are drawn on a driver thread of its own.
 #pragma once
@@ -10,13 +10,11 @@
 #include "driver/FrameSources.h"
 #include "platform/Export.h"
 #include "platform/WinMessages.h"
+#include "vocabulary/Messages.h"
 
 #include <memory>
 
 class CStreamPump;
-
-// A finished read: wParam the stream, lParam the camera of the order (within the stream).
-inline constexpr UINT WM_DRIVER_FRAME = WM_USER + 101;
 
 // The largest frame a stream delivers.
 inline constexpr int MAX_DELIVERED_WIDTH = 1024;
@@ -60,5 +58,5 @@ private:
     std::unique_ptr<CStreamPump> m_pDriverPump;
     int m_nDriverCameras = 0;
     tag_FRAMEFORMAT m_driverFormat{};
-    tag_ZNCOLOR m_driverColors[MAX_STREAM_CAMERAS]{};
+    tag_ZNCOLOR m_driverColors[STREAM_CAMERA_SLOTS]{};
 };

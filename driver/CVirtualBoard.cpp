@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr BYTE kTwoStreamGeneration = 2;
 constexpr int kNtscFramesPerSecond = 30;
 constexpr int kPalFramesPerSecond = 25;
 
@@ -46,30 +45,25 @@ CSpciDebi* CVirtualBoard::GetDebi()
     return &m_debi;
 }
 
-// Generations 0 and 1 have one stream with every camera; generation 2 splits the
-// cameras over two streams; later generations have no stream this driver knows.
+// The layout follows the shared board rules, so that capture finds each camera where
+// the board delivers it.
 int CVirtualBoard::GetStreamCount() const
 {
-    const BYTE byGeneration = m_version.GetGeneration();
-    if (byGeneration > kTwoStreamGeneration)
-        return 0;
-    return byGeneration == kTwoStreamGeneration ? 2 : 1;
+    return GetBoardStreamNum(m_version);
 }
 
 int CVirtualBoard::GetStreamCameras(int nStream) const
 {
     if (nStream < 0 || nStream >= GetStreamCount())
         return 0;
-    const int nChannels = m_version.GetChannels();
-    const int nPerStream = m_version.GetGeneration() == kTwoStreamGeneration ? nChannels / 2 : nChannels;
-    return std::min(nPerStream, MAX_STREAM_CAMERAS);
+    return GetStreamCameraNum(m_version);
 }
 
 int CVirtualBoard::GetFirstCamera(int nStream) const
 {
-    if (nStream <= 0 || nStream >= GetStreamCount())
+    if (nStream < 0 || nStream >= GetStreamCount())
         return 0;
-    return nStream * GetStreamCameras(0);
+    return GetStreamFirstCamera(m_version, nStream);
 }
 
 tag_CAMERASOURCE CVirtualBoard::GetCameraSource(int nCamera) const

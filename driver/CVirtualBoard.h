@@ -38,10 +38,6 @@ struct tag_VIRTUALBOARD {
     int nFramesPerSecond = 0;  // of a stream; 0 takes the standard's: 30, or 25 for PAL
 };
 
-// Cameras a stream can carry.
-inline constexpr int MAX_STREAM_CAMERAS = 4;
-inline constexpr int MAX_BOARD_STREAMS = 2;
-inline constexpr int MAX_BOARD_CAMERAS = MAX_STREAM_CAMERAS * MAX_BOARD_STREAMS;
 inline constexpr int READ_HISTORY = 64;
 
 // What one stream of the board has been asked, for tests and the host program.

@@ -4,26 +4,13 @@
 #pragma once
 
 #include "platform/WinTypes.h"
+#include "vocabulary/BoardLayout.h"
 
 // The video standard as the driver takes it: the same values as the capture code's.
 enum tag_VIDEOSTANDARD1 : int {
     DRIVER_STANDARD_NTSC = 0,
     DRIVER_STANDARD_PAL = 1,
 };
-
-// The firmware word of a board. Byte 2 holds the number of camera inputs, byte 3 the
-// board generation; the two low bytes are the firmware's own revision.
-struct tag_AVVersion {
-    DWORD dwVersion;
-
-    BYTE GetChannels() const { return static_cast<BYTE>(dwVersion >> 16); }
-    BYTE GetGeneration() const { return static_cast<BYTE>(dwVersion >> 24); }
-};
-
-inline constexpr tag_AVVersion MakeAVVersion(BYTE byChannels, BYTE byGeneration, WORD wRevision = 0)
-{
-    return tag_AVVersion{static_cast<DWORD>(byGeneration) << 24 | static_cast<DWORD>(byChannels) << 16 | wRevision};
-}
 
 // The part of the analogue input that a stream captures: which input, and the
 // window in the full picture (left, top, width, height).

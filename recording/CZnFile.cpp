@@ -1,6 +1,5 @@
 #include "recording/CZnFile.h"
 
-#include "capture/CVideo.h"
 #include "platform/CMemoryException.h"
 #include "platform/Disks.h"
 #include "platform/CTime.h"
@@ -177,8 +176,8 @@ struct PictureSize {
 PictureSize LookUpPicture(const tag_ZNFILEHEADER& header)
 {
     PictureSize picture;
-    CVideo::GetVideoSize(static_cast<tag_FRAMESIZE>(header.byFrameSize), picture.nStandard,
-                         picture.nWidth, picture.nHeight);
+    GetFrameSizePicture(static_cast<tag_FRAMESIZE>(header.byFrameSize), picture.nStandard, picture.nWidth,
+                        picture.nHeight);
     return picture;
 }
 
@@ -293,7 +292,7 @@ int CZnFile::OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, D
     if (pInfo == nullptr)
         return 0;
     const tag_FRAMESIZE nSize =
-        CVideo::GetVideoSize(pInfo->nWidth, pInfo->nHeight, pInfo->nStandard, dwRevision);
+        GetFrameSizeOfPicture(pInfo->nWidth, pInfo->nHeight, pInfo->nStandard, dwRevision);
     if (nSize == FRAMESIZE_INVALID)
         return 0;
 
@@ -306,7 +305,7 @@ int CZnFile::OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, D
     tag_ZNFILEHEADER header{};
     header.byMagic[0] = ZNFILE_MAGIC_0;
     header.byMagic[1] = ZNFILE_MAGIC_1;
-    header.wVersion = dwRevision == ZN_REVISION_20020219 ? ZNFILE_VERSION_R2 : ZNFILE_VERSION_GMT;
+    header.wVersion = dwRevision == STREAM_REVISION_20020219 ? ZNFILE_VERSION_R2 : ZNFILE_VERSION_GMT;
     header.byFrameSize = static_cast<BYTE>(nSize);
     header.byBoard = static_cast<BYTE>(pInfo->nBoard);
     header.byCamera = static_cast<BYTE>(pInfo->nCamera);

@@ -11,7 +11,8 @@
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
 #include "recording/FileRecords.h"
-#include "sound/SoundFormat.h"
+#include "vocabulary/SoundFormat.h"
+#include "vocabulary/StreamRevision.h"
 
 class ZNDVR_API CZnFile : public CObject {
 public:

@@ -1,54 +1,16 @@
-// The records of a recording file: the frame record that travels from a camera channel
-// through the host into a file and back to the player, the block table entry, the
-// camera description, and the head and block record as they stand in a file.
+// The records of a recording file: the block table entry, and the head and block record
+// as they stand in a file. The frame record and the camera description that a file
+// holds are shared with capture and playback.
 #pragma once
 
-#include "capture/CaptureTypes.h"
 #include "platform/WinTypes.h"
-
-enum tag_ZNFILEMODE : int {
-    ZNFILE_WRITE = 0,
-    ZNFILE_READ = 1,
-};
-
-// wFrameType of a frame record.
-inline constexpr WORD ZNFRAME_I = 0;
-inline constexpr WORD ZNFRAME_P = 2;
-
-// Bits of wFlags. A reader tests ZNFRAME_SOUND alone and keeps the others as they are.
-inline constexpr WORD ZNFRAME_LOST = 0x0001;
-inline constexpr WORD ZNFRAME_ALARM = 0x0002;
-inline constexpr WORD ZNFRAME_SOUND = 0x8000;
-
-// The sound area of one frame, wherever a frame's sound is held.
-inline constexpr DWORD ZNFRAME_SOUND_BUFFER_SIZE = 65536;
-
-// One frame. The record does not own its buffers: a camera channel's hold width x
-// height x 2 video bytes and ZNFRAME_SOUND_BUFFER_SIZE sound bytes, and a reader of a
-// file provides the same capacities for the frame size of that file.
-struct tag_ZNFRAMEDATA {
-    WORD wFrameType;
-    WORD wFlags;
-    DWORD dwTimeStamp;
-    DWORD dwVideoLen;
-    BYTE* pVideo;
-    DWORD dwSoundLen;       // meaningful only with ZNFRAME_SOUND
-    BYTE* pSound;
-};
+#include "vocabulary/FrameRecords.h"
 
 // One entry of a file's block table, rebuilt from the chain of blocks at each opening.
 struct tag_ZNBLOCKINFO {
     DWORD dwOffset;         // file offset of the block's record
     DWORD dwFrames;
     DWORD dwTimeStamp;      // stamp of the block's first frame
-};
-
-struct tag_CAMERAINFO {
-    int nBoard;
-    int nCamera;
-    int nWidth;
-    int nHeight;
-    tag_VIDEOSTANDARD nStandard;
 };
 
 // The 36-byte head at offset 0 of a recording file, little-endian on disk.

@@ -53,7 +53,7 @@ public:
     {
         MSG msg;
         while (MsgWaitForMultipleObjects(0, nullptr, FALSE, kFrameTimeout, QS_ALLPOSTMESSAGE) != WAIT_TIMEOUT) {
-            while (PeekMessage(&msg, m_hWnd, WM_DRIVER_FRAME, WM_DRIVER_FRAME, PM_REMOVE)) {
+            while (PeekMessage(&msg, m_hWnd, WM_ZN_FRAME, WM_ZN_FRAME, PM_REMOVE)) {
                 if (msg.lParam == nCamera)
                     return true;
             }

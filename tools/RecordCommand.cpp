@@ -279,7 +279,7 @@ int RunRecordCommand(std::span<char* const> args)
         return 1;
     }
     // The virtual boards are of the second generation, which is this revision's.
-    constexpr DWORD dwRevision = ZN_REVISION_20020219;
+    constexpr DWORD dwRevision = STREAM_REVISION_20020219;
     CRecordHost host(options.strDirectory, dwRevision, options.nSeconds);
     int nOpened = 0;
     {

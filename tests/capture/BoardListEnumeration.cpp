@@ -13,7 +13,7 @@ TEST_F(BoardListEnumeration, TakesAtMostFourBoardsInDeviceOrder)
 {
     for (BYTE i = 0; i < 6; ++i)
         CVirtualRack::InstallBoard(MakeCaptureBoard(static_cast<BYTE>(i + 1), 1));
-    CBoardList list(ZN_REVISION_20020114);
+    CBoardList list(STREAM_REVISION_20020114);
     ASSERT_EQ(list.GetBoardNum(), 4);
     for (int nBoard = 0; nBoard < 4; ++nBoard)
         EXPECT_EQ(list.GetVersion(nBoard).GetChannels(), nBoard + 1);
@@ -31,11 +31,11 @@ TEST_F(BoardListEnumeration, PassesOverBoardsOfTheOtherRevisionAndBoardsThatDont
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CVirtualRack::InstallBoard(broken);
     CVirtualRack::InstallBoard(MakeCaptureBoard(1, 1));
-    CBoardList first(ZN_REVISION_20020114);
+    CBoardList first(STREAM_REVISION_20020114);
     ASSERT_EQ(first.GetBoardNum(), 2);
     EXPECT_EQ(first.GetVersion(0).GetChannels(), 2);
     EXPECT_EQ(first.GetVersion(1).GetChannels(), 1);
-    CBoardList second(ZN_REVISION_20020219);
+    CBoardList second(STREAM_REVISION_20020219);
     ASSERT_EQ(second.GetBoardNum(), 1);
     EXPECT_EQ(second.GetVersion(0).GetGeneration(), 2);
 }
@@ -45,7 +45,7 @@ TEST_F(BoardListEnumeration, MachineWithoutSuitableBoardOpensEmpty)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    EXPECT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    EXPECT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     EXPECT_EQ(video.GetBoardNum(), 0);
     EXPECT_EQ(video.GetTotalCameraNum(), 0);
     EXPECT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_FAILED);
@@ -56,7 +56,7 @@ TEST_F(BoardListEnumeration, TwoStreamBoardNumbersCamerasAcrossBothStreams)
     CVirtualRack::InstallBoard(MakeCaptureBoard(5, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     EXPECT_EQ(video.GetCameraNum(0), 5);
     EXPECT_EQ(video.GetTotalCameraNum(), 5);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
@@ -72,7 +72,7 @@ TEST_F(BoardListEnumeration, FirmwareClaimingMoreThanFourCamerasPerStreamIsCutTo
     CVirtualRack::InstallBoard(MakeCaptureBoard(7, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
     EXPECT_EQ(video.GetCameraNum(0), 7);
     CEncodeParam param;
@@ -86,7 +86,7 @@ TEST_F(BoardListEnumeration, BoardOfANewerGenerationCantBeOpened)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 3));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     ASSERT_EQ(video.GetBoardNum(), 1);
     EXPECT_EQ(video.OpenBoard(0, FRAMESIZE_320X240, 0, nullptr), ZNRET_NOT_AVAILABLE);
     EXPECT_EQ(video.GetBoardStatus(0), ZNRET_NOT_AVAILABLE);
@@ -97,11 +97,11 @@ TEST_F(BoardListEnumeration, SoundOfACameraComesFromTheBoardByGeneration)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CVirtualRack::InstallBoard(MakeCaptureBoard(2, 1));
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
-    CBoardList second(ZN_REVISION_20020219);
-    CBoardList first(ZN_REVISION_20020114);
+    CBoardList second(STREAM_REVISION_20020219);
+    CBoardList first(STREAM_REVISION_20020114);
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     CCaptureWnd twoStream;
     CCaptureWnd twoChannel;
     CCaptureWnd fourChannel;

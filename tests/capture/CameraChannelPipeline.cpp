@@ -17,7 +17,7 @@ protected:
     void OpenBoard(tag_SOURCEKIND nKind, tag_FRAMESIZE nSize = FRAMESIZE_160X112, BYTE byGeneration = 1)
     {
         CVirtualRack::InstallBoard(MakeCaptureBoard(4, byGeneration, nKind));
-        const DWORD dwRevision = byGeneration == 2 ? ZN_REVISION_20020219 : ZN_REVISION_20020114;
+        const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
         ASSERT_EQ(m_video.Open(&m_host, dwRevision), ZNRET_OK);
         ASSERT_EQ(m_video.OpenBoard(0, nSize, 0, nullptr), ZNRET_OK);
         m_host.m_pfnOnFrame = [this](HWND, tag_ZNCAPTUREFRAME*) { m_clock.Advance(40); };
@@ -55,8 +55,8 @@ TEST(CameraChannelSignal, SecondRevisionMapsTheQuantiserToFourSteps)
     const int nSettings[] = {1, 7, 8, 11, 12, 15, 16, 31};
     const int nMapped[] = {4, 4, 6, 6, 8, 8, 10, 10};
     for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(CCameraWnd::MapQuantiser(nSettings[i], ZN_REVISION_20020219), nMapped[i]) << nSettings[i];
-        EXPECT_EQ(CCameraWnd::MapQuantiser(nSettings[i], ZN_REVISION_20020114), nSettings[i]);
+        EXPECT_EQ(CCameraWnd::MapQuantiser(nSettings[i], STREAM_REVISION_20020219), nMapped[i]) << nSettings[i];
+        EXPECT_EQ(CCameraWnd::MapQuantiser(nSettings[i], STREAM_REVISION_20020114), nSettings[i]);
     }
 }
 

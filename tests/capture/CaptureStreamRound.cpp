@@ -20,7 +20,7 @@ TEST_F(CaptureStreamRound, OneCameraIsNamedInAllThreePlacesOfEveryOrder)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 1, &param, nullptr), ZNRET_OK);
@@ -41,7 +41,7 @@ TEST_F(CaptureStreamRound, TwoCamerasTakeTurnsAndEachFrameLeadsToTheOthersTurn)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
@@ -77,7 +77,7 @@ TEST_F(CaptureStreamRound, HostHoldingARecordStallsTheWholeStream)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
@@ -104,11 +104,11 @@ TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     // Two streams and a 112-line size meet only on a board opened below the facade.
     CCaptureWnd board;
     ASSERT_TRUE(board.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
-    ASSERT_TRUE(board.Open(160, 112, STANDARD_NTSC, 0, ZN_REVISION_20020114));
+    ASSERT_TRUE(board.Open(160, 112, STANDARD_NTSC, 0, STREAM_REVISION_20020114));
     EXPECT_EQ(Record(0).pciPort.dwHeight, 112u);
     EXPECT_EQ(Record(1).pciPort.dwHeight, 120u);
     int nWidth = 0;
@@ -132,7 +132,7 @@ TEST_F(CaptureStreamRound, SecondRevisionDeliversItsFixedSizeForTheWideFrameSize
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_640X240_R2, 0, nullptr), ZNRET_OK);
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
@@ -150,7 +150,7 @@ TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZe
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2, SOURCE_FAULTPATTERN));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
@@ -166,7 +166,7 @@ TEST_F(CaptureStreamRound, ClosingTheLastCameraStopsTheStream)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);

@@ -65,7 +65,7 @@ public:
     {
         nWidth = frame.pInfo->nWidth;
         nHeight = frame.pInfo->nHeight;
-        if (dwRevision == ZN_REVISION_20020219) {
+        if (dwRevision == STREAM_REVISION_20020219) {
             nWidth = frame.pInfo->nStandard == STANDARD_PAL ? 352 : 320;
             nHeight = frame.pInfo->nStandard == STANDARD_PAL ? 288 : 240;
         }
@@ -119,7 +119,7 @@ protected:
                         std::size_t nFramesPerCamera)
     {
         CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
-        const DWORD dwRevision = byGeneration == 2 ? ZN_REVISION_20020219 : ZN_REVISION_20020114;
+        const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
         CTestClock clock(5000);
         CHostWindow host;
         CStoreDir store;

@@ -35,9 +35,9 @@ TEST_F(VideoFacadeResults, OpenBoardAndItsFailures)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    EXPECT_EQ(video.Open(nullptr, ZN_REVISION_20020114), ZNRET_BAD_ARGUMENT);
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
-    EXPECT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_NOT_AVAILABLE);
+    EXPECT_EQ(video.Open(nullptr, STREAM_REVISION_20020114), ZNRET_BAD_ARGUMENT);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+    EXPECT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_NOT_AVAILABLE);
     EXPECT_EQ(video.GetBoardNum(), 1);
     EXPECT_EQ(video.OpenBoard(1, static_cast<tag_FRAMESIZE>(6), 0, nullptr), ZNRET_BAD_ARGUMENT);
     EXPECT_EQ(video.OpenBoard(1, FRAMESIZE_160X112, 0, nullptr), ZNRET_BAD_ARGUMENT);
@@ -57,7 +57,7 @@ TEST_F(VideoFacadeResults, CameraOperationsNeedAnOpenBoardAndCamera)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
     CEncodeParam param;
     tag_CAMERASTATUS nStatus = CAMSTATUS_READY;
     EXPECT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_FAILED);
@@ -96,11 +96,11 @@ TEST_F(VideoFacadeResults, OnlyOneLivingFacadeCanBeOpened)
         CVideo first;
         CVideo second;
         EXPECT_EQ(CVideo::m_dwObjNumber, 2u);
-        EXPECT_EQ(first.Open(&host, ZN_REVISION_20020114), ZNRET_NOT_AVAILABLE);
-        EXPECT_EQ(second.Open(&host, ZN_REVISION_20020114), ZNRET_NOT_AVAILABLE);
+        EXPECT_EQ(first.Open(&host, STREAM_REVISION_20020114), ZNRET_NOT_AVAILABLE);
+        EXPECT_EQ(second.Open(&host, STREAM_REVISION_20020114), ZNRET_NOT_AVAILABLE);
     }
     CVideo video;
-    EXPECT_EQ(video.Open(&host, ZN_REVISION_20020114), ZNRET_OK);
+    EXPECT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
 }
 
 TEST_F(VideoFacadeResults, BoardOfTheOtherRevisionsSizeReportsNoFrameSize)
@@ -108,7 +108,7 @@ TEST_F(VideoFacadeResults, BoardOfTheOtherRevisionsSizeReportsNoFrameSize)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
     tag_FRAMESIZE nSize = FRAMESIZE_INVALID;
     EXPECT_EQ(video.GetVideoSize(0, nSize), ZNRET_OK);
@@ -128,7 +128,7 @@ TEST_F(VideoFacadeResults, VideoColorReachesTheDriverByTheSlotTable)
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, ZN_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
     tag_VIDEOCOLOR color{};
     EXPECT_EQ(video.SetVideoColor(0, 3, &color), ZNRET_NOT_AVAILABLE);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);

@@ -38,7 +38,7 @@ public:
     {
         std::vector<MSG> frames;
         MSG msg;
-        while (PeekMessage(&msg, m_hWnd, WM_DRIVER_FRAME, WM_DRIVER_FRAME, PM_REMOVE))
+        while (PeekMessage(&msg, m_hWnd, WM_ZN_FRAME, WM_ZN_FRAME, PM_REMOVE))
             frames.push_back(msg);
         return frames;
     }

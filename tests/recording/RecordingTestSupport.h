@@ -126,7 +126,7 @@ inline tag_CAMERAINFO MakeCameraInfo(int nWidth = 320, int nHeight = 240,
 // Writes the frames into a new recording of 320 x 240 and closes it; every frame must be
 // taken.
 inline void WriteRecording(const std::string& strPath, std::vector<TestFrame>& frames,
-                           DWORD dwRevision = ZN_REVISION_20020114,
+                           DWORD dwRevision = STREAM_REVISION_20020114,
                            tag_CAMERAINFO info = MakeCameraInfo())
 {
     CZnFile file("camera", "board", "host");

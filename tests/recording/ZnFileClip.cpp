@@ -133,7 +133,7 @@ TEST_F(ZnFileClip, EmptyOrInvalidClipsAreRefusedWithoutAFile)
     EXPECT_EQ(closed.ClipFile(ClipPath().c_str(), 0, 3, 0), 0);
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile writer;
-    ASSERT_EQ(writer.Open(m_dir.Path("w.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(writer.Open(m_dir.Path("w.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     ASSERT_EQ(WriteTestFrame(writer, m_frames[0]), 1);
     EXPECT_EQ(writer.ClipFile(ClipPath().c_str(), 0, 1, 0), 0);
 }
@@ -159,9 +159,9 @@ TEST(ZnFileClipFormats, SecondRevisionAndLargeFramesSurviveAClip)
         frame.sound = PatternBytes(ZNFRAME_SOUND_BUFFER_SIZE, i + 9);
         frames.push_back(frame);
     }
-    WriteRecording(dir.Path("big.zn"), frames, ZN_REVISION_20020219, info);
+    WriteRecording(dir.Path("big.zn"), frames, STREAM_REVISION_20020219, info);
     CZnFile source;
-    ASSERT_EQ(source.Open(dir.Path("big.zn").c_str(), nullptr, ZN_REVISION_20020114, ZNFILE_READ), 1);
+    ASSERT_EQ(source.Open(dir.Path("big.zn").c_str(), nullptr, STREAM_REVISION_20020114, ZNFILE_READ), 1);
     ASSERT_EQ(source.ClipFile(dir.Path("clip.zn").c_str(), 0, 1, 2), 1);
 
     CZnFile clip;

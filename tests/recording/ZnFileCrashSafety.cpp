@@ -28,7 +28,7 @@ DWORD GetSeed()
 {
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file("camera", "board", "host");
-    if (file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE) != 1)
+    if (file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE) != 1)
         _exit(2);
     for (DWORD i = 0; i < kChildFrameLimit; ++i) {
         TestFrame frame = MakeSequenceFrame(i, dwSeed);

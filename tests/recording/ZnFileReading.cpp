@@ -152,7 +152,7 @@ TEST(ZnFileReadingTable, WriterCanBeReadBetweenBlockChanges)
     TempDir dir;
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile writer;
-    ASSERT_EQ(writer.Open(dir.Path("live.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(writer.Open(dir.Path("live.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     std::vector<TestFrame> frames;
     for (DWORD i = 0; i < 330; ++i) {
         frames.push_back(MakeSequenceFrame(i));

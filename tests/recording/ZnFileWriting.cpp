@@ -45,7 +45,7 @@ TEST(ZnFileWriting, HeadNamesLinksAndFramesStandByteByByte)
     const DWORD dwCloseStamp = 0x00C105Eu;
     CTestClock clock(dwCloseStamp);
     CZnFile file("camera", "board", "host");
-    ASSERT_EQ(file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     const DWORD dwBefore = static_cast<DWORD>(CTime::GetCurrentTime().GetTime());
     for (TestFrame& frame : frames)
         ASSERT_EQ(WriteTestFrame(file, frame), 1);
@@ -98,7 +98,7 @@ TEST(ZnFileWriting, RevisionSelectsVersionAndFrameSizes)
     TempDir dir;
     tag_CAMERAINFO info = MakeCameraInfo(704, 288, STANDARD_PAL);
     std::vector<TestFrame> frames = MakeSequence(3);
-    WriteRecording(dir.Path("r2.zn"), frames, ZN_REVISION_20020219, info);
+    WriteRecording(dir.Path("r2.zn"), frames, STREAM_REVISION_20020219, info);
     const std::vector<BYTE> bytes = ReadFileBytes(dir.Path("r2.zn"));
     ASSERT_GE(bytes.size(), 36u);
     EXPECT_EQ(GetLe16(bytes, 2), 0x1000);
@@ -107,11 +107,11 @@ TEST(ZnFileWriting, RevisionSelectsVersionAndFrameSizes)
     // Sizes of the other revision make no file.
     CZnFile file;
     tag_CAMERAINFO small = MakeCameraInfo(160, 112);
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, ZN_REVISION_20020219, ZNFILE_WRITE), 0);
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, STREAM_REVISION_20020219, ZNFILE_WRITE), 0);
     EXPECT_FALSE(FileExists(dir.Path("none.zn")));
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), nullptr, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, ZN_REVISION_20020114,
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), nullptr, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, STREAM_REVISION_20020114,
                         static_cast<tag_ZNFILEMODE>(2)),
               0);
     EXPECT_FALSE(FileExists(dir.Path("none.zn")));
@@ -122,13 +122,13 @@ TEST(ZnFileWriting, FileWithoutFramesIsDeletedAtClose)
     TempDir dir;
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("empty.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(dir.Path("empty.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     EXPECT_TRUE(FileExists(dir.Path("empty.zn")));
     file.Close();
     EXPECT_FALSE(FileExists(dir.Path("empty.zn")));
 
     // A predicted frame can't begin a file: refused, and the file still counts as empty.
-    ASSERT_EQ(file.Open(dir.Path("p.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(dir.Path("p.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     TestFrame predicted = MakeSequenceFrame(1);
     EXPECT_EQ(WriteTestFrame(file, predicted), 0);
     EXPECT_NE(file.IsNextIFrame(), 0);
@@ -141,7 +141,7 @@ TEST(ZnFileWriting, HeadAndFirstBlockDescribeTheFirstAcceptedFrame)
     TempDir dir;
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("first.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(dir.Path("first.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     TestFrame predicted = MakeSequenceFrame(1);
     predicted.dwTimeStamp = 100;
     EXPECT_EQ(WriteTestFrame(file, predicted), 0);
@@ -168,7 +168,7 @@ TEST(ZnFileWriting, WritePositionNamesTheFrameWrittenLast)
     TempDir dir;
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("pos.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(dir.Path("pos.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     ExpectFilePos(file, 0, 0);
     std::vector<TestFrame> frames = MakeSequence(3);
     for (TestFrame& frame : frames)
@@ -197,12 +197,12 @@ TEST(ZnFileWriting, FailuresAreResultsAndKeepTheFileWhole)
     TestFrame key = MakeSequenceFrame(0);
     EXPECT_EQ(WriteTestFrame(file, key), -1);
     EXPECT_EQ(file.WriteOneFrame(nullptr), -1);
-    EXPECT_EQ(file.Open(dir.Path("missing/dir.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(file.Open(dir.Path("missing/dir.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
     EXPECT_EQ(WriteTestFrame(file, key), -1);
 
     const std::string strPath = dir.Path("fail.zn");
-    ASSERT_EQ(file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
-    EXPECT_EQ(file.Open(strPath.c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 0);
+    ASSERT_EQ(file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
+    EXPECT_EQ(file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
     std::vector<TestFrame> frames = MakeSequence(161);
     for (DWORD i = 0; i < 160; ++i)
         ASSERT_EQ(WriteTestFrame(file, frames[i]), 1);
@@ -242,7 +242,7 @@ TEST(ZnFileWriting, NamesLongerThanAReaderTakesAreCut)
     tag_CAMERAINFO info = MakeCameraInfo();
     const std::string strLong(1500, 'x');
     CZnFile file(strLong.c_str(), strLong.c_str(), strLong.c_str());
-    ASSERT_EQ(file.Open(dir.Path("long.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(dir.Path("long.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     TestFrame key = MakeSequenceFrame(0);
     ASSERT_EQ(WriteTestFrame(file, key), 1);
     file.Close();
@@ -259,7 +259,7 @@ TEST(ZnFileWritingLimits, BlockCounterNeverWraps)
     TempDir dir;
     tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("full.zn").c_str(), &info, ZN_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(file.Open(dir.Path("full.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     tag_ZNFRAMEDATA frame{ZNFRAME_I, 0, 0, 0, nullptr, 0, nullptr};
     ASSERT_EQ(file.WriteOneFrame(&frame), 1);
     frame.wFrameType = ZNFRAME_P;

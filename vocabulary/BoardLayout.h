@@ -1,17 +1,34 @@
-// How a board's firmware word shapes it: streams, cameras per stream, the first camera
-// of each stream, where a camera's sound comes from and which ports it has. Pure
-// functions of the word, shared by the board list, capture window, streams and ports.
+// A board's firmware word and how it shapes the board: streams, cameras per stream, the
+// first camera of each stream, and which boards have ports and sound of their own. The
+// driver lays out its streams by these rules and capture drives them by the same ones.
+// Pure functions of the word.
 #pragma once
 
-#include "driver/DriverRecords.h"
+#include "platform/WinTypes.h"
 
 #include <algorithm>
+
+// The firmware word of a board. Byte 2 holds the number of camera inputs, byte 3 the
+// board generation; the two low bytes are the firmware's own revision.
+struct tag_AVVersion {
+    DWORD dwVersion;
+
+    BYTE GetChannels() const { return static_cast<BYTE>(dwVersion >> 16); }
+    BYTE GetGeneration() const { return static_cast<BYTE>(dwVersion >> 24); }
+};
+
+inline constexpr tag_AVVersion MakeAVVersion(BYTE byChannels, BYTE byGeneration, WORD wRevision = 0)
+{
+    return tag_AVVersion{static_cast<DWORD>(byGeneration) << 24 | static_cast<DWORD>(byChannels) << 16 | wRevision};
+}
 
 // Generation 2 boards have two streams and belong to stream revision 0x20020219;
 // older generations have one; newer ones can't be driven.
 inline constexpr BYTE BOARD_GENERATION_TWO_STREAMS = 2;
+inline constexpr int MAX_BOARD_STREAMS = 2;
 // A stream has four camera slots. A firmware word that claims more is cut to four.
 inline constexpr int STREAM_CAMERA_SLOTS = 4;
+inline constexpr int MAX_BOARD_CAMERAS = STREAM_CAMERA_SLOTS * MAX_BOARD_STREAMS;
 
 inline bool IsTwoStreamBoard(tag_AVVersion version)
 {
@@ -21,6 +38,14 @@ inline bool IsTwoStreamBoard(tag_AVVersion version)
 inline bool IsDrivableBoard(tag_AVVersion version)
 {
     return version.GetGeneration() <= BOARD_GENERATION_TWO_STREAMS;
+}
+
+// The streams of a board; none for a generation that can't be driven.
+inline int GetBoardStreamNum(tag_AVVersion version)
+{
+    if (!IsDrivableBoard(version))
+        return 0;
+    return IsTwoStreamBoard(version) ? MAX_BOARD_STREAMS : 1;
 }
 
 inline int GetStreamCameraNum(tag_AVVersion version)
