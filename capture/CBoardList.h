@@ -3,6 +3,8 @@
 // after construction, so it can be read from any thread.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "driver/CSpciIO.h"
 #include "driver/DriverRecords.h"
 #include "platform/CObject.h"

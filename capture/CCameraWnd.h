@@ -4,6 +4,8 @@
 // its handlers live on the window thread, the encoder thread only runs CEncoder::Encode.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "capture/CEncodeParam.h"
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"

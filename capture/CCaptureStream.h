@@ -4,10 +4,12 @@
 // its CCaptureWnd; runs on the window thread, in the handler of the driver's message.
 #pragma once
 
-#include "vocabulary/BoardLayout.h"
+#include "platform/PrivateHeader.h"
+
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"
 #include "driver/CVideoStream.h"
+#include "vocabulary/BoardLayout.h"
 
 class CCameraWnd;
 class CCaptureWnd;

@@ -3,6 +3,8 @@
 // CVideo; bound to the thread that called CVideo::OpenBoard.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"
 #include "driver/CSpciDebi.h"

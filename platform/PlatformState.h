@@ -4,6 +4,8 @@
 // platform lock.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "platform/WinMessages.h"
 #include "platform/WinTypes.h"
 

@@ -3,7 +3,8 @@
 // player that made it; used from its owner's thread only, without locks.
 #pragma once
 
-#include "platform/Export.h"
+#include "platform/PrivateHeader.h"
+
 #include "platform/WinTypes.h"
 
 #include <cstdint>
@@ -27,7 +28,7 @@ struct tag_G72XSTATE {
     bool operator==(const tag_G72XSTATE&) const = default;
 };
 
-class ZNDVR_API CAdpcm {
+class CAdpcm {
 public:
     // 3 bytes carry 8 codes of 3 bits: a call always holds whole groups.
     static constexpr int kSamplesPerGroup = 8;
