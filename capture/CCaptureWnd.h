@@ -11,6 +11,8 @@
 #include "driver/CSpciIO.h"
 #include "platform/CWnd.h"
 
+#include <memory>
+
 class CCaptureStream;
 class CEncodeParam;
 class CVideo;
@@ -55,7 +57,7 @@ private:
     tag_AVVersion GetVersion();
 
     int m_nBoard = 0;
-    CCaptureStream* m_pStream[MAX_STREAMS] = {};
+    std::unique_ptr<CCaptureStream> m_pStream[MAX_STREAMS];
     CWnd* m_pParent = nullptr;
     CSpciIO* m_pIO = nullptr;
     CVideo* m_pVideo = nullptr;
