@@ -24,15 +24,7 @@ CBoardList::CBoardList(DWORD dwRevision) : m_pSpare(new (std::nothrow) CSpciIO)
     }
 }
 
-CBoardList::~CBoardList()
-{
-    for (std::unique_ptr<CSpciIO>& pIO : m_pBoards) {
-        if (pIO != nullptr)
-            pIO->Close();
-        pIO.reset();
-    }
-    m_pSpare.reset();
-}
+CBoardList::~CBoardList() = default;
 
 bool CBoardList::IsTakenBy(DWORD dwRevision, tag_AVVersion version)
 {

@@ -32,8 +32,10 @@ public:
 private:
     static bool IsTakenBy(DWORD dwRevision, tag_AVVersion version);
 
-    // Made before the first use of the driver and never opened.
+    // Made before the first use of the driver and never opened. Declared before the
+    // boards, so that it goes after them.
     std::unique_ptr<CSpciIO> m_pSpare;
+    // A device closes as it goes.
     std::unique_ptr<CSpciIO> m_pBoards[MAX_BOARDS];
     int m_nBoardNum = 0;
     bool m_bComplete = true;

@@ -60,11 +60,9 @@ int CCaptureWnd::Open(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, int 
 
 void CCaptureWnd::Close()
 {
-    for (std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
-        if (pStream != nullptr)
-            pStream->Close();
+    // A stream closes as it goes.
+    for (std::unique_ptr<CCaptureStream>& pStream : m_pStream)
         pStream.reset();
-    }
 }
 
 LRESULT CCaptureWnd::OnFrame(WPARAM nStream, LPARAM nCamera)

@@ -88,6 +88,14 @@ TEST(CameraChannelSignal, MotionAreasAreAskedAboutAtTheEncodersWorkingSize)
     }
 }
 
+TEST(CameraChannelSignal, ChannelWithoutItsBoardDoesNotOpen)
+{
+    CEncodeParam param;
+    CCameraWnd camera;
+    EXPECT_EQ(camera.Open(0, nullptr, &param, STREAM_REVISION_20020114), 0);
+    EXPECT_EQ(camera.GetStatus(), static_cast<DWORD>(CAMSTATUS_NONE));
+}
+
 TEST_F(CameraChannelPipeline, EveryHundredAndSixtiethFrameIsAKeyFrame)
 {
     OpenBoard(SOURCE_STILL);
