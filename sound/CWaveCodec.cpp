@@ -268,7 +268,9 @@ int CWaveCodec::TryDevice(DWORD dwID)
     m_nSoundFmt = m_nOpenFmt;
     m_nMode = m_nOpenMode;
     const bool bPlay = m_nMode == ZNFILE_WRITE;
-    if (!(bPlay ? CheckOutFmt(dwID, m_nSoundFmt) : CheckInFmt(dwID, m_nSoundFmt))) {
+    // A device that an object of this library holds is passed over without asking the
+    // platform: a channel that retries at every frame then costs nothing.
+    if (IsTaken(m_nMode, dwID) || !(bPlay ? CheckOutFmt(dwID, m_nSoundFmt) : CheckInFmt(dwID, m_nSoundFmt))) {
         ForgetOpen();
         return 0;
     }
@@ -286,12 +288,19 @@ void CWaveCodec::ForgetOpen()
     m_nDevice = ANY_DEVICE;
 }
 
-int* CWaveCodec::FlagOf(tag_ZNFILEMODE nMode)
+int* CWaveCodec::FlagOf(tag_ZNFILEMODE nMode, DWORD dwID)
 {
     const bool bPlay = nMode == ZNFILE_WRITE;
     int* pFlags = bPlay ? m_pfWaveOutFlag.get() : m_pfWaveInFlag.get();
     const DWORD dwDevices = bPlay ? m_dwWaveOutNum : m_dwWaveInNum;
-    return pFlags != nullptr && m_nDevice < dwDevices ? &pFlags[m_nDevice] : nullptr;
+    return pFlags != nullptr && dwID < dwDevices ? &pFlags[dwID] : nullptr;
+}
+
+bool CWaveCodec::IsTaken(tag_ZNFILEMODE nMode, DWORD dwID)
+{
+    std::lock_guard lock(DriverMutex());
+    const int* pFlag = FlagOf(nMode, dwID);
+    return pFlag != nullptr && *pFlag != 0;
 }
 
 int CWaveCodec::OpenWavePlay()
@@ -300,7 +309,7 @@ int CWaveCodec::OpenWavePlay()
     int nBufSize = 0;
     {
         std::lock_guard lock(DriverMutex());
-        int* pFlag = FlagOf(ZNFILE_WRITE);
+        int* pFlag = FlagOf(ZNFILE_WRITE, m_nDevice);
         if (pFlag == nullptr || *pFlag != 0 || !GetBufferRow(m_nSoundFmt, ZNFILE_WRITE, nBufNum, nBufSize)) {
             ForgetOpen();
             return 0;
@@ -326,7 +335,7 @@ int CWaveCodec::OpenWavePlay()
     }
     if (!bOpen) {
         std::lock_guard lock(DriverMutex());
-        *FlagOf(ZNFILE_WRITE) = 0;
+        *FlagOf(ZNFILE_WRITE, m_nDevice) = 0;
         ForgetOpen();
         return 0;
     }
@@ -340,7 +349,7 @@ int CWaveCodec::OpenWaveRecord()
     int nBufSize = 0;
     {
         std::lock_guard lock(DriverMutex());
-        int* pFlag = FlagOf(ZNFILE_READ);
+        int* pFlag = FlagOf(ZNFILE_READ, m_nDevice);
         if (pFlag == nullptr || *pFlag != 0 || !GetBufferRow(m_nSoundFmt, ZNFILE_READ, nBufNum, nBufSize)) {
             ForgetOpen();
             return 0;
@@ -365,7 +374,7 @@ int CWaveCodec::OpenWaveRecord()
     }
     if (!bOpen) {
         std::lock_guard lock(DriverMutex());
-        *FlagOf(ZNFILE_READ) = 0;
+        *FlagOf(ZNFILE_READ, m_nDevice) = 0;
         ForgetOpen();
         return 0;
     }
@@ -543,7 +552,7 @@ void CWaveCodec::Close()
     CloseWaveRecord();
     {
         std::lock_guard lock(DriverMutex());
-        if (int* pFlag = FlagOf(m_nMode); pFlag != nullptr)
+        if (int* pFlag = FlagOf(m_nMode, m_nDevice); pFlag != nullptr)
             *pFlag = 0;
     }
     m_nDevice = ANY_DEVICE;

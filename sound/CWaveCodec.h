@@ -120,7 +120,9 @@ private:
     void ForgetOpen();
     // Takes the device's notices of type nMessage for m_hWnd out of the queue.
     void DropNotices(UINT nMessage, WPARAM wDevice);
-    int* FlagOf(tag_ZNFILEMODE nMode);
+    // The flag of a device, or null for an id beyond the lists; under the driver lock.
+    static int* FlagOf(tag_ZNFILEMODE nMode, DWORD dwID);
+    static bool IsTaken(tag_ZNFILEMODE nMode, DWORD dwID);
 
     std::unique_ptr<std::unique_ptr<BYTE[]>[]> m_pBufData;
     HWND m_hOpenWnd = nullptr;
