@@ -145,7 +145,9 @@ private:
     void Work()
     {
         Lock lock(m_mutex);
+        // A start made before the worker ran finds the device prepared already.
         unsigned nSeen = m_nGeneration;
+        m_tPaceStart = GetNowMs();
         while (!m_bExit) {
             ResetEvent(m_hWake);
             if (nSeen != m_nGeneration) {

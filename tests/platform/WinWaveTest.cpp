@@ -365,6 +365,7 @@ TEST_F(WaveDeviceTest, AlsaNullDevicePlaysAndRecordsAtTheClocksPace)
         waveOutWrite(hOut, &outBuffers[i].hdr, sizeof(WAVEHDR));
     }
     waveInStart(hIn);
+    const DWORD dwStart = m_clock.GetTime();
     std::size_t nRecorded = 0;
     std::size_t nPlayed = 0;
     // Both workers wait for the clock; 20 ms steps let each move one piece.
@@ -377,6 +378,9 @@ TEST_F(WaveDeviceTest, AlsaNullDevicePlaysAndRecordsAtTheClocksPace)
     }
     EXPECT_EQ(nRecorded, 2u);
     EXPECT_EQ(nPlayed, 2u);
+    // 200 ms of sound take 200 ms of the clock, give or take the piece in work.
+    EXPECT_GE(m_clock.GetTime() - dwStart, 200u);
+    EXPECT_LE(m_clock.GetTime() - dwStart, 240u);
     EXPECT_EQ(inBuffers[0].hdr.dwBytesRecorded, 1600u);
     EXPECT_EQ(inBuffers[0].data, std::vector<char>(1600, 0)) << "the null device records silence";
     EXPECT_EQ(waveInReset(hIn), MMSYSERR_NOERROR);
