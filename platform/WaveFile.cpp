@@ -65,7 +65,8 @@ bool ParseWaveFile(const BYTE* pImage, std::size_t nSize, tag_WAVEFILEDATA& wave
     }
     bool bHasFormat = false;
     std::size_t nPos = kRiffHeaderBytes;
-    while (nSize - nPos >= kChunkHeaderBytes) {
+    // A pad byte may take the position past the end of the image.
+    while (nPos <= nSize && nSize - nPos >= kChunkHeaderBytes) {
         const BYTE* pChunk = pImage + nPos;
         const std::size_t nBody = ReadDword(pChunk + 4);
         const std::size_t nAvailable = nSize - nPos - kChunkHeaderBytes;

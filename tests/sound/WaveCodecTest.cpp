@@ -49,6 +49,14 @@ protected:
     }
 };
 
+// Shows what a failed opening leaves, and the buffer allocation of derived classes.
+class CPeekCodec : public CWaveCodec {
+public:
+    using CWaveCodec::AllocBuf;
+    HWND GetWindow() const { return m_hWnd; }
+    DWORD GetDevice() const { return m_nDevice; }
+};
+
 // Two virtual outputs (the second mono 8 kHz only), two inputs, no machine devices.
 class WaveCodecTest : public ::testing::Test {
 protected:
@@ -138,8 +146,15 @@ TEST_F(WaveCodecTest, ListsDevicesAndKeepsTwoObjectsOffOneDevice)
         EXPECT_EQ(CWaveCodec::CheckOutFmt(0, static_cast<tag_SOUNDFMT>(2)), 0);
         EXPECT_EQ(CWaveCodec::CheckInFmt(2, SOUNDFMT_ADPCM), 0);
 
-        for (int nFmt : {1, 2, 9})
-            EXPECT_EQ(first.Open(m_wnd.m_hWnd, CWaveCodec::ANY_DEVICE, static_cast<tag_SOUNDFMT>(nFmt), ZNFILE_WRITE), 0);
+        CPeekCodec peek;
+        for (int nFmt : {1, 2, 9}) {
+            EXPECT_EQ(peek.Open(m_wnd.m_hWnd, CWaveCodec::ANY_DEVICE, static_cast<tag_SOUNDFMT>(nFmt), ZNFILE_WRITE), 0);
+            EXPECT_EQ(peek.GetWindow(), nullptr) << "a failed opening keeps nothing";
+            EXPECT_EQ(peek.GetDevice(), CWaveCodec::ANY_DEVICE);
+        }
+        EXPECT_EQ(peek.AllocBuf(0, 16), 0);
+        EXPECT_EQ(peek.AllocBuf(2, 0), 0);
+        EXPECT_EQ(peek.AllocBuf(2, 16), 1);
         EXPECT_EQ(first.Open(m_wnd.m_hWnd, 0, SOUNDFMT_ADPCM, static_cast<tag_ZNFILEMODE>(2)), 0);
         EXPECT_EQ(first.Open(nullptr, 0, SOUNDFMT_ADPCM, ZNFILE_WRITE), 0) << "a device needs a window";
         // A stereo format takes the one device that plays it; then nothing is left for it.
@@ -156,6 +171,7 @@ TEST_F(WaveCodecTest, ListsDevicesAndKeepsTwoObjectsOffOneDevice)
         EXPECT_EQ(third.Open(m_wnd.m_hWnd, 0, SOUNDFMT_ADPCM, ZNFILE_WRITE), 1);
     }
     EXPECT_EQ(CWaveCodec::GetWaveInDevNum(), 0u);
+    EXPECT_EQ(CWaveCodec::GetWaveOutDevNum(), 0u);
 }
 
 TEST_F(WaveCodecTest, PlaysCodeBehindTwoSilentBuffersAndAsksForMoreBelowFourQueued)
@@ -206,10 +222,17 @@ TEST_F(WaveCodecTest, PlaysCodeBehindTwoSilentBuffersAndAsksForMoreBelowFourQueu
     int bNeedData = 7;
     std::vector<BYTE> many(20 * 360 + 3, 0);
     EXPECT_EQ(codec.Play(many.data(), static_cast<int>(many.size())), 0);
+    // A finished header that isn't this object's, or another device's notice, is refused.
     WAVEHDR foreign{};
     foreign.dwFlags = WHDR_DONE;
-    EXPECT_EQ(codec.OnPlayDone(nullptr, &foreign, bNeedData), 0);
+    m_clock.Advance(120);
+    MSG msg;
+    ASSERT_TRUE(PeekMessage(&msg, m_wnd.m_hWnd, MM_WOM_DONE, MM_WOM_DONE, PM_REMOVE));
+    const auto hOut = reinterpret_cast<HWAVEOUT>(msg.wParam);
+    EXPECT_EQ(codec.OnPlayDone(hOut, &foreign, bNeedData), 0);
+    EXPECT_EQ(codec.OnPlayDone(nullptr, reinterpret_cast<WAVEHDR*>(msg.lParam), bNeedData), 0);
     EXPECT_EQ(bNeedData, 7);
+    EXPECT_EQ(codec.OnPlayDone(hOut, reinterpret_cast<WAVEHDR*>(msg.lParam), bNeedData), 1);
 
     CWaveCodec pcmCodec;
     ASSERT_EQ(pcmCodec.Open(m_wnd.m_hWnd, 1, SOUNDFMT_8K_8BIT_MONO, ZNFILE_WRITE), 1);
