@@ -43,8 +43,6 @@ MMRESULT CWaveStream::Queue(LPWAVEHDR pHdr)
     if ((pHdr->dwFlags & WHDR_INQUEUE) != 0)
         return WAVERR_STILLPLAYING;
     pHdr->dwFlags = (pHdr->dwFlags & ~WHDR_DONE) | WHDR_INQUEUE;
-    if (m_bInput)
-        pHdr->dwBytesRecorded = 0;
     m_queue.push_back(pHdr);
     OnQueued(lock);
     return MMSYSERR_NOERROR;

@@ -103,8 +103,7 @@ MMRESULT OpenStream(bool bInput, const tag_DEVICEREF& device, const WAVEFORMATEX
     tag_HANDLES& handles = TheHandles();
     {
         std::lock_guard lock(handles.mutex);
-        nHandle = handles.nNext;
-        handles.nNext += 4;
+        nHandle = handles.nNext++;
     }
     pStream->Attach(nHandle);
     std::lock_guard lock(handles.mutex);

@@ -69,6 +69,13 @@ TEST_F(WaveDeviceTest, OutputPlaysBuffersInOrderAtTheClocksPaceAndKeepsTheSound)
     // 100 ms, 50 ms and 100 ms of sound.
     std::vector<tag_BUFFER> buffers = MakeBuffers(3, 1600);
     buffers[1].hdr.dwBufferLength = 800;
+    WAVEHDR noData{};
+    noData.dwBufferLength = 1600;
+    EXPECT_EQ(waveOutPrepareHeader(hOut, &noData, sizeof(WAVEHDR)), MMSYSERR_INVALPARAM);
+    DWORD dwVolume = 0;
+    ASSERT_EQ(waveOutSetVolume(hOut, 0x80004000), MMSYSERR_NOERROR);
+    ASSERT_EQ(waveOutGetVolume(hOut, &dwVolume), MMSYSERR_NOERROR);
+    EXPECT_EQ(dwVolume, 0x80004000u);
     EXPECT_EQ(waveOutWrite(hOut, &buffers[0].hdr, sizeof(WAVEHDR)), WAVERR_UNPREPARED);
     for (tag_BUFFER& buffer : buffers) {
         ASSERT_EQ(waveOutPrepareHeader(hOut, &buffer.hdr, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
@@ -119,6 +126,9 @@ TEST_F(WaveDeviceTest, OutputPlaysBuffersInOrderAtTheClocksPaceAndKeepsTheSound)
     ASSERT_EQ(playedBuffers.size(), 4u);
     EXPECT_EQ(playedBuffers[1].dwStartTime, 5100u);
     EXPECT_EQ(playedBuffers[3].dwStartTime, 5260u);
+    CVirtualWave::ClearPlayed(0);
+    ASSERT_TRUE(CVirtualWave::GetPlayed(0, played, format));
+    EXPECT_TRUE(played.empty());
 }
 
 TEST_F(WaveDeviceTest, InputRecordsItsSignalWithoutGapsAndLosesWhatNoBufferTakes)
@@ -192,7 +202,10 @@ TEST_F(WaveDeviceTest, ListsNamesAnswersFormatQueriesAndRefusesBadRequests)
     narrow.dwMaxRate = 8000;
     const UINT uNarrow = CVirtualWave::AddOutput(narrow);
     ASSERT_EQ(waveOutGetNumDevs(), 2u);
-    WAVEOUTCAPS caps{};
+    // The caps are written whole, the name terminated, and never past the size given.
+    WAVEOUTCAPS caps;
+    std::memset(&caps, 0xFF, sizeof(caps));
+    EXPECT_EQ(waveOutGetDevCaps(uNarrow, &caps, sizeof(caps) - 1), MMSYSERR_INVALPARAM);
     ASSERT_EQ(waveOutGetDevCaps(uNarrow, &caps, sizeof(caps)), MMSYSERR_NOERROR);
     EXPECT_STREQ(caps.szPname, "mono-8k");
     EXPECT_EQ(waveOutGetDevCaps(2, &caps, sizeof(caps)), MMSYSERR_BADDEVICEID);
@@ -215,7 +228,9 @@ TEST_F(WaveDeviceTest, ListsNamesAnswersFormatQueriesAndRefusesBadRequests)
     HWAVEOUT hFirst = nullptr;
     HWAVEOUT hSecond = nullptr;
     ASSERT_EQ(waveOutOpen(&hFirst, WAVE_MAPPER, &kSpeechFormat, hWnd, 0, CALLBACK_WINDOW), MMSYSERR_NOERROR);
-    EXPECT_EQ(waveOutOpen(&hOut, 0, &kSpeechFormat, hWnd, 0, CALLBACK_WINDOW), MMSYSERR_ALLOCATED);
+    HWAVEOUT hUntouched = reinterpret_cast<HWAVEOUT>(0x5A5A);
+    EXPECT_EQ(waveOutOpen(&hUntouched, 0, &kSpeechFormat, hWnd, 0, CALLBACK_WINDOW), MMSYSERR_ALLOCATED);
+    EXPECT_EQ(hUntouched, reinterpret_cast<HWAVEOUT>(0x5A5A)) << "a failed open leaves the handle alone";
     ASSERT_EQ(waveOutOpen(&hSecond, WAVE_MAPPER, &kSpeechFormat, hWnd, 0, CALLBACK_WINDOW), MMSYSERR_NOERROR);
     EXPECT_NE(hFirst, hSecond);
     EXPECT_EQ(waveOutOpen(&hOut, WAVE_MAPPER, &stereo, hWnd, 0, CALLBACK_WINDOW), MMSYSERR_ALLOCATED);
