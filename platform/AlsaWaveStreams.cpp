@@ -297,7 +297,9 @@ private:
 
 } // namespace
 
-std::vector<std::string> ListAlsaWave(bool bInput)
+namespace {
+
+std::vector<std::string> FindAlsaPcms(bool bInput)
 {
     QuietAlsa();
     std::vector<std::string> names;
@@ -315,6 +317,22 @@ std::vector<std::string> ListAlsaWave(bool bInput)
     }
     snd_device_name_free_hint(ppHints);
     return names;
+}
+
+} // namespace
+
+// ALSA reads its whole configuration for the hints, so they are asked once: device ids
+// then stay the same for the life of the process, and asking for a device's caps at every
+// frame costs nothing.
+std::vector<std::string> ListAlsaWave(bool bInput)
+{
+    static std::once_flag s_once;
+    static std::vector<std::string>* s_pNames[2];
+    std::call_once(s_once, [] {
+        s_pNames[0] = new std::vector<std::string>(FindAlsaPcms(false));
+        s_pNames[1] = new std::vector<std::string>(FindAlsaPcms(true));
+    });
+    return *s_pNames[bInput ? 1 : 0];
 }
 
 bool AlsaWaveAccepts(bool bInput, const std::string& strName, const WAVEFORMATEX& format)
