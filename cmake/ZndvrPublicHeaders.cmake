@@ -1,13 +1,13 @@
 # The installed interface of zndvr: the exported classes with the headers of their
 # records, the platform parts that a host uses, the driver interface, and the virtual
-# rack for hosts that simulate boards. Only these headers install. Every other header of
-# the library is private: it includes platform/PrivateHeader.h, which stops a build that
-# does not define ZNDVR_PRIVATE_BUILD (only the library's own targets do), and the layer
-# test checks both rules.
+# rack and sound devices for hosts that simulate them. Only these headers install. Every
+# other header of the library is private: it includes platform/PrivateHeader.h, which
+# stops a build that does not define ZNDVR_PRIVATE_BUILD (only the library's own targets
+# do), and the layer test checks both rules.
 #
 # Storage's, playback's and sound's exported classes join the list as they arrive, each
 # with the headers of its records: CZnDatabase, CHddObj, CFileSearchInfo and CZnFileInfo
-# (storage/), CDecodeWnd (playback/), CWaveCodec and CWaveWnd (sound/).
+# (storage/), CDecodeWnd (playback/), CWaveWnd (sound/).
 set(ZNDVR_PUBLIC_HEADERS
   # capture: CVideo, CEncodeParam, CMaskInfo
   capture/CVideo.h
@@ -21,6 +21,9 @@ set(ZNDVR_PUBLIC_HEADERS
   # recording: CZnFile
   recording/CZnFile.h
   recording/FileRecords.h
+  # sound: CWaveCodec, and the speech coder that hosts use to read recorded sound
+  sound/CAdpcm.h
+  sound/CWaveCodec.h
   # the shared vocabulary of the records above
   vocabulary/BoardLayout.h
   vocabulary/FrameRecords.h
@@ -60,4 +63,9 @@ set(ZNDVR_PUBLIC_HEADERS
   platform/WinMessages.h
   platform/WinThreads.h
   platform/WinTypes.h
+  platform/WinWave.h
+  # the virtual sound devices, for hosts and tests that simulate them
+  platform/CVirtualWave.h
+  platform/CWaveSignal.h
+  platform/WaveFile.h
 )

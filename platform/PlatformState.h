@@ -107,6 +107,16 @@ struct tag_THREADSTATE {
     DWORD m_dwWaitTimeout = INFINITE;
 };
 
+// Something that makes messages for one thread's queue by itself, such as an open sound
+// device: the thread runs m_fnServe, without the platform lock, when it retrieves
+// messages and the source has fallen due. A source that is not due has no m_tDue.
+struct tag_QUEUESOURCE {
+    DWORD m_dwThreadId = 0;
+    std::optional<TimeMs> m_tDue;
+    std::function<void()> m_fnServe;
+    bool m_bServing = false;
+};
+
 struct tag_WINDOWRECORD {
     CWnd* m_pWnd = nullptr;
     DWORD m_dwThreadId = 0;
@@ -132,6 +142,10 @@ struct tag_PLATFORMSTATE {
 
     std::unordered_map<std::uintptr_t, std::shared_ptr<CKernelObject>> m_handles;
     std::uintptr_t m_nNextHandle = 0x10000;
+
+    std::unordered_map<std::uint64_t, tag_QUEUESOURCE> m_sources;
+    std::uint64_t m_nNextSource = 1;
+    std::condition_variable m_cvSourceServed;
 
     bool m_bTestClock = false;
     TimeMs m_tTestNow = 0;
@@ -183,6 +197,18 @@ void RestartTimedWaits();
 
 std::shared_ptr<CKernelObject> FindHandle(HANDLE hObject);
 HANDLE AddHandle(std::shared_ptr<CKernelObject> pObject);
+
+// Queue sources of a thread (see tag_QUEUESOURCE). Adding gives the source's number, never
+// reused. Setting the due time wakes the owner. Removing waits while another thread is
+// serving the source, so nothing of it runs once the call returns.
+std::uint64_t AddQueueSource(DWORD dwThreadId, std::function<void()> fnServe);
+void SetQueueSourceDue(std::uint64_t nSource, std::optional<TimeMs> tDue);
+void RemoveQueueSource(std::uint64_t nSource);
+// Under the platform lock: the earliest due time of the thread's sources, whether one is
+// due now, and serving the due ones (the lock is let go while each runs).
+std::optional<TimeMs> NextQueueSourceDue(const tag_THREADSTATE& self);
+bool HasDueQueueSource(const tag_THREADSTATE& self);
+void ServeQueueSources(PlatformLock& lock, tag_THREADSTATE& self);
 
 tag_WINDOWRECORD* FindWindow(HWND hWnd);
 // Takes the window out of the registry with its timers and queued messages.

@@ -3,8 +3,7 @@
 // player that made it; used from its owner's thread only, without locks.
 #pragma once
 
-#include "platform/PrivateHeader.h"
-
+#include "platform/Export.h"
 #include "platform/WinTypes.h"
 
 #include <cstdint>
@@ -28,7 +27,7 @@ struct tag_G72XSTATE {
     bool operator==(const tag_G72XSTATE&) const = default;
 };
 
-class CAdpcm {
+class ZNDVR_API CAdpcm {
 public:
     // 3 bytes carry 8 codes of 3 bits: a call always holds whole groups.
     static constexpr int kSamplesPerGroup = 8;
