@@ -1,10 +1,6 @@
 // The table of the host program's commands, in the order --help lists them.
 #include "Commands.h"
 
-int RunVolumesCommand(std::span<char* const> args);
-int RunBoardsCommand(std::span<char* const> args);
-int RunRecordCommand(std::span<char* const> args);
-
 namespace {
 
 constexpr ToolCommand kCommands[] = {
@@ -15,6 +11,13 @@ constexpr ToolCommand kCommands[] = {
     {"record", "[-s SECONDS] [-d DIR] [Y4M...]",
      "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera",
      &RunRecordCommand},
+    {"play", "FILE [--speed N] [--from HH:MM:SS | --block B --frame F]",
+     "play a recording in real time with a progress line; keys pause, speed up, slow down and quit",
+     &RunPlayCommand},
+    {"export", "FILE -o OUT [--fps N] [--h263]",
+     "write a recording's pictures and sound to OUT: .y4m, .png (with %04d), .wav, .mp4/.mkv through ffmpeg, "
+     "or with --h263 an H.263 stream rewritten without loss",
+     &RunExportCommand},
 };
 
 } // namespace
