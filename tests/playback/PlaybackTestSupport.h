@@ -18,7 +18,6 @@ struct tag_PLAYEVENT {
     DWORD dwTick;
     int nFrame;         // the frame named by the picture's first pixel, for VIDEOPLAY_FRAME
     int nLastFrame;     // and by its last pixel
-    DWORD dwStamp;
     int nBlockIndex;
     int nFrameIndex;
     time_t tCurrent;
@@ -50,12 +49,11 @@ public:
 protected:
     LRESULT OnVideoPlay(WPARAM wParam, LPARAM lParam)
     {
-        tag_PLAYEVENT event{wParam, GetTickCount(), -1, -1, 0, 0, 0, 0, false};
+        tag_PLAYEVENT event{wParam, GetTickCount(), -1, -1, 0, 0, 0, false};
         if (wParam == VIDEOPLAY_FRAME) {
             const auto* pPlay = reinterpret_cast<const tag_PLAYFRAME*>(lParam);
             event.nFrame = FrameOfPicture(pPlay->pPicture);
             event.nLastFrame = FrameOfPicture(pPlay->pPicture + m_nPictureBytes - 3);
-            event.dwStamp = pPlay->pFrame->dwTimeStamp;
             event.nBlockIndex = pPlay->pPlayInfo->nBlockIndex;
             event.nFrameIndex = pPlay->pPlayInfo->nFrameIndex;
             event.tCurrent = pPlay->pPlayInfo->tCurrent.GetTime();

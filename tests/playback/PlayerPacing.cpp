@@ -83,6 +83,10 @@ TEST_F(PlayerTest, LostFrameIsBlackAndTheLastFrameComesBeforeTheEnd)
     EXPECT_FALSE(host.m_events[0].bAllBlack);
     EXPECT_TRUE(host.m_events[1].bAllBlack);
     EXPECT_EQ(host.m_events[2].nFrame, 2);
+    for (int i = 0; i < 3; ++i) {   // the read position: the frame after the one shown
+        EXPECT_EQ(host.m_events[i].nBlockIndex, 0);
+        EXPECT_EQ(host.m_events[i].nFrameIndex, i + 1);
+    }
     EXPECT_EQ(host.m_events[3].wKind, VIDEOPLAY_END);
     EXPECT_TRUE(IsAllZero(*player.GetPlayInfo()));
     EXPECT_EQ(player.GetZnFile(), nullptr);

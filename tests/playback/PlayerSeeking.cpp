@@ -47,9 +47,11 @@ protected:
         EXPECT_EQ(player.GetPlayInfo()->nBlockIndex, nBlock);
         EXPECT_EQ(player.GetPlayInfo()->nFrameIndex, nFrame);
         EXPECT_EQ(player.GetPlayInfo()->dwFrameStamp, 1000u + 500u * static_cast<DWORD>(nPending));
+        const time_t tBegin = player.GetPlayInfo()->tBegin.GetTime();
         Tick();
         ASSERT_EQ(host.Frames().size(), 2u);
         EXPECT_EQ(host.Frames().back().nFrame, nPending);
+        EXPECT_EQ(host.Frames().back().tCurrent, tBegin + nPending / 2);   // frames lie 500 ms apart
     }
 };
 
