@@ -126,11 +126,8 @@ int CDecodeWnd::OpenDecodeOnlyMode(int bDecodeOnly, DWORD dwRevision)
         return 0;
     m_pPicture.reset(new (std::nothrow) BYTE[DECODE_ONLY_PICTURE_BYTES]);
     m_pPcmPiece.reset(new (std::nothrow) short[CAdpcm::kMaxSamples]);
-    if (m_pPicture == nullptr || m_pPcmPiece == nullptr) {
-        m_pPicture.reset();
-        m_pPcmPiece.reset();
+    if (m_pPicture == nullptr || m_pPcmPiece == nullptr)
         return 0;
-    }
     CreateDecoder(dwRevision, DECODE_ONLY_PICTURE_BYTES);
     m_bDecodeOnly = bDecodeOnly;
     return 1;
@@ -391,8 +388,6 @@ int CDecodeWnd::PlayFrom(CTime tWhen)
     if (m_bDecodeOnly || m_pFile == nullptr)
         return 0;
     const int nBlock = FindBlock(tWhen);
-    if (nBlock < 0)
-        return 0;
     const int nFrames = static_cast<int>(m_pFile->GetBlockInfo()->GetAt(nBlock).dwFrames);
     int i = 0;
     for (; i < nFrames; ++i) {
@@ -443,15 +438,12 @@ int CDecodeWnd::TakeSeekFrame(int nBlock, int nFrame, BOOL bRefuseBlankSingleBlo
 }
 
 // Binary search over the block table for the last block that begins at or before tWhen,
-// or block 0 when the file begins later; -1 for a table without blocks.
+// or block 0 when the file begins later. An open file has at least its end block.
 int CDecodeWnd::FindBlock(CTime tWhen) const
 {
     const CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&>& blocks = *m_pFile->GetBlockInfo();
-    const int nBlocks = static_cast<int>(m_pFile->GetTotalBlock());
-    if (nBlocks < 1)
-        return -1;
     int nLow = 0;
-    int nHigh = nBlocks - 1;
+    int nHigh = static_cast<int>(m_pFile->GetTotalBlock()) - 1;
     int nMid = 0;
     CTime tMid;
     do {

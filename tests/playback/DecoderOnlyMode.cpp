@@ -137,6 +137,8 @@ TEST_F(DecoderOnlyTest, SoundOfAnyLengthRestartingAfterAGap)
     EXPECT_EQ(info.nSoundLen, nPcmBytes);
     EXPECT_EQ(Decode(withSound, kPictureBytes, nPcmBytes, SOUNDFMT_8K_16BIT_MONO), 1);
     EXPECT_EQ(info.nSoundLen, 0);
+    EXPECT_EQ(player.DecodeOneFrame(&withSound, info, nullptr, 0, pcm.data(), 0, SOUNDFMT_ADPCM), 1);
+    EXPECT_EQ(info.nSoundLen, 0);
     // The refused calls left the decoder state alone, and a gap starts a fresh one.
     for (int nRound = 0; nRound < 2; ++nRound) {
         ASSERT_EQ(Decode(withSound, kPictureBytes, nPcmBytes), 1);

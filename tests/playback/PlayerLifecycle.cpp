@@ -11,6 +11,12 @@ TEST_F(PlayerTest, OpenAndCloseRefusalsAndNotices)
     std::vector<tag_TESTFRAME> frames = MakeFrames(EvenStamps(40, 100, 40));
     WriteRecording(strFile, frames);
     EXPECT_EQ(player.OpenVideo(dir.Path("missing.zn").c_str(), 0, 0, -1), 0);
+    std::vector<tag_TESTFRAME> overlong = MakeFrames({100});
+    overlong[0].video.resize(160 * 112 * 2 + 2);   // the first frame can't be read
+    WriteRecording(dir.Path("overlong.zn"), overlong);
+    EXPECT_EQ(player.OpenVideo(dir.Path("overlong.zn").c_str(), 0, 0, -1), 0);
+    EXPECT_EQ(player.GetZnFile(), nullptr);
+    EXPECT_TRUE(IsAllZero(*player.GetPlayInfo()));
     player.CloseVideo(0);
     EXPECT_TRUE(host.m_events.empty());
     player.CloseVideo(1);

@@ -77,6 +77,8 @@ TEST_F(PlayerTest, LostFrameIsBlackAndTheLastFrameComesBeforeTheEnd)
     std::vector<tag_TESTFRAME> frames = MakeFrames(EvenStamps(3, 100, 40));
     frames[1].wFlags = ZNFRAME_LOST;
     frames[1].video.clear();
+    frames[2].wFlags = ZNFRAME_SOUND;   // read into the pending frame's own sound area
+    frames[2].sound.assign(360, 0x5A);
     Open(frames);
     TickUntilFrames(4, 20);
     ASSERT_EQ(host.m_events.size(), 4u);
