@@ -123,7 +123,7 @@ TEST(H263Writer, RecordsThatH263CannotCarryAreRefusedAndChangeNothing)
     };
     const Record notCoded = {0x00, 0x00, 0x84, 0x00};
     EXPECT_EQ(rewrite(notCoded, 0), H263_NO_PICTURE);
-    ASSERT_EQ(rewrite(picture(176, 144, 4, FlatMacroblock(90)), 0), H263_OK);
+    ASSERT_EQ(rewrite(picture(176, 144, 1, FlatMacroblock(90)), 1000), H263_OK);
     const struct {
         Record record;
         tag_H263RESULT nResult;
@@ -136,6 +136,7 @@ TEST(H263Writer, RecordsThatH263CannotCarryAreRefusedAndChangeNothing)
         {picture(352, 288, 4, withEvent(strEscape + "1" + Bits(63, 6) + Bits(1, 8))), H263_BAD_RECORD},
         {picture(352, 288, 4, FlatMacroblock(128)), H263_BAD_RECORD},
         {picture(360, 288, 4, FlatMacroblock(90)), H263_BAD_RECORD},
+        {picture(0, 288, 4, FlatMacroblock(90)), H263_BAD_RECORD},
         {Record(200, 0), H263_BAD_RECORD},
     };
     for (const auto& row : rows) {
@@ -146,6 +147,9 @@ TEST(H263Writer, RecordsThatH263CannotCarryAreRefusedAndChangeNothing)
     // The refused pictures left the size of the stream at 176 x 144: a picture that codes
     // nothing is its 50-bit head and one bit for each of the 99 macroblocks.
     ASSERT_EQ(rewrite(picture(176, 144, 4, FlatMacroblock(90)), 80), H263_OK);
-    ASSERT_EQ(rewrite(notCoded, 120), H263_OK);
+    ASSERT_EQ(rewrite(notCoded, 1000 + 1001), H263_OK);
     EXPECT_EQ(writer.GetPictureLength(), (50 + 99 + 7) / 8);
+    // TR, behind the 22 bits of PSC, counts the 29.97 Hz periods since the first picture.
+    const BYTE* pOut = writer.GetPicture();
+    EXPECT_EQ((pOut[2] & 0x3) << 6 | pOut[3] >> 2, 30);
 }
