@@ -7,6 +7,7 @@
 #include "playback/TestRecordings.h"
 #include "sound/CAdpcm.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -77,30 +78,39 @@ protected:
 
 } // namespace
 
-// The sound of each frame ends at its stamp; silence fills the frame without sound.
+// The sound of each frame ends at its stamp; silence fills the frame without sound, and
+// the sound after it starts a fresh decoder. Loud code saturates at the 16-bit limits.
 TEST_F(ExportTest, WavHoldsTheSoundOnTheStampsAtTheInputLevel)
 {
     WriteSoundRecording();
+    frames[5].sound.assign(kCodeBytesPerFrame, 0x77);
+    WriteRecording(strFile, frames);
     const std::string strWav = dir.Path("out.wav");
     ASSERT_EQ(RunExport({strFile, "-o", strWav}), 0);
+    constexpr int kFrameSamples = kCodeBytesPerFrame / 3 * 8;
+    std::vector<short> expected;
+    auto pDecoder = std::make_unique<CAdpcm>();
+    ASSERT_EQ(pDecoder->Init(CAdpcm::kModeDecoder), 1);
+    for (const tag_TESTFRAME& frame : frames) {
+        std::vector<short> samples(kFrameSamples, 0);
+        if (frame.sound.empty()) {
+            pDecoder = std::make_unique<CAdpcm>();
+            ASSERT_EQ(pDecoder->Init(CAdpcm::kModeDecoder), 1);
+        } else {
+            ASSERT_EQ(pDecoder->Decode(frame.sound.data(), samples.data(), kCodeBytesPerFrame, 0), 1);
+        }
+        for (short sSample : samples)
+            expected.push_back(static_cast<short>(std::clamp(sSample * 4, -32768, 32767)));
+    }
     const std::vector<BYTE> wav = ReadAll(strWav);
-    ASSERT_GE(wav.size(), 44u);
+    ASSERT_EQ(wav.size(), 44 + expected.size() * 2);
     const auto le32 = [&](std::size_t n) { return wav[n] | wav[n + 1] << 8 | wav[n + 2] << 16 | wav[n + 3] << 24; };
     EXPECT_EQ(std::string(wav.begin(), wav.begin() + 4), "RIFF");
     EXPECT_EQ(le32(24), 8000);
     EXPECT_EQ(le32(40), static_cast<int>(wav.size()) - 44);
-    constexpr int kFrameSamples = kCodeBytesPerFrame / 3 * 8;
-    ASSERT_EQ(wav.size(), 44u + 6 * kFrameSamples * 2);
-    CAdpcm decoder;
-    ASSERT_EQ(decoder.Init(CAdpcm::kModeDecoder), 1);
-    std::vector<short> expected(kFrameSamples);
-    ASSERT_EQ(decoder.Decode(frames[0].sound.data(), expected.data(), kCodeBytesPerFrame, 0), 1);
-    for (int i = 0; i < kFrameSamples; ++i) {
-        const short sSample = static_cast<short>(wav[44 + 2 * i] | wav[45 + 2 * i] << 8);
-        ASSERT_EQ(sSample, expected[static_cast<std::size_t>(i)] * 4) << i;
-    }
-    const auto gap = wav.begin() + 44 + 3 * kFrameSamples * 2;
-    EXPECT_TRUE(std::all_of(gap, gap + kFrameSamples * 2, [](BYTE b) { return b == 0; }));
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        ASSERT_EQ(static_cast<short>(wav[44 + 2 * i] | wav[45 + 2 * i] << 8), expected[i]) << i;
+    EXPECT_NE(std::count(expected.begin(), expected.end(), 32767), 0);
     if (IsInstalled("soxi")) {
         EXPECT_EQ(RunPeer("soxi -D '" + strWav + "'"), "0.720000");
     }
@@ -127,6 +137,10 @@ TEST_F(ExportTest, Y4mShowsEachFrameFromItsStampOn)
         EXPECT_NEAR(pFrame[6], expectedLuma[n], 1) << n;
         EXPECT_NEAR(pFrame[6 + 160 * 112], 128, 1) << n;   // U of neutral chroma
     }
+    // Without --fps, the recording's own rate: two gaps of 200 ms.
+    ASSERT_EQ(RunExport({strFile, "-o", strY4m}), 0);
+    const std::vector<BYTE> ownRate = ReadAll(strY4m);
+    EXPECT_EQ(std::string(ownRate.begin(), ownRate.begin() + 25), "YUV4MPEG2 W160 H112 F5:1 ");
 }
 
 TEST_F(ExportTest, FFmpegReadsTheContainerAndTheH263Stream)
@@ -166,6 +180,9 @@ TEST_F(ExportTest, RefusalsNameTheFileAndTheReason)
 {
     frames = MakeFrames(EvenStamps(3, 0, 40));
     WriteRecording(strFile, frames);
+    frames[1].video = MakeFlatPicture(160, 112, 0);   // an intra DC of 0
+    WriteRecording(dir.Path("dc0.zn"), frames);
+    std::filesystem::create_symlink("/dev/full", dir.Path("full.y4m"));
     const struct {
         std::vector<std::string> args;
         int nExit;
@@ -178,6 +195,9 @@ TEST_F(ExportTest, RefusalsNameTheFileAndTheReason)
         {{strFile, "-o", dir.Path("a.y4m"), "--fps", "0"}, 2, "--fps 0"},
         {{strFile, "-o", dir.Path("a.wav")}, 1, "rec.zn has no sound"},
         {{strFile}, 2, "usage: zndvr export"},
+        {{strFile, "-o", dir.Path("full.y4m")}, 1, "full.y4m: No space left on device"},
+        {{dir.Path("dc0.zn"), "-o", dir.Path("a.h263"), "--h263"}, 1,
+         "block 0 frame 1 holds values H.263 can't carry; left out up to the next key frame"},
     };
     for (const auto& row : rows) {
         ::testing::internal::CaptureStderr();
