@@ -199,18 +199,25 @@ public:
         m_pcm.resize(kMaxFramePcmBytes / 2);
         return m_player.OpenDecodeWnd(nullptr, 1, dwRevision) == 1;
     }
-    bool Decode(tag_ZNFRAMEDATA& frame, tag_SOUNDFMT nSoundFmt)
+    // A frame whose picture doesn't decode still has its sound: the player gives the
+    // sound of a frame without picture, so the frame goes again marked lost.
+    bool Decode(const tag_ZNFRAMEDATA& frame, tag_SOUNDFMT nSoundFmt)
     {
-        return m_player.DecodeOneFrame(&frame, m_info, m_picture.data(), static_cast<int>(m_picture.size()),
-                                       reinterpret_cast<BYTE*>(m_pcm.data()), static_cast<int>(m_pcm.size() * 2),
-                                       nSoundFmt) == 1;
+        tag_ZNFRAMEDATA copy = frame;
+        if (DecodeCopy(copy, nSoundFmt))
+            return true;
+        copy.wFlags |= ZNFRAME_LOST;
+        const int bError = m_info.bError;
+        DecodeCopy(copy, nSoundFmt);
+        m_info.bError = bError;
+        return false;
     }
     const tag_DECODEINFO& Info() const { return m_info; }
     const BYTE* Picture() const { return m_picture.data(); }
     // The frame's sound brought to the level of the 16-bit input.
     std::size_t TakeSound()
     {
-        const std::size_t nSamples = m_info.nSoundLen > 0 ? static_cast<std::size_t>(m_info.nSoundLen) / 2 : 0;
+        const std::size_t nSamples = static_cast<std::size_t>(m_info.nSoundLen) / 2;
         for (std::size_t i = 0; i < nSamples; ++i)
             m_pcm[i] = static_cast<std::int16_t>(std::clamp(m_pcm[i] * kPcmScale, -32768, 32767));
         return nSamples;
@@ -218,6 +225,13 @@ public:
     const std::int16_t* Sound() const { return m_pcm.data(); }
 
 private:
+    bool DecodeCopy(tag_ZNFRAMEDATA& frame, tag_SOUNDFMT nSoundFmt)
+    {
+        return m_player.DecodeOneFrame(&frame, m_info, m_picture.data(), static_cast<int>(m_picture.size()),
+                                       reinterpret_cast<BYTE*>(m_pcm.data()), static_cast<int>(m_pcm.size() * 2),
+                                       nSoundFmt) == 1;
+    }
+
     CDecodeWnd m_player;
     tag_DECODEINFO m_info{};
     std::vector<BYTE> m_picture;
@@ -276,7 +290,7 @@ int ChooseFrameRate(const tag_EXPORTOPTIONS& options, const tag_SURVEY& survey)
     if (options.nFramesPerSecond > 0)
         return options.nFramesPerSecond;
     const DWORD dwDuration = survey.dwLastTime - survey.dwLeadMs;
-    if (survey.dwFrames < 2 || dwDuration == 0)
+    if (dwDuration == 0)   // a single frame, or stamps that stand still
         return kDefaultFramesPerSecond;
     const std::uint64_t nRate = ((survey.dwFrames - 1) * 1000ull + dwDuration / 2) / dwDuration;
     return static_cast<int>(std::clamp<std::uint64_t>(nRate, 1, kMaxFramesPerSecond));
@@ -374,11 +388,13 @@ bool WritePictures(CRecordingReader& reader, const tag_SURVEY& survey, int nRate
 int ExportH263(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
 {
     CH263Writer writer;
+    if (!writer.Create() || !reader.ReadFirst()) {
+        std::fprintf(stderr, "zndvr export: %s: no frame to rewrite\n", options.strFile.c_str());
+        return kExitFailed;
+    }
     std::FILE* pOut = std::fopen(options.strOut.c_str(), "wb");
-    if (!writer.Create() || pOut == nullptr || !reader.ReadFirst()) {
-        std::fprintf(stderr, "zndvr export: %s: %s\n", options.strOut.c_str(), pOut == nullptr ? std::strerror(errno) : "no frame to rewrite");
-        if (pOut != nullptr)
-            std::fclose(pOut);
+    if (pOut == nullptr) {
+        std::fprintf(stderr, "zndvr export: %s: %s\n", options.strOut.c_str(), std::strerror(errno));
         return kExitFailed;
     }
     CProgress progress(reader.File().GetTotalFrameNum());
@@ -435,8 +451,10 @@ int ExportWav(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
         return kExitFailed;
     }
     const bool bRead = Survey(reader, &wav, survey);
-    if (!wav.Close() || !bRead) {
-        std::fprintf(stderr, "zndvr export: %s\n", bRead ? wav.GetError().c_str() : "the recording can't be read");
+    const bool bClosed = wav.Close();
+    if (!bRead || !bClosed) {
+        std::fprintf(stderr, "zndvr export: %s\n",
+                     wav.GetError().empty() ? (options.strFile + ": can't be read").c_str() : wav.GetError().c_str());
         return kExitFailed;
     }
     if (survey.nSoundSamples == 0) {
@@ -482,7 +500,8 @@ int ExportPictures(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
     if (!bSurveyed || survey.nWidth == 0) {
         if (bHasSound)
             std::remove(strSound.c_str());
-        std::fprintf(stderr, "zndvr export: %s: no picture decodes\n", options.strFile.c_str());
+        std::fprintf(stderr, "zndvr export: %s\n",
+                     wav.GetError().empty() ? (options.strFile + ": no picture decodes").c_str() : wav.GetError().c_str());
         return kExitFailed;
     }
     const int nRate = ChooseFrameRate(options, survey);

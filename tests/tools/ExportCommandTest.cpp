@@ -84,6 +84,7 @@ TEST_F(ExportTest, WavHoldsTheSoundOnTheStampsAtTheInputLevel)
 {
     WriteSoundRecording();
     frames[5].sound.assign(kCodeBytesPerFrame, 0x77);
+    frames[2].video.clear();   // a picture that doesn't decode keeps its sound
     WriteRecording(strFile, frames);
     const std::string strWav = dir.Path("out.wav");
     ASSERT_EQ(RunExport({strFile, "-o", strWav}), 0);
@@ -111,6 +112,10 @@ TEST_F(ExportTest, WavHoldsTheSoundOnTheStampsAtTheInputLevel)
     for (std::size_t i = 0; i < expected.size(); ++i)
         ASSERT_EQ(static_cast<short>(wav[44 + 2 * i] | wav[45 + 2 * i] << 8), expected[i]) << i;
     EXPECT_NE(std::count(expected.begin(), expected.end(), 32767), 0);
+    std::filesystem::create_symlink("/dev/full", dir.Path("full.wav"));
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(RunExport({strFile, "-o", dir.Path("full.wav")}), 1);
+    EXPECT_NE(::testing::internal::GetCapturedStderr().find("full.wav: No space left on device"), std::string::npos);
     if (IsInstalled("soxi")) {
         EXPECT_EQ(RunPeer("soxi -D '" + strWav + "'"), "0.720000");
     }
