@@ -207,9 +207,7 @@ public:
         if (DecodeCopy(copy, nSoundFmt))
             return true;
         copy.wFlags |= ZNFRAME_LOST;
-        const int bError = m_info.bError;
         DecodeCopy(copy, nSoundFmt);
-        m_info.bError = bError;
         return false;
     }
     const tag_DECODEINFO& Info() const { return m_info; }

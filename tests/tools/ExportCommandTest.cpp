@@ -188,6 +188,7 @@ TEST_F(ExportTest, RefusalsNameTheFileAndTheReason)
     frames[1].video = MakeFlatPicture(160, 112, 0);   // an intra DC of 0
     WriteRecording(dir.Path("dc0.zn"), frames);
     std::filesystem::create_symlink("/dev/full", dir.Path("full.y4m"));
+    std::filesystem::create_symlink("/dev/full", dir.Path("full.h263"));
     const struct {
         std::vector<std::string> args;
         int nExit;
@@ -201,6 +202,7 @@ TEST_F(ExportTest, RefusalsNameTheFileAndTheReason)
         {{strFile, "-o", dir.Path("a.wav")}, 1, "rec.zn has no sound"},
         {{strFile}, 2, "usage: zndvr export"},
         {{strFile, "-o", dir.Path("full.y4m")}, 1, "full.y4m: No space left on device"},
+        {{strFile, "-o", dir.Path("full.h263"), "--h263"}, 1, "full.h263: No space left on device"},
         {{dir.Path("dc0.zn"), "-o", dir.Path("a.h263"), "--h263"}, 1,
          "block 0 frame 1 holds values H.263 can't carry; left out up to the next key frame"},
     };
