@@ -226,10 +226,7 @@ void CDecodeWnd::CloseVideo(int bNotify)
         KillTimer(m_nTimer);
         m_nTimer = 0;
     }
-    if (m_pFile != nullptr) {
-        m_pFile->Close();
-        m_pFile.reset();
-    }
+    m_pFile.reset();   // closes the file
     m_pPicture.reset();
     m_nPictureBytes = 0;
     m_pFrame.reset();

@@ -17,6 +17,9 @@ TEST_F(PlayerTest, OpenAndCloseRefusalsAndNotices)
     EXPECT_EQ(player.OpenVideo(dir.Path("overlong.zn").c_str(), 0, 0, -1), 0);
     EXPECT_EQ(player.GetZnFile(), nullptr);
     EXPECT_TRUE(IsAllZero(*player.GetPlayInfo()));
+    player.ResetPlay();   // nothing to run
+    Tick();
+    EXPECT_TRUE(player.IsPause());
     player.CloseVideo(0);
     EXPECT_TRUE(host.m_events.empty());
     player.CloseVideo(1);
