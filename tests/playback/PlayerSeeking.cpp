@@ -115,14 +115,20 @@ TEST_F(PlayerSeekTest, PlayFromTime)
     }
 }
 
-TEST_F(PlayerSeekTest, SeekToASingleBlockWithoutPictureFirst)
+// A single block whose first frame has no picture can't be sought by block; a frame
+// that can't be read on the way ends a seek of either kind.
+TEST_F(PlayerSeekTest, SeeksIntoADamagedSingleBlock)
 {
-    std::vector<tag_TESTFRAME> frames = MakeBlocks({3});
+    std::vector<tag_TESTFRAME> frames = MakeBlocks({4});
     frames[0].video.clear();
+    frames[2].video.resize(160 * 112 * 2 + 2);
     WriteRecording(strFile, frames);
     StartPaused();
+    const CTime tBegin = player.GetPlayInfo()->tBegin;
     EXPECT_EQ(player.PlayFrom(0, 0), 0);
-    EXPECT_EQ(player.PlayFrom(player.GetPlayInfo()->tBegin - CTimeSpan(5)), 1);
+    EXPECT_EQ(player.PlayFrom(0, 3), 0);
+    EXPECT_EQ(player.PlayFrom(tBegin + CTimeSpan(5)), 0);
+    EXPECT_EQ(player.PlayFrom(tBegin - CTimeSpan(5)), 1);
 }
 
 TEST_F(PlayerTest, PauseTwiceResumesAfterAFullGapAndResetPlayCountsThePause)
