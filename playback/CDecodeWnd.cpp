@@ -109,7 +109,7 @@ int CDecodeWnd::OpenDecodeWnd(HWND hParent, int bDecodeOnly, DWORD dwRevision)
 
 int CDecodeWnd::OpenWindowMode(HWND hParent)
 {
-    if (m_bDecodeOnly)
+    if (m_bDecodeOnly || m_hWnd != nullptr)
         return 0;
     m_hNotifyWnd = hParent;
     CString strName;

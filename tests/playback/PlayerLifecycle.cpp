@@ -17,6 +17,7 @@ TEST_F(PlayerTest, OpenAndCloseRefusalsAndNotices)
     EXPECT_EQ(player.OpenVideo(dir.Path("overlong.zn").c_str(), 0, 0, -1), 0);
     EXPECT_EQ(player.GetZnFile(), nullptr);
     EXPECT_TRUE(IsAllZero(*player.GetPlayInfo()));
+    EXPECT_EQ(player.OpenDecodeWnd(nullptr, 0, 0), 0);   // open already: the host stays
     player.ResetPlay();   // nothing to run
     Tick();
     EXPECT_TRUE(player.IsPause());
