@@ -17,5 +17,6 @@ std::span<const ToolCommand> GetToolCommands();
 int RunVolumesCommand(std::span<char* const> args);
 int RunBoardsCommand(std::span<char* const> args);
 int RunRecordCommand(std::span<char* const> args);
+int RunDevicesCommand(std::span<char* const> args);
 int RunPlayCommand(std::span<char* const> args);
 int RunExportCommand(std::span<char* const> args);
