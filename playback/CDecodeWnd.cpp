@@ -4,6 +4,7 @@
 #include "platform/CRect.h"
 #include "platform/TickClock.h"
 #include "sound/CAdpcm.h"
+#include "sound/CWaveCodec.h"
 #include "vocabulary/StreamRevision.h"
 
 #include <algorithm>
@@ -85,6 +86,7 @@ DWORD CDecodeWnd::m_dwObjNum = 0;
 
 BEGIN_MESSAGE_MAP(CDecodeWnd, CWnd)
     ON_WM_TIMER()
+    ON_MESSAGE(MM_WOM_DONE, OnWomDone)
 END_MESSAGE_MAP()
 
 CDecodeWnd::CDecodeWnd()
@@ -226,6 +228,7 @@ void CDecodeWnd::CloseVideo(int bNotify)
         KillTimer(m_nTimer);
         m_nTimer = 0;
     }
+    CloseAudio();
     m_pFile.reset();   // closes the file
     m_pPicture.reset();
     m_nPictureBytes = 0;
@@ -297,6 +300,8 @@ void CDecodeWnd::UpdatePlayClock(DWORD dwElapsed)
 // Shows the pending frame and reads the next one; at the end of the file the playing ends.
 void CDecodeWnd::DecodeOneFrame(DWORD dwNow)
 {
+    // Sound goes to the device before the picture is decoded.
+    CheckAudio();
     tag_ZNFRAMEDATA& frame = m_pFrame->frame;
     m_pFile->GetFilePos(m_PlayInfo.nBlockIndex, m_PlayInfo.nFrameIndex);
     m_PlayInfo.dwLastTick = dwNow;
@@ -337,6 +342,88 @@ CTime CDecodeWnd::GetStampTime(DWORD dwStamp) const
 }
 
 // ---------------------------------------------------------------------------
+// Sound
+
+// Sound plays at normal speed, when it is wanted, for a pending frame that has some.
+BOOL CDecodeWnd::WantsSound() const
+{
+    return m_pFrame != nullptr && m_PlayInfo.bEnableSound && m_PlayInfo.nPlaySpeed == 0 &&
+           (m_pFrame->frame.wFlags & ZNFRAME_SOUND) != 0;
+}
+
+// Keeps the device in the state the pending frame needs and queues its sound. A frame
+// without sound closes the device; the next one with sound opens it anew, behind fresh
+// silence. A device that doesn't open leaves the frame silent, and the next one tries.
+void CDecodeWnd::CheckAudio()
+{
+    if (!WantsSound()) {
+        CloseAudio();
+        return;
+    }
+    if (OpenAudio())
+        m_pWave->Play(m_pFrame->frame.pSound, static_cast<int>(m_pFrame->frame.dwSoundLen));
+}
+
+int CDecodeWnd::OpenAudio()
+{
+    if (m_pWave != nullptr)
+        return 1;
+    m_pWave.reset(new (std::nothrow) CWaveCodec);
+    if (m_pWave == nullptr ||
+        !m_pWave->Open(m_hWnd, static_cast<DWORD>(m_PlayInfo.nWaveOutID), m_PlayInfo.nSoundFmt, ZNFILE_WRITE)) {
+        m_pWave.reset();
+        return 0;
+    }
+    m_pWave->StartPlay();
+    return 1;
+}
+
+// Closing resets the device: what is queued is cut off.
+void CDecodeWnd::CloseAudio()
+{
+    if (m_pWave == nullptr)
+        return;
+    m_pWave->Close();
+    m_pWave.reset();
+}
+
+// A finished buffer. When fewer than the low-water mark stay queued, the pending frame
+// comes at once, whatever its stamp: the sound can hurry the picture, never hold it.
+void CDecodeWnd::OnWomDone(WPARAM wParam, LPARAM lParam)
+{
+    if (m_pWave == nullptr)
+        return;
+    int bNeedData = 0;
+    m_pWave->OnPlayDone(reinterpret_cast<HWAVEOUT>(wParam), reinterpret_cast<WAVEHDR*>(lParam), bNeedData);
+    if (!bNeedData)
+        return;
+    if (!WantsSound()) {
+        CloseAudio();
+        return;
+    }
+    const DWORD dwNow = GetTickCount();
+    if (SkipFramesWithoutSoundBytes())
+        DecodeOneFrame(dwNow);
+}
+
+// Frames that carry the sound flag but no sound are decoded unseen, since the frames
+// after them build on their pictures; FALSE when the file ends among them.
+BOOL CDecodeWnd::SkipFramesWithoutSoundBytes()
+{
+    tag_ZNFRAMEDATA& frame = m_pFrame->frame;
+    while ((frame.wFlags & ZNFRAME_SOUND) != 0 && frame.dwSoundLen == 0) {
+        m_pFile->GetFilePos(m_PlayInfo.nBlockIndex, m_PlayInfo.nFrameIndex);
+        m_PlayInfo.dwFrameStamp = frame.dwTimeStamp;
+        DecodePicture(frame);
+        if (!m_pFile->ReadOneFrame(&frame, -1, 0)) {
+            CloseVideo(1);
+            return FALSE;
+        }
+    }
+    return TRUE;
+}
+
+// ---------------------------------------------------------------------------
 // Pausing and seeking
 
 void CDecodeWnd::Pause()
@@ -346,6 +433,7 @@ void CDecodeWnd::Pause()
     if (m_nTimer != 0) {
         KillTimer(m_nTimer);
         m_nTimer = 0;
+        CloseAudio();   // the queued sound is cut off
         return;
     }
     // The pending frame waits its full gap from now.

@@ -19,6 +19,7 @@
 
 class CAdpcm;
 class CDecoder;
+class CWaveCodec;
 struct tag_OWNEDFRAME;
 
 // The position and settings of a playback, handed to the host. All zero while no video
@@ -115,6 +116,9 @@ public:
 
 protected:
     void OnTimer(UINT nIDEvent);
+    // MM_WOM_DONE: wParam the wave-out handle, lParam the finished WAVEHDR (a pointer,
+    // so it comes as LPARAM).
+    void OnWomDone(WPARAM wParam, LPARAM lParam);
     DECLARE_MESSAGE_MAP()
 
 private:
@@ -127,6 +131,11 @@ private:
 
     void DecodeOneFrame(DWORD dwNow);
     void DecodePicture(const tag_ZNFRAMEDATA& frame);
+    BOOL WantsSound() const;
+    void CheckAudio();
+    int OpenAudio();
+    void CloseAudio();
+    BOOL SkipFramesWithoutSoundBytes();
     void UpdatePlayClock(DWORD dwElapsed);
     void NotifyHost(WPARAM wParam, LPARAM lParam);
     CTime GetStampTime(DWORD dwStamp) const;
@@ -147,6 +156,7 @@ private:
     tag_VIDEOPLAYINFO m_PlayInfo;
     int m_bDecodeOnly;
     std::unique_ptr<CAdpcm> m_pAdpcm;
+    std::unique_ptr<CWaveCodec> m_pWave;
     std::unique_ptr<CDecoder> m_pDecoder;
 
     int m_nPictureBytes;

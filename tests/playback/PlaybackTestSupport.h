@@ -5,10 +5,13 @@
 #include "TestRecordings.h"
 
 #include "playback/CDecodeWnd.h"
+#include "platform/CVirtualWave.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 
 namespace playback_test {
 
@@ -35,6 +38,7 @@ public:
 
     std::vector<tag_PLAYEVENT> m_events;
     int m_nPictureBytes = 160 * 112 * 3;
+    std::function<void(const tag_PLAYFRAME&)> m_pfnOnFrame;
 
     std::vector<tag_PLAYEVENT> Frames() const
     {
@@ -58,6 +62,8 @@ protected:
             event.nFrameIndex = pPlay->pPlayInfo->nFrameIndex;
             event.tCurrent = pPlay->pPlayInfo->tCurrent.GetTime();
             event.bAllBlack = std::all_of(pPlay->pPicture, pPlay->pPicture + m_nPictureBytes, [](BYTE b) { return b == 0; });
+            if (m_pfnOnFrame)
+                m_pfnOnFrame(*pPlay);
         } else if (wParam == VIDEOPLAY_CLOCK) {
             event.tCurrent = reinterpret_cast<const tag_VIDEOPLAYINFO*>(lParam)->tCurrent.GetTime();
         }
@@ -82,12 +88,37 @@ inline void PumpMessages()
         DispatchMessage(&msg);
 }
 
-// A player in window mode under the test clock, with a recording to play.
+// A player in window mode under the test clock, with a recording to play and one
+// virtual sound output, device 0, that keeps what it played.
 class PlayerTest : public ::testing::Test {
 protected:
     static constexpr DWORD kClockStart = 0x10000;
 
-    void SetUp() override { ASSERT_EQ(player.OpenDecodeWnd(host.m_hWnd, 0, 0), 1); }
+    void SetUp() override
+    {
+        CVirtualWave::Clear();
+        CVirtualWave::EnableSystemDevices(false);
+        tag_VIRTUALWAVEDEVICE speaker;
+        speaker.strName = "speaker";
+        CVirtualWave::AddOutput(speaker);
+        ASSERT_EQ(player.OpenDecodeWnd(host.m_hWnd, 0, 0), 1);
+    }
+    void TearDown() override
+    {
+        player.CloseDecodeWnd();
+        CVirtualWave::InstallDefault();
+    }
+
+    // The sound the output has played, as samples.
+    static std::vector<short> PlayedSound(std::vector<tag_PLAYEDBUFFER>* pBuffers = nullptr)
+    {
+        std::vector<BYTE> bytes;
+        WAVEFORMATEX format{};
+        EXPECT_TRUE(CVirtualWave::GetPlayed(0, bytes, format, pBuffers));
+        std::vector<short> samples(bytes.size() / 2);
+        std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+        return samples;
+    }
 
     // Writes the recording and starts playing it at the speed given.
     void Open(std::vector<tag_TESTFRAME> frames, int nSpeed = 0)
