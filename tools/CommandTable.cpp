@@ -13,7 +13,7 @@ constexpr ToolCommand kCommands[] = {
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
     {"devices", "", "list the wave-in and wave-out devices with the sound formats each accepts", &RunDevicesCommand},
-    {"play", "FILE [--speed N] [--from HH:MM:SS | --block B --frame F]",
+    {"play", "FILE [--speed N] [--from HH:MM:SS | --block B --frame F] [--device NAME | --no-sound]",
      "play a recording in real time with a progress line; keys pause, speed up, slow down and quit",
      &RunPlayCommand},
     {"export", "FILE -o OUT [--fps N] [--h263]",

@@ -7,6 +7,7 @@
 #include "playback/CDecodeWnd.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
+#include "sound/CWaveCodec.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -32,8 +33,10 @@ constexpr int kMinutesPerHour = 60;
 constexpr int kHoursPerDay = 24;
 
 constexpr char kUsage[] =
-    "usage: zndvr play FILE [--speed N] [--from HH:MM:SS | --block B --frame F]\n"
+    "usage: zndvr play FILE [--speed N] [--from HH:MM:SS | --block B --frame F] [--device NAME | --no-sound]\n"
     "  --speed N   0 normal; N above 0 plays 2N times faster, below 0 2|N| times slower\n"
+    "  --device    the wave-out device to play the sound on (zndvr devices lists them); by\n"
+    "              default the machine's first one, or the virtual output when it has none\n"
     "  --from      the first frames after that time of day on the recording's first day\n"
     "  keys: space pause, + faster, - slower, r normal speed, q quit\n";
 
@@ -47,6 +50,8 @@ struct tag_PLAYOPTIONS {
     bool bFromBlock = false;
     int nBlock = 0;
     int nFrame = 0;
+    std::string strDevice;
+    bool bNoSound = false;
 };
 
 bool ParseTimeOfDay(const char* pText, tag_PLAYOPTIONS& options)
@@ -74,6 +79,10 @@ bool ParseOptions(std::span<char* const> args, tag_PLAYOPTIONS& options)
         } else if (strArg == "--block" && bHasValue) {
             options.bFromBlock = true;
             options.nBlock = std::atoi(args[++i]);
+        } else if (strArg == "--device" && bHasValue) {
+            options.strDevice = args[++i];
+        } else if (strArg == "--no-sound") {
+            options.bNoSound = true;
         } else if (strArg == "--frame" && bHasValue) {
             bHasFrame = true;
             options.nFrame = std::atoi(args[++i]);
@@ -85,7 +94,8 @@ bool ParseOptions(std::span<char* const> args, tag_PLAYOPTIONS& options)
             return false;
         }
     }
-    if (options.strFile.empty() || (bHasFrame && !options.bFromBlock) || (options.bFromTime && options.bFromBlock)) {
+    if (options.strFile.empty() || (bHasFrame && !options.bFromBlock) || (options.bFromTime && options.bFromBlock) ||
+        (options.bNoSound && !options.strDevice.empty())) {
         std::fputs(kUsage, stderr);
         return false;
     }
@@ -280,6 +290,33 @@ bool Seek(CDecodeWnd& player, const tag_PLAYOPTIONS& options)
     return true;
 }
 
+// The virtual devices come first in the lists; a machine's own output is preferred,
+// but not ALSA's null device, which throws the sound away.
+constexpr char kVirtualDevicePrefix[] = "virtual-";
+constexpr char kDiscardingDevice[] = "null";
+
+// The wave-out device for the sound: the one named, or the machine's first that takes
+// the speech format, or any (the virtual output). false for a name no device has.
+bool ChooseOutput(const tag_PLAYOPTIONS& options, int& nWaveOutID)
+{
+    CWaveCodec lister;   // the device lists live while an object does
+    nWaveOutID = -1;
+    if (!options.strDevice.empty()) {
+        const DWORD dwID = CWaveCodec::GetWaveOutID(options.strDevice.c_str());
+        nWaveOutID = static_cast<int>(dwID);
+        return dwID != CWaveCodec::ANY_DEVICE;
+    }
+    for (DWORD dwID = 0; dwID < CWaveCodec::GetWaveOutDevNum(); ++dwID) {
+        const std::string strName = static_cast<LPCSTR>(CWaveCodec::GetWaveOutDevName(dwID));
+        if (strName.rfind(kVirtualDevicePrefix, 0) != 0 && strName != kDiscardingDevice &&
+            CWaveCodec::CheckOutFmt(dwID, SOUNDFMT_ADPCM)) {
+            nWaveOutID = static_cast<int>(dwID);
+            return true;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 int RunPlayCommand(std::span<char* const> args)
@@ -287,15 +324,30 @@ int RunPlayCommand(std::span<char* const> args)
     tag_PLAYOPTIONS options;
     if (!ParseOptions(args, options))
         return kExitUsage;
+    int nWaveOutID = -1;
+    if (!ChooseOutput(options, nWaveOutID)) {
+        std::fprintf(stderr, "zndvr play: --device %s: no wave-out device of that name (zndvr devices lists them)\n",
+                     options.strDevice.c_str());
+        return kExitUsage;
+    }
     CDecodeWnd player;
     CPlayHost host(player);
-    if (!player.OpenDecodeWnd(host.m_hWnd, 0, 0) || !player.OpenVideo(options.strFile.c_str(), options.nSpeed, 0, -1)) {
+    if (!player.OpenDecodeWnd(host.m_hWnd, 0, 0) ||
+        !player.OpenVideo(options.strFile.c_str(), options.nSpeed, 0, nWaveOutID)) {
         std::fprintf(stderr, "zndvr play: %s can't be played: not a recording, damaged, or without frames\n",
                      options.strFile.c_str());
         return kExitFailed;
     }
     if (!Seek(player, options))
         return kExitFailed;
+    player.EnableSound(options.bNoSound ? 0 : 1);
+    const bool bHasSound = player.GetZnFile()->GetSoundFormat() == SOUNDFMT_ADPCM;
+    std::printf("playing %s: %dx%d, %lu frames, %s\n", options.strFile.c_str(), player.GetZnFile()->GetVideoWidth(),
+                player.GetZnFile()->GetVideoHeight(), static_cast<unsigned long>(player.GetZnFile()->GetTotalFrameNum()),
+                options.bNoSound || !bHasSound ? "without sound"
+                : nWaveOutID < 0 ? "sound on the first output that takes it"
+                                 : ("sound on " + std::string(static_cast<LPCSTR>(CWaveCodec::GetWaveOutDevName(
+                                                      static_cast<DWORD>(nWaveOutID))))).c_str());
     InstallInterruptHandler();
     host.Run();
     player.CloseDecodeWnd();
