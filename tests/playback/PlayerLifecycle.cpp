@@ -36,6 +36,12 @@ TEST_F(PlayerTest, OpenAndCloseRefusalsAndNotices)
     Tick(3);
     EXPECT_EQ(host.Frames().size(), 3u);   // the running video goes on: 120 ms, 40 ms a frame
     EXPECT_EQ(host.Frames().back().nFrame, 2);
+    // Closing the window mode while playing stops everything, without a message.
+    const HWND hPlayer = player.m_hWnd;
+    player.CloseDecodeWnd();
+    EXPECT_FALSE(IsWindow(hPlayer));
+    EXPECT_EQ(player.GetZnFile(), nullptr);
+    Tick(3);
 
     CDecodeWnd decodeOnly;
     ASSERT_EQ(decodeOnly.OpenDecodeWnd(nullptr, 1, 0), 1);

@@ -72,6 +72,28 @@ TEST_F(PlayerTest, StampsAcrossTheWrapAndAStampGoingBack)
     EXPECT_EQ(clocks.size(), 200u - 800 / 20 + 1);
 }
 
+// Between frames the host's clock moves by the inverse of the play scale: at speed 1 it
+// reaches the first second after 2 s, at speed -1 after 500 ms.
+TEST_F(PlayerTest, ClockBetweenFramesRunsByTheInverseScale)
+{
+    const struct {
+        int nSpeed;
+        DWORD dwFirstSecondAfter;
+    } rows[] = {{0, 1000}, {1, 2000}, {-1, 500}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.nSpeed);
+        player.CloseVideo(0);
+        Open(MakeFrames({100, 100000}), row.nSpeed);
+        Tick();
+        host.m_events.clear();
+        const DWORD dwShown = clock.GetTime();
+        Tick(110);
+        ASSERT_FALSE(host.m_events.empty());
+        EXPECT_EQ(host.m_events[0].wKind, VIDEOPLAY_CLOCK);
+        EXPECT_EQ(host.m_events[0].dwTick - dwShown, row.dwFirstSecondAfter);
+    }
+}
+
 TEST_F(PlayerTest, LostFrameIsBlackAndTheLastFrameComesBeforeTheEnd)
 {
     std::vector<tag_TESTFRAME> frames = MakeFrames(EvenStamps(3, 100, 40));
