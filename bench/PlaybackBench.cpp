@@ -1,21 +1,25 @@
 // The player on recordings made by the capture chain of a virtual board: the processor
-// time that playing one stream at normal speed costs, as a share of one core, and the
-// time of a seek by time in a recording of one hour. Pictures are what the encoder makes
-// of the board's moving scene; the recordings repeat one recorded block with the stamps
-// of 25 frames a second. The player's timer runs by the test clock, so a recording plays
+// time that playing one stream at normal speed with its sound costs, as a share of one
+// core, and the time of a seek by time in a recording of one hour. Pictures are what the
+// encoder makes of the board's moving scene; the recordings repeat one recorded block
+// with the stamps of 25 frames a second, each frame with its 40 ms of coded speech. The
+// player's timer and the virtual sound output run by the test clock, so a recording plays
 // as fast as the processor allows while its stamps are followed as in real time.
 // Files go to a fresh directory below the working directory (ZNDVR_BENCH_DIR overrides).
 #include "capture/CEncodeParam.h"
 #include "capture/CVideo.h"
 #include "driver/virtual/CVirtualRack.h"
+#include "platform/CVirtualWave.h"
 #include "playback/CDecodeWnd.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
 #include "recording/CZnFile.h"
+#include "sound/CAdpcm.h"
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -32,6 +36,7 @@ constexpr DWORD kFramePeriodMs = 40;
 constexpr UINT kTickMs = 20;
 constexpr int kPlayedSeconds = 10;
 constexpr int kHourSeconds = 3600;
+constexpr int kSoundBytesPerFrame = 120;   // 40 ms of G.726 at 24 kbit/s
 
 double ProcessCpuMs()
 {
@@ -131,11 +136,25 @@ std::string MakeRecording(tag_FRAMESIZE nSize, int nSeconds)
     CZnFile file("camera", "board", "bench");
     if (!file.Open(strPath.c_str(), &host.m_info, STREAM_REVISION_20020219, ZNFILE_WRITE))
         return {};
+    // A block's worth of a coded tone, 40 ms a frame.
+    std::vector<short> tone(kBlockFrames * kSoundBytesPerFrame / 3 * 8);
+    for (std::size_t i = 0; i < tone.size(); ++i)
+        tone[i] = static_cast<short>(8000 * std::sin(0.07 * static_cast<double>(i)));
+    std::vector<BYTE> code(kBlockFrames * kSoundBytesPerFrame);
+    CAdpcm encoder;
+    encoder.Init(CAdpcm::kModeEncoder);
+    for (int f = 0; f < kBlockFrames; f += 50) {
+        const int nFrames = std::min(50, kBlockFrames - f);
+        encoder.Encode(&tone[static_cast<std::size_t>(f) * kSoundBytesPerFrame / 3 * 8],
+                       &code[static_cast<std::size_t>(f) * kSoundBytesPerFrame], nFrames * kSoundBytesPerFrame / 3 * 8, 0);
+    }
     const int nFrames = nSeconds * 1000 / static_cast<int>(kFramePeriodMs);
     for (int i = 0; i < nFrames; ++i) {
         tag_RECORDEDFRAME& recorded = host.m_frames[static_cast<std::size_t>(i % kBlockFrames)];
-        tag_ZNFRAMEDATA frame{recorded.wFrameType, recorded.wFlags, 1000 + static_cast<DWORD>(i) * kFramePeriodMs,
-                              static_cast<DWORD>(recorded.video.size()), recorded.video.data(), 0, nullptr};
+        tag_ZNFRAMEDATA frame{recorded.wFrameType, static_cast<WORD>(recorded.wFlags | ZNFRAME_SOUND),
+                              1000 + static_cast<DWORD>(i) * kFramePeriodMs, static_cast<DWORD>(recorded.video.size()),
+                              recorded.video.data(), kSoundBytesPerFrame,
+                              &code[static_cast<std::size_t>(i % kBlockFrames) * kSoundBytesPerFrame]};
         file.WriteOneFrame(&frame);
     }
     file.Close();
@@ -178,6 +197,7 @@ void BM_PlayOneStreamAtNormalSpeed(benchmark::State& state)
         return;
     }
     CTestClock clock;
+    CVirtualWave::ClearPlayed(0);
     CPlayHost host;
     CDecodeWnd player;
     player.OpenDecodeWnd(host.m_hWnd, 0, 0);
@@ -196,7 +216,11 @@ void BM_PlayOneStreamAtNormalSpeed(benchmark::State& state)
         dCpuMs += ProcessCpuMs() - dStart;
         ++nPlays;
     }
+    std::vector<BYTE> played;
+    WAVEFORMATEX format{};
+    CVirtualWave::GetPlayed(0, played, format);
     state.counters["frames"] = static_cast<double>(host.m_nFrames) / static_cast<double>(nPlays);
+    state.counters["sound_s_played"] = static_cast<double>(played.size()) / 16000.0 / static_cast<double>(nPlays);
     state.counters["cpu_percent_of_a_core"] = 100.0 * dCpuMs / (static_cast<double>(nPlays) * kPlayedSeconds * 1000);
 }
 
