@@ -7,7 +7,7 @@
 #
 # Storage's, playback's and sound's exported classes join the list as they arrive, each
 # with the headers of its records: CZnDatabase, CHddObj, CFileSearchInfo and CZnFileInfo
-# (storage/), CDecodeWnd (playback/), CWaveWnd (sound/).
+# (storage/) and CWaveWnd (sound/).
 set(ZNDVR_PUBLIC_HEADERS
   # capture: CVideo, CEncodeParam, CMaskInfo
   capture/CVideo.h
@@ -18,9 +18,13 @@ set(ZNDVR_PUBLIC_HEADERS
   # codec: CDecoder
   codec/CDecoder.h
   codec/CodecTypes.h
+  # codec: CH263Writer, the lossless rewrite of picture records into standard H.263
+  codec/CH263Writer.h
   # recording: CZnFile
   recording/CZnFile.h
   recording/FileRecords.h
+  # playback: CDecodeWnd
+  playback/CDecodeWnd.h
   # sound: CWaveCodec, and the speech coder that hosts use to read recorded sound
   sound/CAdpcm.h
   sound/CWaveCodec.h

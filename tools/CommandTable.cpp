@@ -1,11 +1,6 @@
 // The table of the host program's commands, in the order --help lists them.
 #include "Commands.h"
 
-int RunVolumesCommand(std::span<char* const> args);
-int RunBoardsCommand(std::span<char* const> args);
-int RunRecordCommand(std::span<char* const> args);
-int RunDevicesCommand(std::span<char* const> args);
-
 namespace {
 
 constexpr tag_TOOLCOMMAND kCommands[] = {
@@ -18,6 +13,13 @@ constexpr tag_TOOLCOMMAND kCommands[] = {
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
     {"devices", "", "list the wave-in and wave-out devices with the sound formats each accepts", &RunDevicesCommand},
+    {"play", "FILE [--speed N] [--from HH:MM:SS | --block B --frame F] [--device NAME | --no-sound]",
+     "play a recording in real time with a progress line; keys pause, speed up, slow down and quit",
+     &RunPlayCommand},
+    {"export", "FILE -o OUT [--fps N] [--h263]",
+     "write a recording's pictures and sound to OUT: .y4m, .png (with %04d), .wav, .mp4/.mkv through ffmpeg, "
+     "or with --h263 an H.263 stream rewritten without loss",
+     &RunExportCommand},
 };
 
 } // namespace
