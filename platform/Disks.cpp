@@ -1,6 +1,8 @@
 #include "platform/Disks.h"
 
 #include <array>
+#include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -337,6 +339,29 @@ BOOL CreateDirectoryA(LPCSTR lpPathName, void*)
 BOOL RemoveDirectoryA(LPCSTR lpPathName)
 {
     return IsUsablePath(lpPathName) && rmdir(lpPathName) == 0;
+}
+
+BOOL MoveFileExA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, DWORD dwFlags)
+{
+    if (!IsUsablePath(lpExistingFileName) || !IsUsablePath(lpNewFileName))
+        return FALSE;
+    const unsigned int nRenameFlags = (dwFlags & MOVEFILE_REPLACE_EXISTING) != 0 ? 0 : RENAME_NOREPLACE;
+    if (renameat2(AT_FDCWD, lpExistingFileName, AT_FDCWD, lpNewFileName, nRenameFlags) != 0) {
+        // Some file systems can't refuse to replace in one step; there the test comes first.
+        struct stat status;
+        if (errno != EINVAL || nRenameFlags == 0 || lstat(lpNewFileName, &status) == 0 ||
+            rename(lpExistingFileName, lpNewFileName) != 0)
+            return FALSE;
+    }
+    if ((dwFlags & MOVEFILE_WRITE_THROUGH) == 0)
+        return TRUE;
+    std::filesystem::path directory = std::filesystem::path(lpNewFileName).parent_path();
+    int hDirectory = open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (hDirectory < 0)
+        return FALSE;
+    const bool bSynced = fsync(hDirectory) == 0;
+    close(hDirectory);
+    return bSynced;
 }
 
 BOOL DeleteFileA(LPCSTR lpFileName)

@@ -63,6 +63,14 @@ ZNDVR_API BOOL RemoveQuotaVolume(LPCSTR lpszDirectory);
 ZNDVR_API BOOL CreateDirectoryA(LPCSTR lpPathName, void* lpSecurityAttributes);
 // Removes an empty directory.
 ZNDVR_API BOOL RemoveDirectoryA(LPCSTR lpPathName);
+inline constexpr DWORD MOVEFILE_REPLACE_EXISTING = 0x00000001;
+inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 0x00000008;
+
+// Renames a file or directory within its volume. An existing target is replaced only with
+// MOVEFILE_REPLACE_EXISTING, and then in one step: a reader finds the old file or the new
+// one, never neither. With MOVEFILE_WRITE_THROUGH the new name is on the disk (its
+// directory synced) before the call returns.
+ZNDVR_API BOOL MoveFileExA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, DWORD dwFlags);
 // Deletes a file; FALSE for a directory and for a file that a CFile holds open for writing,
 // so that a recording in progress is never deleted under its writer.
 ZNDVR_API BOOL DeleteFileA(LPCSTR lpFileName);

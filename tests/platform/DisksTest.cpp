@@ -174,3 +174,19 @@ TEST(DiskFiles, DeleteRefusesDirectoriesAndFilesHeldByAWriter)
     EXPECT_TRUE(DeleteFileA(strPath.c_str()));
     EXPECT_FALSE(DeleteFileA(strPath.c_str()));
 }
+
+TEST(DiskFiles, MoveReplacesOnlyWhenAskedAndLeavesOneWholeFile)
+{
+    ScopedTempDir dir;
+    WriteWholeFile(dir / "old", "old");
+    WriteWholeFile(dir / "new", "new");
+    EXPECT_FALSE(MoveFileExA((dir / "new").c_str(), (dir / "old").c_str(), MOVEFILE_WRITE_THROUGH));
+    EXPECT_EQ(ReadWholeFile(dir / "old"), std::vector<unsigned char>({'o', 'l', 'd'}));
+    ASSERT_TRUE(MoveFileExA((dir / "new").c_str(), (dir / "old").c_str(),
+                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
+    EXPECT_EQ(ReadWholeFile(dir / "old"), std::vector<unsigned char>({'n', 'e', 'w'}));
+    EXPECT_FALSE(std::filesystem::exists(dir / "new"));
+    EXPECT_TRUE(MoveFileExA((dir / "old").c_str(), (dir / "moved").c_str(), 0));
+    EXPECT_FALSE(MoveFileExA((dir / "old").c_str(), (dir / "moved2").c_str(), 0));
+    EXPECT_FALSE(MoveFileExA(nullptr, (dir / "x").c_str(), 0));
+}
