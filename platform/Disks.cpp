@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -230,6 +231,36 @@ bool IsUsablePath(LPCSTR lpszPath)
 }
 
 } // namespace
+
+DWORD GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBuffer, LPSTR* lpFilePart)
+{
+    if (!IsUsablePath(lpFileName))
+        return 0;
+    std::error_code error;
+    std::string strFull = std::filesystem::absolute(lpFileName, error).lexically_normal().string();
+    if (error || strFull.empty())
+        return 0;
+    while (strFull.size() > 1 && strFull.back() == '/')
+        strFull.pop_back();
+    const DWORD dwLength = static_cast<DWORD>(strFull.size());
+    if (lpBuffer == nullptr || nBufferLength <= dwLength)
+        return dwLength + 1;
+    std::memcpy(lpBuffer, strFull.c_str(), strFull.size() + 1);
+    if (lpFilePart != nullptr)
+        *lpFilePart = lpBuffer + strFull.find_last_of('/') + 1;
+    return dwLength;
+}
+
+CString GetFullPathName(LPCSTR lpFileName)
+{
+    const DWORD dwNeeded = GetFullPathNameA(lpFileName, 0, nullptr, nullptr);
+    if (dwNeeded == 0)
+        return CString();
+    CString strFull;
+    const DWORD dwLength = GetFullPathNameA(lpFileName, dwNeeded, strFull.GetBuffer(static_cast<int>(dwNeeded)), nullptr);
+    strFull.ReleaseBuffer(dwLength < dwNeeded ? static_cast<int>(dwLength) : 0);
+    return strFull;
+}
 
 BOOL GetVolumeInfo(LPCSTR lpszPath, tag_VOLUMEINFO* pInfo)
 {
