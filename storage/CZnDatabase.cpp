@@ -93,12 +93,22 @@ void CZnDatabase::LoadDatabaseFile()
     file.Abort();
     for (tag_HDDPARAM& record : aRecords) {
         // Only a base directory that is there: see the header. One disk per volume.
-        if (CHddObj::CheckBaseDir(record.strBaseDir) != BASEDIR_EXISTS || FindDisk(record.strBaseDir) != nullptr)
-            continue;
-        std::unique_ptr<CHddObj> pDisk = MakeDisk(record);
+        std::unique_ptr<CHddObj> pDisk;
+        if (CHddObj::CheckBaseDir(record.strBaseDir) == BASEDIR_EXISTS && FindDisk(record.strBaseDir) == nullptr)
+            pDisk = MakeDisk(record);
         if (pDisk != nullptr)
             m_listHDD.push_back(std::move(pDisk));
+        else
+            ReportDroppedDisk(record.strBaseDir);
     }
+}
+
+void CZnDatabase::ReportDroppedDisk(const CString& strBaseDir) const
+{
+    CString strWhat;
+    strWhat.Format("%s: the disk at %s can't be used now and is left out; the next save forgets it",
+                   static_cast<LPCSTR>(m_strDbsFile), static_cast<LPCSTR>(strBaseDir));
+    ReportFailure(strWhat);
 }
 
 void CZnDatabase::SetDamagedFileAside(LPCSTR pszReason)

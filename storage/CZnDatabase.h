@@ -12,7 +12,8 @@
 //   the settings, and starts with the default disk.
 // - A disk whose base directory no longer exists at Open is dropped like a disk whose
 //   drive is gone: an unmounted disk must not turn its empty mount point into a recording
-//   disk on another file system.
+//   disk on another file system. Every disk left out is reported, so that a user learns
+//   of it before the next save forgets it.
 // - There is no cache of search results: every search reads the disk, so none is stale.
 // - Recycled dates go to the window given to Open (WM_ZN_DATEDELETED, Messages.h) and to
 //   the callback of SetDateDeletedCallback, for hosts without a window; both are called
@@ -118,6 +119,7 @@ private:
     std::unique_ptr<CHddObj> MakeDisk(tag_HDDPARAM& param) const;
     void LoadDatabaseFile();
     void SetDamagedFileAside(LPCSTR pszReason);
+    void ReportDroppedDisk(const CString& strBaseDir) const;
     BOOL MakeDefaultDisk();
     BOOL WriteDatabaseFile();
     BOOL FindDiskWithRoom(std::vector<tag_RECYCLESLOT>& aSlots);

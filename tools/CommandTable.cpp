@@ -4,6 +4,7 @@
 int RunVolumesCommand(std::span<char* const> args);
 int RunBoardsCommand(std::span<char* const> args);
 int RunRecordCommand(std::span<char* const> args);
+int RunDisksCommand(std::span<char* const> args);
 
 namespace {
 
@@ -15,6 +16,8 @@ constexpr ToolCommand kCommands[] = {
     {"record", "[-s SECONDS] [-d DIR] [Y4M...]",
      "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera",
      &RunRecordCommand},
+    {"disks", "[-d STORE] [add DIR | remove DISK | change DISK] [OPTIONS]",
+     "list the disks of a store with their space and days; add, remove or change a disk", &RunDisksCommand},
 };
 
 } // namespace
