@@ -16,7 +16,8 @@ constexpr char kDefaultName[] = "ZnDatabase";
 constexpr char kDayFormat[] = "%Y%m%d";
 constexpr char kDayPrefix = 'd';
 constexpr int kDayNameLength = 9;
-constexpr char kAllEntries[] = "/*.*";
+// Every entry of a directory, "." and ".." included.
+constexpr char kAllEntries[] = "*.*";
 constexpr DWORD kDefaultReservedSpace = 500;
 constexpr int kMegabyteShift = 20;
 
@@ -468,7 +469,7 @@ int CHddObj::DeleteDir(CString strDir, DWORD& dwDeleted)
     if (IsSymbolicLink(strDir))
         return DeleteFileA(strDir);
     CFileFind finder;
-    if (!finder.FindFile(strDir + kAllEntries))
+    if (!finder.FindFile(strDir + "/" + kAllEntries))
         return 0;
     BOOL bMore = TRUE;
     while (bMore) {
@@ -526,7 +527,7 @@ void CHddObj::GetDirStruct(CDWordArray* pList, CString strDir)
     if (pList == nullptr || strDir.IsEmpty() || !IsExistingDirectory(strDir))
         return;
     CFileFind finder;
-    if (!finder.FindFile(strDir + kAllEntries))
+    if (!finder.FindFile(strDir + "/" + kAllEntries))
         return;
     BOOL bMore = TRUE;
     while (bMore) {
@@ -545,7 +546,7 @@ int CHddObj::IsAnyFile(CString strDir)
     if (!IsExistingDirectory(strDir))
         return 0;
     CFileFind finder;
-    if (!finder.FindFile(strDir + kAllEntries))
+    if (!finder.FindFile(strDir + "/" + kAllEntries))
         return 0;
     BOOL bMore = TRUE;
     while (bMore) {

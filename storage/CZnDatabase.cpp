@@ -16,7 +16,6 @@ IMPLEMENT_SERIAL(CZnDatabase, CObject, 0)
 namespace {
 
 constexpr char kDefaultDiskDir[] = "/database";
-constexpr DWORD kDefaultReservedSpace = 500;
 constexpr int kArchiveBufferSize = 4096;
 constexpr char kNewFileSuffix[] = ".new";
 constexpr char kDamagedFileSuffix[] = ".damaged";
@@ -33,6 +32,16 @@ tag_HDDPARAM MakeRecord(const CHddObj& disk)
     record.bAlarmWhenSpaceNotEnough = disk.IsAlarmWhenSpaceNotEnough();
     record.strAlarmSound = disk.GetAlarmSound();
     return record;
+}
+
+// Why the database file could not be read through.
+LPCSTR DescribeReadFailure(const CException& failure)
+{
+    const auto* pArchiveFailure = dynamic_cast<const CArchiveException*>(&failure);
+    if (pArchiveFailure == nullptr)
+        return "can't be read";
+    return pArchiveFailure->m_cause == CArchiveException::endOfFile ? "ends inside a record"
+                                                                     : "holds bytes behind its last record";
 }
 
 } // namespace
@@ -78,19 +87,11 @@ void CZnDatabase::LoadDatabaseFile()
     try {
         CArchive ar(&file, CArchive::load, kArchiveBufferSize);
         ReadDatabaseRecords(ar, aRecords);
-    } catch (CArchiveException* pException) {
-        file.Abort();
-        SetDamagedFileAside(pException->m_cause == CArchiveException::endOfFile ? "ends inside a record"
-                                                                                 : "holds bytes behind its last record");
-        pException->Delete();
-        return;
-    } catch (CFileException* pException) {
-        file.Abort();
-        pException->ReportError();
+    } catch (CException* pException) {
+        SetDamagedFileAside(DescribeReadFailure(*pException));
         pException->Delete();
         return;
     }
-    file.Abort();
     for (tag_HDDPARAM& record : aRecords) {
         // Only a base directory that is there: see the header. One disk per volume.
         std::unique_ptr<CHddObj> pDisk;
@@ -132,9 +133,8 @@ BOOL CZnDatabase::MakeDefaultDisk()
     finder.FindNextFile();
     if (!finder.IsDirectory())
         return FALSE;
+    // The block's defaults are those of the default disk.
     tag_HDDPARAM param;
-    param.dwReservedSpace = kDefaultReservedSpace;
-    param.bRecycle = TRUE;
     param.strBaseDir = m_strDefaultDir + kDefaultDiskDir;
     std::unique_ptr<CHddObj> pDisk = MakeDisk(param);
     if (pDisk == nullptr)

@@ -15,7 +15,6 @@
 namespace {
 
 constexpr char kDefaultDiskDir[] = "/database";
-constexpr DWORD kFrameFieldBytes = 16;
 
 std::string Join(const std::string& strDir, const char* pszName)
 {
@@ -38,8 +37,9 @@ bool ReadQuotaList(const std::string& strStoreDir, std::map<std::string, DWORD>&
         std::istringstream fields(strLine);
         unsigned long nMegabytes = 0;
         std::string strDirectory;
-        if (!(fields >> nMegabytes) || nMegabytes == 0 || nMegabytes > 0xFFFFFFFFul || !(fields >> std::ws) ||
-            !std::getline(fields, strDirectory) || strDirectory.empty()) {
+        fields >> nMegabytes >> std::ws;
+        std::getline(fields, strDirectory);
+        if (nMegabytes == 0 || nMegabytes > 0xFFFFFFFFul || strDirectory.empty()) {
             strError = strList + ":" + std::to_string(nLine) + ": not a line \"MB directory\"";
             return false;
         }
@@ -164,7 +164,6 @@ struct CRecordStore::tag_CAMERAFILE {
     std::unique_ptr<CZnFile> pFile;
     std::string strDir;
     std::size_t nFile = 0;
-    std::uint64_t nBytes = 0;
     bool bOpenFailed = false;
 };
 
@@ -202,8 +201,6 @@ bool CRecordStore::WriteFrame(const tag_CAMERAINFO& info, tag_ZNFRAMEDATA& frame
         const int nWritten = camera.pFile->WriteOneFrame(&frame);
         if (nWritten == 1) {
             ++m_files[camera.nFile].dwFrames;
-            camera.nBytes += kFrameFieldBytes + frame.dwVideoLen +
-                             ((frame.wFlags & ZNFRAME_SOUND) != 0 ? frame.dwSoundLen : 0);
             return true;
         }
         if (nWritten < 0) {
@@ -244,7 +241,7 @@ void CRecordStore::ChangeBlock(tag_CAMERAFILE& camera, const tag_CAMERAINFO& inf
     if (m_bWaitingForRoom)
         return;
     const std::string strDir = static_cast<LPCSTR>(m_db.GetVideoDir());
-    if (camera.pFile != nullptr && (camera.strDir != strDir || camera.nBytes >= m_options.nMaxFileBytes))
+    if (camera.pFile != nullptr && (camera.strDir != strDir || IsFileFull(camera)))
         CloseCameraFile(camera);
     if (camera.pFile == nullptr && !strDir.empty())
         OpenCameraFile(camera, info, strDir);
@@ -283,7 +280,7 @@ std::string CRecordStore::GetWorkDiskName()
     return m_db.GetWorkHDD(strName, strBase) == DBS_OK ? std::string(strBase) : std::string("(none)");
 }
 
-bool CRecordStore::OpenCameraFile(tag_CAMERAFILE& camera, const tag_CAMERAINFO& info, const std::string& strDir)
+void CRecordStore::OpenCameraFile(tag_CAMERAFILE& camera, const tag_CAMERAINFO& info, const std::string& strDir)
 {
     const std::string strStem = strDir + "/b" + std::to_string(camera.nBoard) + "-cam" + std::to_string(camera.nCamera) +
                                 "-" + static_cast<LPCSTR>(CTime::GetCurrentTime().Format("%H%M%S"));
@@ -298,15 +295,21 @@ bool CRecordStore::OpenCameraFile(tag_CAMERAFILE& camera, const tag_CAMERAINFO& 
         if (!camera.bOpenFailed)
             Report(strPath + ": can't be opened for writing; the camera waits for the next block");
         camera.bOpenFailed = true;
-        return false;
+        return;
     }
     camera.bOpenFailed = false;
     camera.pFile = std::move(pFile);
     camera.strDir = strDir;
-    camera.nBytes = 0;
     camera.nFile = m_files.size();
     m_files.push_back({strPath, camera.nBoard, camera.nCamera, 0});
-    return true;
+}
+
+// What the file holds on disk: every block but the one collecting.
+bool CRecordStore::IsFileFull(const tag_CAMERAFILE& camera) const
+{
+    std::error_code error;
+    const std::uintmax_t nBytes = std::filesystem::file_size(m_files[camera.nFile].strPath, error);
+    return !error && nBytes >= m_options.nMaxFileBytes;
 }
 
 void CRecordStore::CloseCameraFile(tag_CAMERAFILE& camera)

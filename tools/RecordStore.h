@@ -43,8 +43,8 @@ struct tag_STOREOPTIONS {
     std::string strStoreDir = "store";
     std::string strHostName = "zndvr";
     DWORD dwRevision = 0;
-    // A file is closed at the first block change past this size, far below the 4 GiB that
-    // the file's 32-bit offsets allow.
+    // A file is closed at the first block change at which its blocks on disk reach this
+    // size, far below the 4 GiB that the file's 32-bit offsets allow.
     std::uint64_t nMaxFileBytes = std::uint64_t{1} << 30;
     // While no disk has room, the store looks again at a block change this often.
     DWORD dwRetryMs = 5000;
@@ -90,7 +90,8 @@ private:
     void CheckWorkDisk();
     void WaitForRoom();
     std::string GetWorkDiskName();
-    bool OpenCameraFile(tag_CAMERAFILE& camera, const tag_CAMERAINFO& info, const std::string& strDir);
+    void OpenCameraFile(tag_CAMERAFILE& camera, const tag_CAMERAINFO& info, const std::string& strDir);
+    bool IsFileFull(const tag_CAMERAFILE& camera) const;
     void CloseCameraFile(tag_CAMERAFILE& camera);
     void Report(const std::string& strLine) const;
     static void OnDateDeleted(DWORD dwDate, LPVOID pContext);

@@ -86,22 +86,6 @@ TEST(DatabaseRecords, OneDefaultDiskIsThirtySixBytes)
     file.SeekToBegin();
     file.Read(aWritten.data(), static_cast<UINT>(aWritten.size()));
     EXPECT_EQ(aWritten, aExpected);
-
-    // Long names take the longer length forms and come back whole.
-    record.strDbsName = CString('n', 300);
-    record.strAlarmSound = CString('s', 70000);
-    CMemFile longFile;
-    {
-        CArchive ar(&longFile, CArchive::store);
-        WriteDatabaseRecords(ar, {record, record});
-    }
-    longFile.SeekToBegin();
-    std::vector<tag_HDDPARAM> aRead;
-    CArchive ar(&longFile, CArchive::load);
-    ReadDatabaseRecords(ar, aRead);
-    ASSERT_EQ(aRead.size(), 2u);
-    EXPECT_EQ(aRead[1].strDbsName.GetLength(), 300);
-    EXPECT_EQ(aRead[1].strAlarmSound.GetLength(), 70000);
 }
 
 TEST_F(ZnDatabaseFile, AFirstStartMakesTheDefaultDiskAndCloseWritesItsRecord)
@@ -118,12 +102,7 @@ TEST_F(ZnDatabaseFile, AFirstStartMakesTheDefaultDiskAndCloseWritesItsRecord)
     CString strBaseDir;
     ASSERT_EQ(db.GetWorkHDD(strName, strBaseDir), DBS_OK);
     EXPECT_EQ(std::string(strBaseDir), strBase);
-    const CHddObj* pDisk = db.GetHDDInfo(db.GetDbsName(0));
-    ASSERT_NE(pDisk, nullptr);
-    EXPECT_TRUE(pDisk->IsRecycle());
-    EXPECT_EQ(pDisk->GetReservedSpace(), 500u);
-    EXPECT_EQ(pDisk->GetAlarmSpace(), 550u);
-    EXPECT_FALSE(pDisk->IsAlarmWhenSpaceNotEnough());
+    EXPECT_EQ(db.GetHDDInfo(db.GetDbsName(0))->GetAlarmSpace(), 550u);
     EXPECT_FALSE(std::filesystem::exists(m_strFile));
 
     db.Close();
@@ -131,8 +110,6 @@ TEST_F(ZnDatabaseFile, AFirstStartMakesTheDefaultDiskAndCloseWritesItsRecord)
     AppendDword(aExpected, 1);
     AppendRecord(aExpected, 500, 1, strBase, "ZnDatabase");
     EXPECT_EQ(ReadWholeFile(m_strFile), aExpected);
-    EXPECT_FALSE(std::filesystem::exists(m_strFile + ".new"));
-    EXPECT_EQ(db.GetHddNum(), 0);
     EXPECT_EQ(db.GetWorkHDD(strName, strBaseDir), DBS_ERROR_NOHDD);
 
     // The file brings the disk back, and a store with no disk leaves the file alone.
@@ -146,6 +123,8 @@ TEST_F(ZnDatabaseFile, AFirstStartMakesTheDefaultDiskAndCloseWritesItsRecord)
     EXPECT_FALSE(none.Open((m_disk / "no-store").c_str(), 0, nullptr, (m_disk / "other.dbs").c_str(), ""));
     EXPECT_EQ(none.GetHddNum(), 0);
     EXPECT_FALSE(std::filesystem::exists(m_disk / "no-store"));
+    WriteWholeFile(m_disk / "a-file", "");
+    EXPECT_FALSE(none.Open((m_disk / "a-file").c_str(), 0, nullptr, (m_disk / "other.dbs").c_str(), ""));
 }
 
 TEST_F(ZnDatabaseFile, DisksThatCannotBeUsedAtOpenVanishFromTheNextSave)
@@ -232,22 +211,29 @@ TEST_F(ZnDatabaseFile, AFailedSaveLeavesTheOldFileWhole)
 {
     CZnDatabase db;
     ASSERT_TRUE(Open(db));
-    ASSERT_TRUE(db.SaveDatabase());
+    ASSERT_EQ(db.SaveDatabase(), 1);
     const Bytes aSaved = ReadWholeFile(m_strFile);
     // A directory standing where the new file is written makes the save fail.
     std::filesystem::create_directory(m_strFile + ".new");
     tag_HDDPARAM param;
     param.strBaseDir = (m_disk2 / "vdb").c_str();
-    ASSERT_TRUE(db.AddHDD(&param));
+    ASSERT_EQ(db.AddHDD(&param), 1);
     EXPECT_FALSE(db.SaveDatabase());
     EXPECT_EQ(ReadWholeFile(m_strFile), aSaved);
     std::filesystem::remove(m_strFile + ".new");
-    EXPECT_TRUE(db.SaveDatabase());
+    EXPECT_EQ(db.SaveDatabase(), 1);
     EXPECT_GT(ReadWholeFile(m_strFile).size(), aSaved.size());
 
     CZnDatabase nowhere;
-    ASSERT_TRUE(nowhere.Open(m_strStore.c_str(), 0, nullptr, (m_disk / "missing/zndvr.dbs").c_str(), ""));
+    ASSERT_EQ(nowhere.Open(m_strStore.c_str(), 0, nullptr, (m_disk / "missing/zndvr.dbs").c_str(), ""), 1);
     EXPECT_FALSE(nowhere.SaveDatabase());
+    // A directory in the file's place is not replaced, and the new file does not stay.
+    std::filesystem::create_directories(m_disk / "dir.dbs/inside");
+    CZnDatabase blocked;
+    ASSERT_EQ(blocked.Open(m_strStore.c_str(), 0, nullptr, (m_disk / "dir.dbs").c_str(), ""), 1);
+    EXPECT_FALSE(blocked.SaveDatabase());
+    EXPECT_FALSE(std::filesystem::exists(m_disk / "dir.dbs.new"));
+    EXPECT_TRUE(std::filesystem::is_directory(m_disk / "dir.dbs/inside"));
 }
 
 } // namespace

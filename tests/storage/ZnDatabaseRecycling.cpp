@@ -25,13 +25,13 @@ protected:
     // Opens the store with the first nDisks disks, each at "<disk>/vdb".
     void OpenStore(int nDisks)
     {
-        ASSERT_TRUE(m_db.Open(m_aDisks[0]->Path().c_str(), 0, m_window.m_hWnd, (*m_aDisks[0] / "zndvr.dbs").c_str(), ""));
+        ASSERT_EQ(m_db.Open(m_aDisks[0]->Path().c_str(), 0, m_window.m_hWnd, (*m_aDisks[0] / "zndvr.dbs").c_str(), ""), 1);
         m_db.RemoveHDD(0);
         ASSERT_EQ(m_db.GetHddNum(), 0);
         for (int i = 0; i < nDisks; ++i) {
             tag_HDDPARAM param;
             param.strBaseDir = (*m_aDisks[static_cast<std::size_t>(i)] / "vdb").c_str();
-            ASSERT_TRUE(m_db.AddHDD(&param));
+            ASSERT_EQ(m_db.AddHDD(&param), 1);
         }
         m_db.SetDateDeletedCallback(&CollectDate, &m_aCalledBack);
     }
@@ -115,19 +115,14 @@ TEST_F(ZnDatabaseRecycling, TodayIsNeverRecycledAndWithoutRoomThereIsNoWorkDisk)
     SetFree(0, 100);
     SetFree(1, 100);
     EXPECT_EQ(m_db.ChangeWorkDir(), DBS_ERROR_NOSPACE);
-    EXPECT_TRUE(HasDay(0, 10));
-    EXPECT_TRUE(HasDay(1, 10));
-    EXPECT_TRUE(m_aCalledBack.empty());
-    EXPECT_TRUE(m_window.m_received.empty());
+    EXPECT_TRUE(HasDay(0, 10) && HasDay(1, 10));
+    EXPECT_TRUE(m_aCalledBack.empty() && m_window.m_received.empty());
     EXPECT_EQ(WorkVolume(), "(none)");
     EXPECT_STREQ(m_db.GetVideoDir(), "");
-    DWORD dwFree = 0;
-    EXPECT_EQ(m_db.CheckWorkHDD(dwFree), DBS_ERROR_NOHDD);
-
     // A disk added now is not the work disk until ChangeWorkDir chooses it.
     tag_HDDPARAM param;
     param.strBaseDir = (*m_aDisks[2] / "vdb").c_str();
-    ASSERT_TRUE(m_db.AddHDD(&param));
+    ASSERT_EQ(m_db.AddHDD(&param), 1);
     EXPECT_EQ(WorkVolume(), "(none)");
     EXPECT_EQ(m_db.ChangeWorkDir(), DBS_OK);
     EXPECT_EQ(WorkVolume(), m_aDisks[2]->Volume());
@@ -172,7 +167,7 @@ TEST_F(ZnDatabaseRecycling, TheDiskThatFinallyHasEnoughBecomesTheWorkDiskAndPart
     SetFree(0, 300);
     SetFree(1, 400);
     CFile writer;
-    ASSERT_TRUE(writer.Open((strHeld + "/c.zn").c_str(), CFile::modeWrite | CFile::modeNoTruncate));
+    ASSERT_EQ(writer.Open((strHeld + "/c.zn").c_str(), CFile::modeWrite | CFile::modeNoTruncate), 1);
 
     // Day 1 gives 150 MB and stops at the file in use (disk 0 at 450); day 3 leads and
     // loses to day 2 (disk 1 at 450); day 4 brings disk 1 to 550, above 500.

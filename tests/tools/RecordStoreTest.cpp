@@ -77,14 +77,15 @@ TEST_F(RecordStoreTest, EachCameraGetsAFilePerRunThatEndsAtMidnightOrAtItsSizeOn
     EXPECT_EQ(DayOfFile(1), "d20260311");
     EXPECT_EQ(FileName(2), "b0-cam0-000015.zn");
 
-    // A file ends at the first key frame past 40 KB: 30 frames of about 1.5 KB.
+    // A file ends at the first key frame at which its blocks on disk reach 40 KB: three
+    // blocks of ten frames of about 1.5 KB, while the fourth is collecting.
     m_clock.SetCurrentTime(CTime(2026, 3, 11, 10, 0, 0, -1).GetTime());
-    EXPECT_EQ(Record(camera0, 60, 10), 60);
+    EXPECT_EQ(Record(camera0, 80, 10), 80);
     ASSERT_EQ(m_store.GetFiles().size(), 5u);
-    EXPECT_EQ(m_store.GetFiles()[2].dwFrames, 30u);
-    EXPECT_EQ(FileName(3), "b0-cam0-100020.zn");
-    EXPECT_EQ(m_store.GetFiles()[3].dwFrames, 30u);
-    EXPECT_EQ(FileName(4), "b0-cam0-100050.zn");
+    EXPECT_EQ(m_store.GetFiles()[2].dwFrames, 40u);
+    EXPECT_EQ(FileName(3), "b0-cam0-100030.zn");
+    EXPECT_EQ(m_store.GetFiles()[3].dwFrames, 40u);
+    EXPECT_EQ(FileName(4), "b0-cam0-100110.zn");
     m_store.Close();
     for (const tag_STOREDFILE& file : m_store.GetFiles())
         EXPECT_EQ(ReadBackFrames(file.strPath, file.nCamera), static_cast<int>(file.dwFrames)) << file.strPath;
@@ -95,11 +96,11 @@ TEST_F(RecordStoreTest, EachCameraGetsAFilePerRunThatEndsAtMidnightOrAtItsSizeOn
     options.strStoreDir = m_disk / "store";
     options.dwRevision = STREAM_REVISION_20020219;
     ASSERT_TRUE(again.Open(options, strError));
-    m_clock.SetCurrentTime(CTime(2026, 3, 11, 10, 0, 20, -1).GetTime());
+    m_clock.SetCurrentTime(CTime(2026, 3, 11, 10, 0, 30, -1).GetTime());
     CSyntheticCamera next0(0);
     tag_ZNFRAMEDATA frame = next0.Next(true);
     EXPECT_TRUE(again.WriteFrame(CameraInfo(0), frame));
-    EXPECT_EQ(std::filesystem::path(again.GetFiles()[0].strPath).filename(), "b0-cam0-100020-2.zn");
+    EXPECT_EQ(std::filesystem::path(again.GetFiles()[0].strPath).filename(), "b0-cam0-100030-2.zn");
 }
 
 TEST_F(RecordStoreTest, WithoutRoomRecordingWaitsKeepsWhatItHasAndGoesOnWhenThereIsRoom)
@@ -120,13 +121,48 @@ TEST_F(RecordStoreTest, WithoutRoomRecordingWaitsKeepsWhatItHasAndGoesOnWhenTher
 
     // Room comes back; the store looks again no sooner than its retry time.
     std::filesystem::remove(m_disk / "filler");
-    EXPECT_EQ(Record(camera, 5, 10, 35), 0);
+    EXPECT_EQ(Record(camera, 5, 5, 35), 0);
     EXPECT_EQ(Record(camera, 20, 10, 40), 20);
     EXPECT_FALSE(m_store.IsWaitingForRoom());
     EXPECT_NE(m_aLines.back().find("room again"), std::string::npos);
     ASSERT_EQ(m_store.GetFiles().size(), 2u);
     m_store.Close();
+    EXPECT_EQ(m_store.GetDatabase().GetHddNum(), 0);
     EXPECT_EQ(ReadBackFrames(m_store.GetFiles()[1].strPath, 0), 20);
+}
+
+TEST(RecordStoreQuota, TheStoreListsItsQuotaVolumesAndDeclaresThemAgainAtOpen)
+{
+    ScopedTempDir dir;
+    ScopedQuotaDisk disk(dir.Path() / "disk", 100);
+    const std::string strStore = disk / "store";
+    std::filesystem::create_directories(strStore);
+    std::string strError;
+    ASSERT_TRUE(SaveQuotaVolume(strStore, disk / "q1", 60, strError)) << strError;
+    ASSERT_TRUE(SaveQuotaVolume(strStore, disk / "q2", 30, strError)) << strError;
+    ASSERT_TRUE(SaveQuotaVolume(strStore, disk / "q1/", 70, strError)) << strError;
+    const std::string strList = strStore + "/" + STORE_QUOTA_FILE;
+    const std::string strExpected = "70 " + (disk / "q1") + "\n30 " + (disk / "q2") + "\n";
+    EXPECT_EQ(ReadWholeFile(strList), std::vector<unsigned char>(strExpected.begin(), strExpected.end()));
+    EXPECT_EQ(std::string(GetVolumePath((disk / "q1").c_str())), disk / "q1/");
+
+    ASSERT_TRUE(SaveQuotaVolume(strStore, disk / "q2", 0, strError)) << strError;
+    EXPECT_EQ(std::string(GetVolumePath((disk / "q2").c_str())), disk.Volume());
+    RemoveQuotaVolume((disk / "q1").c_str());
+    ASSERT_TRUE(LoadQuotaVolumes(strStore, strError)) << strError;
+    ULARGE_INTEGER total{0};
+    ASSERT_TRUE(GetDiskFreeSpaceExA((disk / "q1").c_str(), nullptr, &total, nullptr));
+    EXPECT_EQ(total.QuadPart, 70 * kMegabyte);
+    RemoveQuotaVolume((disk / "q1").c_str());
+
+    EXPECT_FALSE(SaveQuotaVolume(strStore, disk / "none/q3", 10, strError));
+    EXPECT_EQ(strError, disk / "none/q3: has no parent directory (only the last level is made)");
+    for (const char* pszLine : {"0 /x\n", "4294967296 /x\n", "60\n", "60 \n", "x /y\n"}) {
+        SCOPED_TRACE(pszLine);
+        WriteWholeFile(strList, std::string("5 /ok\n") + pszLine);
+        EXPECT_FALSE(LoadQuotaVolumes(strStore, strError));
+        EXPECT_EQ(strError, strList + ":2: not a line \"MB directory\"");
+    }
 }
 
 TEST(RecordStoreOpen, AStoreThatCannotBeOpenedIsNamedWithTheReason)
