@@ -15,7 +15,7 @@ constexpr ToolCommand kCommands[] = {
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
     {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]",
-     "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera; "
+     "record from the virtual boards (default rack, or one camera per Y4M file) into a store of day directories; "
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
     {"disks", "[-d STORE] [add DIR | remove DISK | change DISK] [OPTIONS]",
