@@ -95,12 +95,23 @@ TEST_F(RecordStoreTest, EachCameraGetsAFilePerRunThatEndsAtMidnightOrAtItsSizeOn
     tag_STOREOPTIONS options;
     options.strStoreDir = m_disk / "store";
     options.dwRevision = STREAM_REVISION_20020219;
+    again.SetReporter([this](const std::string& strLine) { m_aLines.push_back(strLine); });
     ASSERT_TRUE(again.Open(options, strError));
     m_clock.SetCurrentTime(CTime(2026, 3, 11, 10, 0, 30, -1).GetTime());
     CSyntheticCamera next0(0);
     tag_ZNFRAMEDATA frame = next0.Next(true);
     EXPECT_TRUE(again.WriteFrame(CameraInfo(0), frame));
     EXPECT_EQ(std::filesystem::path(again.GetFiles()[0].strPath).filename(), "b0-cam0-100030-2.zn");
+    // A camera whose file can't be made (a picture size no recording has) is told once.
+    const std::size_t nLines = m_aLines.size();
+    tag_CAMERAINFO odd = CameraInfo(3);
+    odd.nWidth = 123;
+    for (int i = 0; i < 3; ++i) {
+        tag_ZNFRAMEDATA key = next0.Next(true);
+        EXPECT_FALSE(again.WriteFrame(odd, key));
+    }
+    ASSERT_EQ(m_aLines.size(), nLines + 1);
+    EXPECT_NE(m_aLines.back().find("can't be opened for writing"), std::string::npos);
 }
 
 TEST_F(RecordStoreTest, WithoutRoomRecordingWaitsKeepsWhatItHasAndGoesOnWhenThereIsRoom)
