@@ -167,7 +167,8 @@ int CZnDatabase::SaveDatabase()
 
 BOOL CZnDatabase::WriteDatabaseFile()
 {
-    if (m_strDbsFile.IsEmpty())
+    // A store without disks is closed or was never opened: its file keeps what it holds.
+    if (m_strDbsFile.IsEmpty() || m_listHDD.empty())
         return FALSE;
     std::vector<tag_HDDPARAM> aRecords;
     for (const std::unique_ptr<CHddObj>& pDisk : m_listHDD)

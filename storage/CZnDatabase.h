@@ -55,7 +55,8 @@ public:
     // Saves the file, destroys the disks and forgets the work disk; with no disks it does
     // nothing, not even save. The destructor calls it.
     void Close();
-    // Writes the file and keeps everything open: 1 saved, 0 not (the old file stays).
+    // Writes the file and keeps everything open: 1 saved, 0 not (the old file stays); a
+    // store without disks saves nothing, as Close does.
     int SaveDatabase();
     void SetDateDeletedCallback(DATEDELETEDPROC pfnCallback, LPVOID pContext);
 

@@ -318,7 +318,6 @@ void CRecordStore::CloseCameraFile(tag_CAMERAFILE& camera)
         return;
     camera.pFile->Close();
     camera.pFile.reset();
-    camera.strDir.clear();
 }
 
 void CRecordStore::Close()

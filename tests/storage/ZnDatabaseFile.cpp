@@ -118,6 +118,7 @@ TEST_F(ZnDatabaseFile, AFirstStartMakesTheDefaultDiskAndCloseWritesItsRecord)
     EXPECT_EQ(std::string(again.GetBaseDir(0)), strBase);
     again.Close();
     again.Close();
+    EXPECT_EQ(again.SaveDatabase(), 0);
     EXPECT_EQ(ReadWholeFile(m_strFile), aExpected);
     CZnDatabase none;
     EXPECT_FALSE(none.Open((m_disk / "no-store").c_str(), 0, nullptr, (m_disk / "other.dbs").c_str(), ""));

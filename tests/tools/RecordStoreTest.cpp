@@ -138,8 +138,15 @@ TEST_F(RecordStoreTest, WithoutRoomRecordingWaitsKeepsWhatItHasAndGoesOnWhenTher
     EXPECT_NE(m_aLines.back().find("room again"), std::string::npos);
     ASSERT_EQ(m_store.GetFiles().size(), 2u);
     m_store.Close();
+    const std::size_t nLines = m_aLines.size();
+    m_store.Close();
+    EXPECT_EQ(m_aLines.size(), nLines);
     EXPECT_EQ(m_store.GetDatabase().GetHddNum(), 0);
     EXPECT_EQ(ReadBackFrames(m_store.GetFiles()[1].strPath, 0), 20);
+    CZnDatabase saved;
+    std::string strError;
+    ASSERT_TRUE(OpenStoreDatabase(saved, m_disk / "store", false, "", 0, strError)) << strError;
+    EXPECT_EQ(std::string(saved.GetDbsName(0)), "disk(" + m_disk.Volume() + ")");
 }
 
 TEST(RecordStoreQuota, TheStoreListsItsQuotaVolumesAndDeclaresThemAgainAtOpen)
@@ -159,6 +166,7 @@ TEST(RecordStoreQuota, TheStoreListsItsQuotaVolumesAndDeclaresThemAgainAtOpen)
 
     ASSERT_TRUE(SaveQuotaVolume(strStore, disk / "q2", 0, strError)) << strError;
     EXPECT_EQ(std::string(GetVolumePath((disk / "q2").c_str())), disk.Volume());
+    EXPECT_EQ(ReadWholeFile(strList).size(), strExpected.find('\n') + 1);
     RemoveQuotaVolume((disk / "q1").c_str());
     ASSERT_TRUE(LoadQuotaVolumes(strStore, strError)) << strError;
     ULARGE_INTEGER total{0};
@@ -168,6 +176,8 @@ TEST(RecordStoreQuota, TheStoreListsItsQuotaVolumesAndDeclaresThemAgainAtOpen)
 
     EXPECT_FALSE(SaveQuotaVolume(strStore, disk / "none/q3", 10, strError));
     EXPECT_EQ(strError, disk / "none/q3: has no parent directory (only the last level is made)");
+    WriteWholeFile(strList, "4294967295 /largest\n");
+    EXPECT_TRUE(LoadQuotaVolumes(strStore, strError));
     for (const char* pszLine : {"0 /x\n", "4294967296 /x\n", "60\n", "60 \n", "x /y\n"}) {
         SCOPED_TRACE(pszLine);
         WriteWholeFile(strList, std::string("5 /ok\n") + pszLine);
