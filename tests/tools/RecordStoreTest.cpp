@@ -102,6 +102,11 @@ TEST_F(RecordStoreTest, EachCameraGetsAFilePerRunThatEndsAtMidnightOrAtItsSizeOn
     tag_ZNFRAMEDATA frame = next0.Next(true);
     EXPECT_TRUE(again.WriteFrame(CameraInfo(0), frame));
     EXPECT_EQ(std::filesystem::path(again.GetFiles()[0].strPath).filename(), "b0-cam0-100030-2.zn");
+    tag_CAMERAINFO board1 = CameraInfo(0);
+    board1.nBoard = 1;
+    frame = next0.Next(true);
+    EXPECT_TRUE(again.WriteFrame(board1, frame));
+    EXPECT_EQ(std::filesystem::path(again.GetFiles()[1].strPath).filename(), "b1-cam0-100030.zn");
     // A camera whose file can't be made (a picture size no recording has) is told once.
     const std::size_t nLines = m_aLines.size();
     tag_CAMERAINFO odd = CameraInfo(3);
