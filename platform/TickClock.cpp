@@ -11,15 +11,15 @@ namespace {
 
 int CountIdleThreads()
 {
-    const PlatformState& state = GetPlatformState();
+    const tag_PLATFORMSTATE& state = GetPlatformState();
     return static_cast<int>(std::count_if(
         state.m_blocked.begin(), state.m_blocked.end(),
-        [](const ThreadState* pThread) { return IsThreadIdle(*pThread); }));
+        [](const tag_THREADSTATE* pThread) { return IsThreadIdle(*pThread); }));
 }
 
 void SetClock(bool bTestClock, TimeMs tStart)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     // The wall clock goes on from where the real one stands.
     const std::int64_t nWallMs = GetWallClockMs();
@@ -49,7 +49,7 @@ CTestClock::~CTestClock()
 
 void CTestClock::Advance(DWORD dwMilliseconds)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     state.m_tTestNow += dwMilliseconds;
     WakeBlockedThreads();
@@ -57,7 +57,7 @@ void CTestClock::Advance(DWORD dwMilliseconds)
 
 void CTestClock::SetCurrentTime(time_t tNow)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     state.m_nTestWallOffsetMs = static_cast<std::int64_t>(tNow) * 1000 - static_cast<std::int64_t>(state.m_tTestNow);
 }
@@ -75,7 +75,7 @@ int CTestClock::GetIdleThreads()
 
 BOOL CTestClock::WaitForIdleThreads(int nThreads, DWORD dwTimeout)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     return state.m_cvIdle.wait_for(lock, std::chrono::milliseconds(dwTimeout),
                                    [&] { return CountIdleThreads() >= nThreads; });

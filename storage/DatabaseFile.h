@@ -4,6 +4,8 @@
 // length prefix). No magic, no version, nothing else. Internal to storage; stateless.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "platform/CArchive.h"
 #include "storage/StorageRecords.h"
 

@@ -2,7 +2,7 @@
 // stamp, so that a file read back can be checked frame by frame without keeping a copy.
 #pragma once
 
-#include "RecordStore.h"
+#include "tools/RecordStore.h"
 #include "recording/CZnFile.h"
 #include "storage/StorageTestSupport.h"
 
