@@ -7,7 +7,7 @@
 #
 # Storage's, playback's and sound's exported classes join the list as they arrive, each
 # with the headers of its records: CZnDatabase, CHddObj, CFileSearchInfo and CZnFileInfo
-# (storage/) and CWaveWnd (sound/).
+# (storage/), CDecodeWnd (playback/) and CWaveWnd (sound/).
 set(ZNDVR_PUBLIC_HEADERS
   # capture: CVideo, CEncodeParam, CMaskInfo
   capture/CVideo.h
@@ -25,6 +25,10 @@ set(ZNDVR_PUBLIC_HEADERS
   recording/FileRecords.h
   # playback: CDecodeWnd
   playback/CDecodeWnd.h
+  # storage: CZnDatabase, CHddObj
+  storage/CHddObj.h
+  storage/CZnDatabase.h
+  storage/StorageRecords.h
   # sound: CWaveCodec, and the speech coder that hosts use to read recorded sound
   sound/CAdpcm.h
   sound/CWaveCodec.h

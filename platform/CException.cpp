@@ -24,6 +24,11 @@ EXCEPTIONREPORTER SetExceptionReporter(EXCEPTIONREPORTER pfnReporter)
     return g_pfnReporter.exchange(pfnReporter != nullptr ? pfnReporter : &ReportToStandardError);
 }
 
+void ReportFailure(LPCSTR pszMessage)
+{
+    g_pfnReporter.load()(pszMessage != nullptr ? pszMessage : kUnknownError);
+}
+
 CException::~CException() = default;
 
 void CException::Delete()

@@ -15,6 +15,9 @@ using EXCEPTIONREPORTER = void (*)(LPCSTR pszMessage);
 // Installs pfnReporter as the process-wide reporter and returns the one it replaces; a
 // null pointer restores the default, which writes one line to standard error.
 ZNDVR_API EXCEPTIONREPORTER SetExceptionReporter(EXCEPTIONREPORTER pfnReporter);
+// Hands a line to the reporter, for a failure that the library recovers from without an
+// exception of its own to show.
+ZNDVR_API void ReportFailure(LPCSTR pszMessage);
 
 class ZNDVR_API CException {
 public:

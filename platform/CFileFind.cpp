@@ -102,15 +102,20 @@ BOOL CFileFind::FindFile(LPCSTR pstrName, DWORD)
 
     for (const std::string& strEntry : aNames) {
         std::string strPath = JoinPath(strRoot, strEntry);
-        struct stat status;
-        if (stat(strPath.c_str(), &status) != 0 && lstat(strPath.c_str(), &status) != 0)
+        struct stat linkStatus;
+        if (lstat(strPath.c_str(), &linkStatus) != 0)
             continue;
+        struct stat status = linkStatus;
+        if (S_ISLNK(linkStatus.st_mode) && stat(strPath.c_str(), &status) != 0)
+            status = linkStatus;
         DWORD dwAttributes = S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
+        if (S_ISLNK(linkStatus.st_mode))
+            dwAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
         if ((status.st_mode & S_IWUSR) == 0)
             dwAttributes |= FILE_ATTRIBUTE_READONLY;
         if (strEntry.front() == '.' && !IsDotsName(strEntry))
             dwAttributes |= FILE_ATTRIBUTE_HIDDEN;
-        std::uint64_t nLength = S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size);
+        std::uint64_t nLength = S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size);
         m_aEntries.push_back({CString(strEntry), dwAttributes, nLength});
     }
     std::sort(m_aEntries.begin(), m_aEntries.end(), [](const tag_FOUNDENTRY& left, const tag_FOUNDENTRY& right) {

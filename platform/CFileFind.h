@@ -19,6 +19,9 @@ inline constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 0x00000002;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x00000020;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
+// A symbolic link. The other attributes and the length are those of its target, so a
+// walk that must stay inside a tree tests this before it goes into a directory.
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x00000400;
 
 class ZNDVR_API CFileFind {
 public:

@@ -1,5 +1,7 @@
 #include "platform/CTime.h"
 
+#include "platform/PlatformState.h"
+
 #include <climits>
 #include <string>
 #include <type_traits>
@@ -127,7 +129,9 @@ const CTimeSpan& CTimeSpan::operator-=(CTimeSpan timeSpan)
 
 CTime CTime::GetCurrentTime()
 {
-    return CTime(std::time(nullptr));
+    zndvr::PlatformLock lock(zndvr::GetPlatformState().m_mutex);
+    const std::int64_t nWallMs = zndvr::GetWallClockMs();
+    return CTime(static_cast<time_t>(nWallMs / 1000));
 }
 
 CTime::CTime(time_t time) : m_time(time)

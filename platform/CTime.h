@@ -38,6 +38,7 @@ private:
 
 class ZNDVR_API CTime {
 public:
+    // The wall clock, or the one a CTestClock drives while it lives (TickClock.h).
     static CTime GetCurrentTime();
 
     CTime() = default;

@@ -1,6 +1,9 @@
 #include "platform/Disks.h"
 
 #include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -229,6 +232,36 @@ bool IsUsablePath(LPCSTR lpszPath)
 
 } // namespace
 
+DWORD GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBuffer, LPSTR* lpFilePart)
+{
+    if (!IsUsablePath(lpFileName))
+        return 0;
+    std::error_code error;
+    std::string strFull = std::filesystem::absolute(lpFileName, error).lexically_normal().string();
+    if (error || strFull.empty())
+        return 0;
+    while (strFull.size() > 1 && strFull.back() == '/')
+        strFull.pop_back();
+    const DWORD dwLength = static_cast<DWORD>(strFull.size());
+    if (lpBuffer == nullptr || nBufferLength <= dwLength)
+        return dwLength + 1;
+    std::memcpy(lpBuffer, strFull.c_str(), strFull.size() + 1);
+    if (lpFilePart != nullptr)
+        *lpFilePart = lpBuffer + strFull.find_last_of('/') + 1;
+    return dwLength;
+}
+
+CString GetFullPathName(LPCSTR lpFileName)
+{
+    const DWORD dwNeeded = GetFullPathNameA(lpFileName, 0, nullptr, nullptr);
+    if (dwNeeded == 0)
+        return CString();
+    CString strFull;
+    const DWORD dwLength = GetFullPathNameA(lpFileName, dwNeeded, strFull.GetBuffer(static_cast<int>(dwNeeded)), nullptr);
+    strFull.ReleaseBuffer(dwLength < dwNeeded ? static_cast<int>(dwLength) : 0);
+    return strFull;
+}
+
 BOOL GetVolumeInfo(LPCSTR lpszPath, tag_VOLUMEINFO* pInfo)
 {
     if (!IsUsablePath(lpszPath) || pInfo == nullptr)
@@ -337,6 +370,29 @@ BOOL CreateDirectoryA(LPCSTR lpPathName, void*)
 BOOL RemoveDirectoryA(LPCSTR lpPathName)
 {
     return IsUsablePath(lpPathName) && rmdir(lpPathName) == 0;
+}
+
+BOOL MoveFileExA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, DWORD dwFlags)
+{
+    if (!IsUsablePath(lpExistingFileName) || !IsUsablePath(lpNewFileName))
+        return FALSE;
+    const unsigned int nRenameFlags = (dwFlags & MOVEFILE_REPLACE_EXISTING) != 0 ? 0 : RENAME_NOREPLACE;
+    if (renameat2(AT_FDCWD, lpExistingFileName, AT_FDCWD, lpNewFileName, nRenameFlags) != 0) {
+        // Some file systems can't refuse to replace in one step; there the test comes first.
+        struct stat status;
+        if (errno != EINVAL || nRenameFlags == 0 || lstat(lpNewFileName, &status) == 0 ||
+            rename(lpExistingFileName, lpNewFileName) != 0)
+            return FALSE;
+    }
+    if ((dwFlags & MOVEFILE_WRITE_THROUGH) == 0)
+        return TRUE;
+    std::filesystem::path directory = std::filesystem::path(lpNewFileName).parent_path();
+    int hDirectory = open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (hDirectory < 0)
+        return FALSE;
+    const bool bSynced = fsync(hDirectory) == 0;
+    close(hDirectory);
+    return bSynced;
 }
 
 BOOL DeleteFileA(LPCSTR lpFileName)

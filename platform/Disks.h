@@ -40,6 +40,15 @@ ZNDVR_API CString GetVolumePath(LPCSTR lpszPath);
 // Both paths lie on one volume (and neither fails to resolve).
 ZNDVR_API BOOL IsSameVolume(LPCSTR lpszPath1, LPCSTR lpszPath2);
 
+// The absolute form of a path, with "." and ".." resolved by name (links are not
+// followed) and no trailing '/' but that of "/" itself: its length, or 0 for a null or
+// empty name. Fills lpBuffer when the result and its terminator fit in nBufferLength
+// characters; otherwise the result is the length the buffer needs, terminator included.
+// lpFilePart, if given, points at the last component in the buffer.
+ZNDVR_API DWORD GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBuffer, LPSTR* lpFilePart);
+// The same as a string; "" on failure.
+ZNDVR_API CString GetFullPathName(LPCSTR lpFileName);
+
 // The type of the volume of any path: DRIVE_FIXED for local disks and writable quota volumes,
 // DRIVE_REMOTE for network file systems, DRIVE_RAMDISK for tmpfs and ramfs, DRIVE_CDROM
 // for optical and read-only file systems, DRIVE_UNKNOWN for kernel file systems that hold
@@ -63,6 +72,14 @@ ZNDVR_API BOOL RemoveQuotaVolume(LPCSTR lpszDirectory);
 ZNDVR_API BOOL CreateDirectoryA(LPCSTR lpPathName, void* lpSecurityAttributes);
 // Removes an empty directory.
 ZNDVR_API BOOL RemoveDirectoryA(LPCSTR lpPathName);
+inline constexpr DWORD MOVEFILE_REPLACE_EXISTING = 0x00000001;
+inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 0x00000008;
+
+// Renames a file or directory within its volume. An existing target is replaced only with
+// MOVEFILE_REPLACE_EXISTING, and then in one step: a reader finds the old file or the new
+// one, never neither. With MOVEFILE_WRITE_THROUGH the new name is on the disk (its
+// directory synced) before the call returns.
+ZNDVR_API BOOL MoveFileExA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName, DWORD dwFlags);
 // Deletes a file; FALSE for a directory and for a file that a CFile holds open for writing,
 // so that a recording in progress is never deleted under its writer.
 ZNDVR_API BOOL DeleteFileA(LPCSTR lpFileName);

@@ -191,6 +191,15 @@ TimeMs GetNowMs()
     return static_cast<TimeMs>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
+std::int64_t GetWallClockMs()
+{
+    const tag_PLATFORMSTATE& state = GetPlatformState();
+    if (state.m_bTestClock)
+        return static_cast<std::int64_t>(state.m_tTestNow) + state.m_nTestWallOffsetMs;
+    auto since = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(since).count();
+}
+
 bool BlockUntil(PlatformLock& lock, tag_THREADSTATE& self, const std::function<bool()>& fnReady,
                 DWORD dwTimeout, const std::function<std::optional<TimeMs>()>& fnNextDue)
 {

@@ -149,6 +149,9 @@ struct tag_PLATFORMSTATE {
 
     bool m_bTestClock = false;
     TimeMs m_tTestNow = 0;
+    // Under the test clock the wall clock is m_tTestNow plus this, in milliseconds
+    // since 1970, so that it moves exactly as the test advances the tick clock.
+    std::int64_t m_nTestWallOffsetMs = 0;
 };
 
 // The process's platform state; never destroyed, so threads ending late still find it.
@@ -168,6 +171,8 @@ void EndCurrentThreadState(PlatformLock& lock);
 
 // The platform clock in milliseconds, by the test clock while one is in force.
 TimeMs GetNowMs();
+// The wall clock in milliseconds since 1970, by the test clock while one is in force.
+std::int64_t GetWallClockMs();
 
 // Blocks the calling thread until fnReady holds (true) or dwTimeout ms have passed
 // (false). fnNextDue, if given, tells when fnReady may come true by time alone. A

@@ -21,8 +21,11 @@ void SetClock(bool bTestClock, TimeMs tStart)
 {
     tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
+    // The wall clock goes on from where the real one stands.
+    const std::int64_t nWallMs = GetWallClockMs();
     state.m_bTestClock = bTestClock;
     state.m_tTestNow = tStart;
+    state.m_nTestWallOffsetMs = nWallMs - static_cast<std::int64_t>(tStart);
     RestartTimedWaits();
 }
 
@@ -50,6 +53,13 @@ void CTestClock::Advance(DWORD dwMilliseconds)
     PlatformLock lock(state.m_mutex);
     state.m_tTestNow += dwMilliseconds;
     WakeBlockedThreads();
+}
+
+void CTestClock::SetCurrentTime(time_t tNow)
+{
+    tag_PLATFORMSTATE& state = GetPlatformState();
+    PlatformLock lock(state.m_mutex);
+    state.m_nTestWallOffsetMs = static_cast<std::int64_t>(tNow) * 1000 - static_cast<std::int64_t>(state.m_tTestNow);
 }
 
 DWORD CTestClock::GetTime() const

@@ -9,9 +9,11 @@ constexpr tag_TOOLCOMMAND kCommands[] = {
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
     {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]",
-     "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera; "
+     "record from the virtual boards (default rack, or one camera per Y4M file) into a store of day directories; "
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
+    {"disks", "[-d STORE] [add DIR | remove DISK | change DISK] [OPTIONS]",
+     "list the disks of a store with their space and days; add, remove or change a disk", &RunDisksCommand},
     {"devices", "", "list the wave-in and wave-out devices with the sound formats each accepts", &RunDevicesCommand},
     {"play", "FILE [--speed N] [--from HH:MM:SS | --block B --frame F] [--device NAME | --no-sound]",
      "play a recording in real time with a progress line; keys pause, speed up, slow down and quit",

@@ -17,6 +17,7 @@ std::span<const tag_TOOLCOMMAND> GetToolCommands();
 int RunVolumesCommand(std::span<char* const> args);
 int RunBoardsCommand(std::span<char* const> args);
 int RunRecordCommand(std::span<char* const> args);
+int RunDisksCommand(std::span<char* const> args);
 int RunDevicesCommand(std::span<char* const> args);
 int RunPlayCommand(std::span<char* const> args);
 int RunExportCommand(std::span<char* const> args);

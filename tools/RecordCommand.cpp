@@ -1,10 +1,12 @@
-// zndvr record: records from the virtual boards into one recording file per camera.
-// The default rack (or one board whose cameras play the Y4M files given) is opened
-// through CVideo with a host window on this thread; each frame record is written with
-// CZnFile inside the frame handler, a progress line is printed every second, and at
-// the end each file is opened again with the reader, decoded and summed up.
+// zndvr record: records from the virtual boards into a store (RecordStore.h): each
+// camera into today's directory of the store's work disk. The default rack (or one board
+// whose cameras play the Y4M files given) is opened through CVideo with a host window on
+// this thread; each frame record goes to the store inside the frame handler, a progress
+// line is printed every second, and at the end each file is opened again with the
+// reader, decoded and summed up.
 #include "Commands.h"
 #include "RecordSound.h"
+#include "RecordStore.h"
 
 #include "capture/CEncodeParam.h"
 #include "capture/CMaskInfo.h"
@@ -18,7 +20,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,12 +48,9 @@ struct tag_RECORDOPTIONS {
     std::string strSoundDevice;
 };
 
-// What the host keeps of one camera.
+// What the host counts of one camera.
 struct tag_CAMERARECORDING {
     int nCamera = 0;
-    std::string strFile;
-    std::unique_ptr<CZnFile> pFile;
-    bool bOpenFailed = false;
     DWORD dwFrames = 0;
     DWORD dwWritten = 0;
     unsigned long long nBytes = 0;
@@ -60,12 +58,11 @@ struct tag_CAMERARECORDING {
     DWORD dwLost = 0;
 };
 
-// The host window: writes each frame record to its camera's file, gives the record
-// back, and prints the progress line when its timer ticks.
+// The host window: hands each frame record to the store, gives the record back, and
+// prints the progress line when its timer ticks.
 class CRecordHost : public CWnd {
 public:
-    CRecordHost(const std::string& strDirectory, DWORD dwRevision, int nSeconds)
-        : m_strDirectory(strDirectory), m_dwRevision(dwRevision), m_nSeconds(nSeconds)
+    CRecordHost(CRecordStore& store, int nSeconds) : m_store(store), m_nSeconds(nSeconds)
     {
         const RECT rect{0, 0, 0, 0};
         CreateEx(0, nullptr, "zndvr record", WS_POPUP, rect, nullptr, 0);
@@ -76,8 +73,7 @@ public:
     {
         tag_CAMERARECORDING recording;
         recording.nCamera = nCamera;
-        recording.strFile = (std::filesystem::path(m_strDirectory) / ("camera" + std::to_string(nCamera) + ".zn")).string();
-        m_cameras.push_back(std::move(recording));
+        m_cameras.push_back(recording);
     }
 
     void Run()
@@ -88,14 +84,6 @@ public:
         while (GetMessage(&msg, nullptr, 0, 0) > 0)
             DispatchMessage(&msg);
         KillTimer(kProgressTimer);
-    }
-
-    void CloseFiles()
-    {
-        for (tag_CAMERARECORDING& recording : m_cameras) {
-            if (recording.pFile != nullptr)
-                recording.pFile->Close();
-        }
     }
 
     std::vector<tag_CAMERARECORDING> m_cameras;
@@ -143,21 +131,10 @@ private:
         recording.nBytes += frame.pData->dwVideoLen;
         recording.dwAlarms += (frame.pData->wFlags & ZNFRAME_ALARM) != 0;
         recording.dwLost += frame.bVideoLost != 0;
-        if (recording.pFile == nullptr && !recording.bOpenFailed) {
-            recording.pFile = std::make_unique<CZnFile>(("camera " + std::to_string(recording.nCamera)).c_str(),
-                                                        "virtual board", "zndvr");
-            if (!recording.pFile->Open(recording.strFile.c_str(), frame.pInfo, m_dwRevision, ZNFILE_WRITE)) {
-                std::fprintf(stderr, "zndvr record: can't open %s for writing\n", recording.strFile.c_str());
-                recording.pFile.reset();
-                recording.bOpenFailed = true;
-            }
-        }
-        if (recording.pFile != nullptr && recording.pFile->WriteOneFrame(frame.pData) == 1)
-            ++recording.dwWritten;
+        recording.dwWritten += m_store.WriteFrame(*frame.pInfo, *frame.pData);
     }
 
-    std::string m_strDirectory;
-    DWORD m_dwRevision;
+    CRecordStore& m_store;
     int m_nSeconds;
     DWORD m_dwStart = 0;
 };
@@ -246,41 +223,52 @@ DWORD DecodeAll(CZnFile& reader, DWORD dwRevision, std::vector<BYTE>& code)
     return dwDecoded;
 }
 
-// Prints what each camera recorded; true when every camera has frames on disk and every
-// frame it wrote reads back and decodes, and, with sound, when some camera has sound and
-// the sound of each virtual microphone decodes to its signal.
-bool PrintSummary(const CRecordHost& host, DWORD dwRevision, const tag_RECORDOPTIONS& options)
+// Prints what each camera recorded and what its files hold; true when every camera has
+// frames on disk and every frame it wrote reads back and decodes (a file of a day that was
+// recycled during the run is counted as such), and, with sound, when some camera has
+// sound and the sound of each virtual microphone decodes to its signal.
+bool PrintSummary(const CRecordHost& host, const CRecordStore& store, DWORD dwRevision, const tag_RECORDOPTIONS& options)
 {
     bool bAllReadBack = true;
     bool bAnySound = false;
     std::printf("\nsummary:\n");
     for (const tag_CAMERARECORDING& recording : host.m_cameras) {
-        CZnFile reader;
-        tag_CAMERAINFO info{};
-        const bool bOpened = reader.Open(recording.strFile.c_str(), &info, dwRevision, ZNFILE_READ) == 1;
-        std::printf("  camera %d: %lu frames (%lu lost signal), %lu written, %llu KB coded, %lu alarms; %s",
+        std::printf("  camera %d: %lu frames (%lu lost signal), %lu written, %llu KB coded, %lu alarms\n",
                     recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
                     static_cast<unsigned long>(recording.dwLost), static_cast<unsigned long>(recording.dwWritten),
-                    recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms),
-                    recording.strFile.c_str());
-        if (bOpened) {
-            std::printf(" (%dx%d, %lu frames in %lu blocks", reader.GetVideoWidth(), reader.GetVideoHeight(),
-                        static_cast<unsigned long>(reader.GetTotalFrameNum()),
-                        static_cast<unsigned long>(reader.GetTotalBlock()));
-            std::vector<BYTE> code;
-            const DWORD dwDecoded = DecodeAll(reader, dwRevision, code);
-            std::printf(", %lu decoded)\n", static_cast<unsigned long>(dwDecoded));
-            bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwDecoded == recording.dwWritten;
-            std::string strSound;
-            if (options.bSound) {
-                bAllReadBack = DescribeRecordedSound(recording.nCamera, options.strSoundDevice.empty(), code, strSound) &&
-                               bAllReadBack;
-                bAnySound = bAnySound || !code.empty();
-                std::printf("    %s\n", strSound.c_str());
+                    recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms));
+        DWORD dwAccounted = 0;
+        std::vector<BYTE> code;
+        for (const tag_STOREDFILE& file : store.GetFiles()) {
+            if (file.nCamera != recording.nCamera)
+                continue;
+            CZnFile reader;
+            tag_CAMERAINFO info{};
+            if (!std::filesystem::exists(file.strPath)) {
+                std::printf("    %s: recycled\n", file.strPath.c_str());
+                dwAccounted += file.dwFrames;
+                continue;
             }
-        } else {
-            std::printf(" (can't be read back)\n");
-            bAllReadBack = false;
+            if (reader.Open(file.strPath.c_str(), &info, dwRevision, ZNFILE_READ) != 1) {
+                std::printf("    %s: can't be read back\n", file.strPath.c_str());
+                bAllReadBack = false;
+                continue;
+            }
+            const DWORD dwDecoded = DecodeAll(reader, dwRevision, code);
+            std::printf("    %s: %dx%d, %lu frames in %lu blocks, %lu decoded\n", file.strPath.c_str(),
+                        reader.GetVideoWidth(), reader.GetVideoHeight(),
+                        static_cast<unsigned long>(reader.GetTotalFrameNum()),
+                        static_cast<unsigned long>(reader.GetTotalBlock()), static_cast<unsigned long>(dwDecoded));
+            bAllReadBack = bAllReadBack && dwDecoded == file.dwFrames;
+            dwAccounted += dwDecoded;
+        }
+        bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwAccounted == recording.dwWritten;
+        if (options.bSound) {
+            std::string strSound;
+            bAllReadBack = DescribeRecordedSound(recording.nCamera, options.strSoundDevice.empty(), code, strSound) &&
+                           bAllReadBack;
+            bAnySound = bAnySound || !code.empty();
+            std::printf("    %s\n", strSound.c_str());
         }
     }
     if (options.bSound && !bAnySound)
@@ -300,13 +288,6 @@ int RunRecordCommand(std::span<char* const> args)
                      kMaxFileCameras);
         return 2;
     }
-    std::error_code error;
-    std::filesystem::create_directories(options.strDirectory, error);
-    if (error) {
-        std::fprintf(stderr, "zndvr record: can't make %s: %s\n", options.strDirectory.c_str(),
-                     error.message().c_str());
-        return 1;
-    }
     const int nFileCameras = InstallBoards(options);
     if (nFileCameras == 0) {
         std::fprintf(stderr, "zndvr record: a file can't be read as Y4M\n");
@@ -314,7 +295,17 @@ int RunRecordCommand(std::span<char* const> args)
     }
     // The virtual boards are of the second generation, which is this revision's.
     constexpr DWORD dwRevision = STREAM_REVISION_20020219;
-    CRecordHost host(options.strDirectory, dwRevision, options.nSeconds);
+    CRecordStore store;
+    tag_STOREOPTIONS storeOptions;
+    storeOptions.strStoreDir = options.strDirectory;
+    storeOptions.dwRevision = dwRevision;
+    std::string strStoreError;
+    store.SetReporter([](const std::string& strLine) { std::printf("  store: %s\n", strLine.c_str()); });
+    if (!store.Open(storeOptions, strStoreError)) {
+        std::fprintf(stderr, "zndvr record: %s\n", strStoreError.c_str());
+        return 1;
+    }
+    CRecordHost host(store, options.nSeconds);
     int nOpened = 0;
     {
         CVideo video;
@@ -357,8 +348,8 @@ int RunRecordCommand(std::span<char* const> args)
                     options.strDirectory.c_str());
         host.Run();
     }
-    host.CloseFiles();
-    const bool bAllReadBack = PrintSummary(host, dwRevision, options);
+    store.Close();
+    const bool bAllReadBack = PrintSummary(host, store, dwRevision, options);
     CVirtualRack::Clear();
     return bAllReadBack ? 0 : 1;
 }

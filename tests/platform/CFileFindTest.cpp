@@ -124,3 +124,28 @@ TEST_F(CFileFindTest, BadInputAndMissingEntriesGiveEmptyResults)
     EXPECT_STREQ(finder.GetFileName(), "");
     EXPECT_FALSE(finder.FindNextFile());
 }
+
+TEST_F(CFileFindTest, SymbolicLinksAreMarkedAndDescribeTheirTargets)
+{
+    std::filesystem::create_directory_symlink(m_dir.Path() / "d20020301", m_dir.Path() / "linkdir");
+    std::filesystem::create_symlink(m_dir.Path() / "notes", m_dir.Path() / "linkfile");
+    std::filesystem::create_symlink(m_dir.Path() / "gone", m_dir.Path() / "linkdangling");
+    CFileFind finder;
+    struct tag_LINKCASE {
+        const char* pszName;
+        bool bDirectory;
+        DWORD dwLength;
+    };
+    const tag_LINKCASE aCases[] = {{"linkdir", true, 0}, {"linkfile", false, 10}, {"linkdangling", false, 0}};
+    for (const tag_LINKCASE& linkCase : aCases) {
+        SCOPED_TRACE(linkCase.pszName);
+        ASSERT_TRUE(finder.FindFile((m_dir / linkCase.pszName).c_str()));
+        finder.FindNextFile();
+        EXPECT_TRUE(finder.MatchesMask(FILE_ATTRIBUTE_REPARSE_POINT));
+        EXPECT_EQ(finder.IsDirectory() != 0, linkCase.bDirectory);
+        EXPECT_EQ(finder.GetLength(), linkCase.dwLength);
+    }
+    ASSERT_TRUE(finder.FindFile((m_dir / "d20020301").c_str()));
+    finder.FindNextFile();
+    EXPECT_FALSE(finder.MatchesMask(FILE_ATTRIBUTE_REPARSE_POINT));
+}

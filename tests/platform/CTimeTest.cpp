@@ -1,52 +1,15 @@
 #include "platform/CTime.h"
+#include "platform/TimeZoneTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdlib>
-#include <filesystem>
 #include <ctime>
-#include <optional>
 #include <string>
 
 namespace {
 
 constexpr time_t kHour = 3600;
-
-// Runs a test under a given TZ and puts the process's zone back afterwards.
-class ScopedTimeZone {
-public:
-    explicit ScopedTimeZone(LPCSTR pszZone)
-    {
-        if (LPCSTR pszOld = std::getenv("TZ"); pszOld != nullptr)
-            m_strOldZone = pszOld;
-        setenv("TZ", pszZone, 1);
-        tzset();
-    }
-
-    ~ScopedTimeZone()
-    {
-        if (m_strOldZone)
-            setenv("TZ", m_strOldZone->c_str(), 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
-
-    ScopedTimeZone(const ScopedTimeZone&) = delete;
-    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
-
-private:
-    std::optional<std::string> m_strOldZone;
-};
-
-// Central European time from the zone database, or the same rules written out where the
-// machine has no zone database.
-LPCSTR BerlinZone()
-{
-    return std::filesystem::exists("/usr/share/zoneinfo/Europe/Berlin") ? "Europe/Berlin"
-                                                                        : "CET-1CEST,M3.5.0,M10.5.0/3";
-}
 
 class CTimeBerlin : public ::testing::Test {
 protected:

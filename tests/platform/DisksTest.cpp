@@ -174,3 +174,47 @@ TEST(DiskFiles, DeleteRefusesDirectoriesAndFilesHeldByAWriter)
     EXPECT_TRUE(DeleteFileA(strPath.c_str()));
     EXPECT_FALSE(DeleteFileA(strPath.c_str()));
 }
+
+TEST(DiskFiles, MoveReplacesOnlyWhenAskedAndLeavesOneWholeFile)
+{
+    ScopedTempDir dir;
+    WriteWholeFile(dir / "old", "old");
+    WriteWholeFile(dir / "new", "new");
+    EXPECT_FALSE(MoveFileExA((dir / "new").c_str(), (dir / "old").c_str(), MOVEFILE_WRITE_THROUGH));
+    EXPECT_EQ(ReadWholeFile(dir / "old"), std::vector<unsigned char>({'o', 'l', 'd'}));
+    ASSERT_TRUE(MoveFileExA((dir / "new").c_str(), (dir / "old").c_str(),
+                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
+    EXPECT_EQ(ReadWholeFile(dir / "old"), std::vector<unsigned char>({'n', 'e', 'w'}));
+    EXPECT_FALSE(std::filesystem::exists(dir / "new"));
+    EXPECT_TRUE(MoveFileExA((dir / "old").c_str(), (dir / "moved").c_str(), 0));
+    EXPECT_FALSE(MoveFileExA((dir / "old").c_str(), (dir / "moved2").c_str(), 0));
+    EXPECT_FALSE(MoveFileExA(nullptr, (dir / "x").c_str(), 0));
+}
+
+TEST(DiskFiles, FullPathNamesAreAbsoluteAndNormalisedByName)
+{
+    const std::string strCurrent = std::filesystem::current_path().string();
+    struct tag_FULLPATHCASE {
+        const char* pszName;
+        std::string strFull;
+    };
+    const tag_FULLPATHCASE aCases[] = {
+        {"/srv//disk2/./vdb/", "/srv/disk2/vdb"}, {"/a/b/../c", "/a/c"}, {"/", "/"}, {"//", "/"},
+        {"store", strCurrent + "/store"}, {"./store/../x/", strCurrent + "/x"}};
+    for (const tag_FULLPATHCASE& fullCase : aCases) {
+        SCOPED_TRACE(fullCase.pszName);
+        EXPECT_STREQ(GetFullPathName(fullCase.pszName), fullCase.strFull.c_str());
+        char aBuffer[8];
+        LPSTR pFilePart = nullptr;
+        const DWORD dwLength = GetFullPathNameA(fullCase.pszName, sizeof(aBuffer), aBuffer, &pFilePart);
+        if (fullCase.strFull.size() < sizeof(aBuffer)) {
+            EXPECT_EQ(dwLength, fullCase.strFull.size());
+            EXPECT_STREQ(aBuffer, fullCase.strFull.c_str());
+            EXPECT_STREQ(pFilePart, fullCase.strFull.substr(fullCase.strFull.find_last_of('/') + 1).c_str());
+        } else {
+            EXPECT_EQ(dwLength, fullCase.strFull.size() + 1);
+        }
+    }
+    EXPECT_EQ(GetFullPathNameA("", 8, nullptr, nullptr), 0u);
+    EXPECT_STREQ(GetFullPathName(nullptr), "");
+}

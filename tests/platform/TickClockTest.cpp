@@ -1,11 +1,14 @@
 // The platform clock: 32-bit wrap of GetTickCount, and timed waits of every kind
 // that end when the test clock is advanced past their deadline, not before.
 #include "platform/PlatformTestWindows.h"
+#include "platform/CTime.h"
 #include "platform/TickClock.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <thread>
 
@@ -23,6 +26,24 @@ TEST(TickClockTest, DifferencesStayRightAcrossTheWrap)
     EXPECT_EQ(dwAfter, 0x20u);
     EXPECT_EQ(dwAfter - dwBefore, 0x30u);
     EXPECT_EQ(clock.GetTime(), dwAfter);
+}
+
+TEST(TickClockTest, TheWallClockMovesOnlyWithTheTestClock)
+{
+    {
+        CTestClock clock(5);
+        const time_t tReal = CTime::GetCurrentTime().GetTime();
+        EXPECT_LE(std::abs(tReal - std::time(nullptr)), 2);
+        clock.SetCurrentTime(1000000);
+        EXPECT_EQ(CTime::GetCurrentTime().GetTime(), 1000000);
+        clock.Advance(999);
+        EXPECT_EQ(CTime::GetCurrentTime().GetTime(), 1000000);
+        clock.Advance(1);
+        EXPECT_EQ(CTime::GetCurrentTime().GetTime(), 1000001);
+        clock.Advance(86400u * 1000u);
+        EXPECT_EQ(CTime::GetCurrentTime().GetTime(), 1086401);
+    }
+    EXPECT_LE(std::abs(CTime::GetCurrentTime().GetTime() - std::time(nullptr)), 2);
 }
 
 TEST(TickClockTest, ATimerSetBeforeTheWrapTicksAfterIt)
