@@ -6,19 +6,14 @@
 
 #include "platform/CMemoryException.h"
 
-namespace {
-
-// The block table never has fewer entries than this; entries behind the last block are 0.
-constexpr int kBlockTableMinSize = 1024;
-
-} // namespace
+#include <cstdint>
+#include <new>
 
 int CZnFile::OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo)
 {
-    m_pFile = new CFile;
-    if (!m_pFile->Open(strFile, CFile::modeRead)) {
-        delete m_pFile;
-        m_pFile = nullptr;
+    m_pFile.reset(new (std::nothrow) CFile);
+    if (m_pFile == nullptr || !m_pFile->Open(strFile, CFile::modeRead)) {
+        m_pFile.reset();
         return 0;
     }
     try {
@@ -72,35 +67,34 @@ BOOL CZnFile::ReadHeadAndNames()
 }
 
 // Follows the links from the data offset and enters every block record it can read. A
-// link that doesn't lead forward inside the file ends the chain, so that no file, however
-// damaged, makes the walk go round.
+// link that doesn't lead forward inside the file, or to a record that links back, ends
+// the chain: no file, however damaged, makes the walk go round, and a link torn by a
+// power cut in the middle of a block change leads nowhere.
 void CZnFile::WalkBlockChain()
 {
-    m_BlockTable.RemoveAll();
-    m_BlockTable.SetSize(kBlockTableMinSize);
-    m_dwTotalBlocks = 0;
-    m_dwTotalFrames = 0;
+    ResetBlockTable();
     const DWORD dwFileLength = m_pFile->GetLength();
     DWORD dwPos = m_Header.dwDataOffset;
+    DWORD dwPrevPos = ZNBLOCK_NO_LINK;
     while (dwPos < dwFileLength && dwFileLength - dwPos >= ZNBLOCK_HEADER_SIZE) {
         SeekTo(*m_pFile, dwPos);
         if (!ReadBlockRecord(*m_pFile, m_Block))
             break;
+        if (dwPrevPos != ZNBLOCK_NO_LINK && m_Block.dwPrevBlock != dwPrevPos)
+            break;
         AddBlockEntry(dwPos, m_Block.wFrames, m_Block.dwTimeStamp);
         m_dwTotalFrames += m_Block.wFrames;
         const DWORD dwNext = m_Block.dwNextBlock;
-        if (dwNext == ZNBLOCK_NO_LINK || dwNext >= dwFileLength ||
-            dwNext < dwPos + ZNBLOCK_HEADER_SIZE)
+        if (dwNext == ZNBLOCK_NO_LINK || dwNext >= dwFileLength || dwNext < dwPos + ZNBLOCK_HEADER_SIZE)
             break;
+        dwPrevPos = dwPos;
         dwPos = dwNext;
     }
 }
 
 void CZnFile::DropReadFile()
 {
-    m_pFile->Abort();
-    delete m_pFile;
-    m_pFile = nullptr;
+    m_pFile.reset();
     m_BlockTable.RemoveAll();
     m_dwTotalBlocks = 0;
     m_dwTotalFrames = 0;
@@ -125,22 +119,23 @@ int CZnFile::ReadOneFrame(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame)
     return 0;
 }
 
+// A frame that can't be read (cut, or longer than the buffers) doesn't end reading: the
+// frames behind it in its block can't be found, but the next block can.
 int CZnFile::ReadNextFrame(tag_ZNFRAMEDATA* pFrame)
 {
     int nBlock = m_nReadBlock;
     int nFrame = m_nReadFrame;
     DWORD dwPos = m_dwReadPos;
     while (nBlock >= 0 && static_cast<DWORD>(nBlock) < m_dwTotalBlocks) {
-        if (static_cast<DWORD>(nFrame) < m_BlockTable[nBlock].dwFrames) {
-            DWORD dwNextPos = 0;
-            if (!ReadFrameRecord(pFrame, dwPos, dwNextPos))
-                return 0;
+        DWORD dwNextPos = 0;
+        if (static_cast<DWORD>(nFrame) < m_BlockTable[nBlock].dwFrames && ReadFrameRecord(pFrame, dwPos, dwNextPos)) {
             SetReadPos(dwNextPos, nBlock, nFrame + 1);
             return 1;
         }
-        ++nBlock;
+        // The entry behind the last block is never looked at.
         nFrame = 0;
-        dwPos = m_BlockTable[nBlock].dwOffset + ZNBLOCK_HEADER_SIZE;
+        if (static_cast<DWORD>(++nBlock) < m_dwTotalBlocks)
+            dwPos = m_BlockTable[nBlock].dwOffset + ZNBLOCK_HEADER_SIZE;
     }
     return 0;
 }

@@ -104,16 +104,17 @@ inline std::vector<TestFrame> MakeBlockFrames(const std::vector<int>& blockSizes
     return frames;
 }
 
-inline int WriteTestFrame(CZnFile& file, TestFrame& frame)
+// The record points into the frame's own buffers, which the writer only reads.
+inline int WriteTestFrame(CZnFile& file, const TestFrame& frame)
 {
     tag_ZNFRAMEDATA data{};
     data.wFrameType = frame.wFrameType;
     data.wFlags = frame.wFlags;
     data.dwTimeStamp = frame.dwTimeStamp;
     data.dwVideoLen = static_cast<DWORD>(frame.video.size());
-    data.pVideo = frame.video.empty() ? nullptr : frame.video.data();
+    data.pVideo = frame.video.empty() ? nullptr : const_cast<BYTE*>(frame.video.data());
     data.dwSoundLen = static_cast<DWORD>(frame.sound.size());
-    data.pSound = frame.sound.empty() ? nullptr : frame.sound.data();
+    data.pSound = frame.sound.empty() ? nullptr : const_cast<BYTE*>(frame.sound.data());
     return file.WriteOneFrame(&data);
 }
 
@@ -199,6 +200,12 @@ inline void ExpectFilePos(CZnFile& file, int nBlock, int nFrame)
     EXPECT_EQ(file.GetFilePos(nReadBlock, nReadFrame), 1);
     EXPECT_EQ(nReadBlock, nBlock);
     EXPECT_EQ(nReadFrame, nFrame);
+}
+
+inline int OpenToWrite(CZnFile& file, const std::string& strPath)
+{
+    tag_CAMERAINFO info = MakeCameraInfo();
+    return file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE);
 }
 
 inline int OpenToRead(CZnFile& file, const std::string& strPath)

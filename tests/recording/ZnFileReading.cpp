@@ -128,13 +128,16 @@ TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
 TEST(ZnFileReadingTable, TableGrowsBeyondItsFirstSize)
 {
     TempDir dir;
+    // Built by hand: a writer would sync 1500 block changes.
     std::vector<TestFrame> frames;
+    HandBuiltRecording recording;
     for (DWORD i = 0; i < 1500; ++i) {
-        TestFrame frame = MakeSequenceFrame(i);
-        frame.wFrameType = ZNFRAME_I;
-        frames.push_back(frame);
+        frames.push_back(MakeSequenceFrame(i, 1, 300));
+        frames.back().wFrameType = ZNFRAME_I;
+        recording.blocks.push_back({frames.back()});
     }
-    WriteRecording(dir.Path("many.zn"), frames);
+    const std::vector<BYTE> bytes = recording.Build();
+    WriteFileBytes(dir.Path("many.zn"), bytes, bytes.size());
     CZnFile file;
     ASSERT_EQ(OpenToRead(file, dir.Path("many.zn")), 1);
     ASSERT_EQ(file.GetTotalBlock(), 1501u);
