@@ -155,6 +155,12 @@ int CDiskSimulator::OnSync(LPCSTR lpszPath)
     return 0;
 }
 
+int CDiskSimulator::OnRead()
+{
+    CDiskSimulator* pSimulator = g_pSimulator.load();
+    return pSimulator != nullptr ? pSimulator->TakeFailure(opRead) : 0;
+}
+
 int CDiskSimulator::OnSyncDirectory(LPCSTR lpszDirectory)
 {
     CDiskSimulator* pSimulator = g_pSimulator.load();
@@ -183,6 +189,12 @@ int CDiskSimulator::StartOperation(UINT nKind)
     }
     if (hook)
         hook(dwOperation);
+    return TakeFailure(nKind);
+}
+
+// The errno that an operation of this kind is to fail with, or 0.
+int CDiskSimulator::TakeFailure(UINT nKind)
+{
     std::lock_guard<std::mutex> lock(m_mutex);
     if ((m_nFailKinds & nKind) == 0)
         return 0;

@@ -1,6 +1,7 @@
 // A disk that fails and loses power on demand, for tests of the code that writes files.
 // While one is installed (one per process, made and destroyed by the test), every write,
-// length change and sync of a CFile open for writing is numbered, can be made to fail,
+// length change and sync of a CFile open for writing is numbered, can be made to fail
+// (reads can be made to fail too),
 // and is recorded until the next sync of its file, so that the file can be shown as a
 // power cut would leave it: what was synced, plus any subset of what wasn't, torn at
 // sector boundaries and in any order. Thread-safe.
@@ -22,6 +23,7 @@ public:
     enum : UINT {
         opWrite = 0x1,      // Write and SetLength
         opSync = 0x2,       // Flush and FlushDirectory
+        opRead = 0x4,       // Read, of any file; reads can fail but aren't numbered
     };
     // A power cut keeps or loses each sector of an unsynced write as a whole.
     static constexpr DWORD kSectorSize = 512;
@@ -53,6 +55,7 @@ public:
     static int OnWrite(LPCSTR lpszPath, DWORD dwPos, const BYTE* pBytes, UINT nCount, UINT& nStored);
     static int OnSetLength(LPCSTR lpszPath, DWORD dwNewLen);
     static int OnSync(LPCSTR lpszPath);
+    static int OnRead();
     static int OnSyncDirectory(LPCSTR lpszDirectory);
 
 private:
@@ -69,6 +72,7 @@ private:
     };
 
     int StartOperation(UINT nKind);
+    int TakeFailure(UINT nKind);
     tag_SIMULATEDFILE& FindFile(const std::string& strPath);
     static void ApplyWrite(std::vector<BYTE>& bytes, const tag_PENDINGWRITE& write);
 

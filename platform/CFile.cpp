@@ -140,6 +140,11 @@ UINT CFile::Read(void* lpBuf, UINT nCount)
     ThrowIfClosed();
     if (lpBuf == nullptr || nCount == 0)
         return 0;
+    if (CDiskSimulator::IsInstalled()) {
+        const int nInjected = CDiskSimulator::OnRead();
+        if (nInjected != 0)
+            ThrowErrno(nInjected);
+    }
     BYTE* pDest = static_cast<BYTE*>(lpBuf);
     UINT nDone = 0;
     while (nDone < nCount) {

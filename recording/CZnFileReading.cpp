@@ -34,8 +34,6 @@ int CZnFile::OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo)
             DropReadFile();
             return 0;
         }
-        SeekTo(*m_pFile, m_BlockTable[0].dwOffset);
-        ReadBlockRecord(*m_pFile, m_Block);
         m_dwReadPos = m_BlockTable[0].dwOffset + ZNBLOCK_HEADER_SIZE;
         m_nReadBlock = 0;
         m_nReadFrame = 0;
@@ -76,7 +74,7 @@ void CZnFile::WalkBlockChain()
     const DWORD dwFileLength = m_pFile->GetLength();
     DWORD dwPos = m_Header.dwDataOffset;
     DWORD dwPrevPos = ZNBLOCK_NO_LINK;
-    while (dwPos < dwFileLength && dwFileLength - dwPos >= ZNBLOCK_HEADER_SIZE) {
+    while (static_cast<std::uint64_t>(dwPos) + ZNBLOCK_HEADER_SIZE <= dwFileLength) {
         SeekTo(*m_pFile, dwPos);
         if (!ReadBlockRecord(*m_pFile, m_Block))
             break;
@@ -104,8 +102,6 @@ int CZnFile::ReadOneFrame(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame)
 {
     if (m_nMode != ZNFILE_READ || m_pFile == nullptr || m_pFile->m_hFile == CFile::hFileNull ||
         pFrame == nullptr)
-        return 0;
-    if (nBlock >= 0 && static_cast<DWORD>(nBlock) >= m_dwTotalBlocks)
         return 0;
     try {
         if (nBlock < 0)

@@ -92,8 +92,8 @@ int CZnFile::OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, D
     return 0;
 }
 
-// The head and the empty record of block 0, made durable with the file's name before the
-// first frame can come. On failure the half-made file is removed.
+// The head and the empty record of block 0, and the file's name made durable: the head
+// itself reaches the disk with the first block. On failure the half-made file is removed.
 BOOL CZnFile::WriteEmptyRecording(const tag_ZNFILEHEADER& header)
 {
     m_strFileName = m_pFile->GetFilePath();
@@ -109,7 +109,6 @@ BOOL CZnFile::WriteEmptyRecording(const tag_ZNFILEHEADER& header)
     try {
         WriteFileHead(*m_pFile, GetHeadWithNames(m_Header));
         WriteBlockRecord(*m_pFile, m_Block);
-        m_pFile->Flush();
         m_pFile->FlushDirectory();
         ResetBlockTable();
         AddBlockEntry(m_Header.dwDataOffset, 0, m_Block.dwTimeStamp);

@@ -15,12 +15,20 @@
 #include <string>
 #include <vector>
 
-// A fresh directory under the system's temporary directory, removed with its contents.
+// Where tests that look at a simulated disk keep their files: a RAM file system where
+// there is one, since real syncs there cost nothing.
+inline std::filesystem::path GetSimulationBase()
+{
+    return std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path();
+}
+
+// A fresh directory under the system's temporary directory (or another base), removed
+// with its contents.
 class TempDir {
 public:
-    TempDir()
+    explicit TempDir(const std::filesystem::path& base = std::filesystem::temp_directory_path())
     {
-        std::string strTemplate = (std::filesystem::temp_directory_path() / "zndvr-rec-XXXXXX").string();
+        std::string strTemplate = (base / "zndvr-rec-XXXXXX").string();
         char* pPath = mkdtemp(strTemplate.data());
         EXPECT_NE(pPath, nullptr);
         m_path = strTemplate;

@@ -58,7 +58,7 @@ TEST(ZnFileCrashSafety, KilledRecorderLeavesEveryClosedBlock)
     const DWORD dwSeed = GetSeed();
     std::printf("crash test seed %u (set ZNDVR_CRASH_SEED to repeat another)\n", dwSeed);
     std::mt19937 random(dwSeed);
-    TempDir dir;
+    TempDir dir(GetSimulationBase());
     for (int nRun = 0; nRun < kRuns; ++nRun) {
         SCOPED_TRACE(testing::Message() << "run " << nRun << " seed " << dwSeed);
         const std::string strPath = dir.Path("crash" + std::to_string(nRun) + ".zn");

@@ -62,7 +62,7 @@ bool Exists(const std::string& strPath)
 // is stored; a reader sees the stored block whole; the retry stores everything.
 TEST(ZnFileFailures, EveryStepOfABlockChangeCanFailAndBeRetried)
 {
-    TempDir dir;
+    TempDir dir(GetSimulationBase());
     const std::vector<TestFrame> frames = MakeBlockFrames({3, 4, 2}, 0, 1, 70000);
     const std::string strPath = dir.Path("fail.zn");
     auto writeFirstBlocks = [&](CZnFile& file) {
@@ -112,7 +112,7 @@ TEST(ZnFileFailures, EveryStepOfABlockChangeCanFailAndBeRetried)
 // with no stored frame is removed; one with stored blocks keeps them.
 TEST(ZnFileFailures, OpenAndCloseReportFailuresAndLeaveNoHalfMadeFile)
 {
-    TempDir dir;
+    TempDir dir(GetSimulationBase());
     const std::string strPath = dir.Path("half.zn");
     CDiskSimulator disk;
     ReportCounter reports;
@@ -145,7 +145,7 @@ TEST(ZnFileFailures, OpenAndCloseReportFailuresAndLeaveNoHalfMadeFile)
 // no writing through a link, and at Close it deletes nothing but its own file.
 TEST(ZnFileFailures, OneWriterOwnsItsFileAndNeverFollowsALink)
 {
-    TempDir dir;
+    TempDir dir(GetSimulationBase());
     ReportCounter reports;
     const std::string strPath = dir.Path("owned.zn");
     const std::string strOther = dir.Path("other");
@@ -186,7 +186,7 @@ TEST(ZnFileFailures, OneWriterOwnsItsFileAndNeverFollowsALink)
 // that depend on it.
 TEST(ZnFileFailures, FramesAReaderWouldRefuseAreRefused)
 {
-    TempDir dir;
+    TempDir dir(GetSimulationBase());
     const std::string strPath = dir.Path("refuse.zn");
     CZnFile file;
     ASSERT_EQ(OpenToWrite(file, strPath), 1);

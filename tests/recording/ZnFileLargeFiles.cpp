@@ -10,6 +10,8 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include <linux/magic.h>
 
 namespace {
@@ -79,83 +81,116 @@ TEST(ZnFileLargeFiles, ReadsWalksAndClipsAtTheTopOfTheOffsets)
     ExpectFramesThenEnd(clip, &frames[3], 6);
 }
 
-// The biggest frames of the biggest picture, 16 to a block. Blocks are punched out of the
-// file once stored, but for the one across 2 GiB and the last, which are read back.
-TEST(ZnFileLargeFiles, WriterPasses2GiBAndStopsAtTheLimit)
+// Written with the biggest frames of the biggest picture, 16 to a block, then filled to
+// the last byte: a file of exactly 4 GiB - 1 is taken, a byte more is refused. Blocks are
+// punched out of the file once stored, but for the one across 2 GiB and the last two,
+// which are read back.
+TEST(ZnFileLargeFiles, WriterPasses2GiBAndStopsExactlyAtTheLimit)
 {
     struct statfs fileSystem {};
     struct statvfs space {};
     if (statfs("/dev/shm", &fileSystem) != 0 || fileSystem.f_type != TMPFS_MAGIC || statvfs("/dev/shm", &space) != 0 ||
         static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize < (64u << 20))
         GTEST_SKIP() << "needs a tmpfs at /dev/shm with 64 MB free, to write 4 GiB without a disk";
-    char szDir[] = "/dev/shm/zndvr-large-XXXXXX";
-    ASSERT_NE(mkdtemp(szDir), nullptr);
-    const std::string strPath = std::string(szDir) + "/large.zn";
+    TempDir dir("/dev/shm");
+    const std::string strPath = dir.Path("large.zn");
 
     constexpr DWORD kBlockFrames = 16;
-    tag_CAMERAINFO info = MakeCameraInfo(704, 288, STANDARD_PAL);
-    TestFrame frame;
-    frame.wFlags = ZNFRAME_SOUND;
-    frame.video = PatternBytes(704 * 288 * 2, 1);
-    frame.sound = PatternBytes(ZNFRAME_SOUND_BUFFER_SIZE, 2);
-    const DWORD dwDataOffset = 36 + 4 + 4;
-    const std::uint64_t nBlockLength = 16 + kBlockFrames * static_cast<std::uint64_t>(frame.RecordSize());
-    auto makeFrame = [&](DWORD i) {
-        TestFrame made = frame;
-        made.wFrameType = i % kBlockFrames == 0 ? ZNFRAME_I : ZNFRAME_P;
-        made.dwTimeStamp = i * 40;
-        SetLe32(made.video, 0, i);
-        return made;
-    };
-    const std::uint64_t nBlockAcross2GiB = (k2GiB - dwDataOffset) / nBlockLength;
+    constexpr DWORD kMaxVideo = 704 * 288 * 2;
+    constexpr std::uint64_t kMaxRecord = 16 + kMaxVideo + ZNFRAME_SOUND_BUFFER_SIZE;
+    constexpr std::uint64_t kBlockLength = 16 + kBlockFrames * kMaxRecord;
+    std::vector<BYTE> video = PatternBytes(kMaxVideo, 1);
+    std::vector<BYTE> sound = PatternBytes(ZNFRAME_SOUND_BUFFER_SIZE, 2);
+    // The writer's place, from the record lengths alone: the record of the block that
+    // collects, and the bytes of the frames behind it.
+    std::uint64_t nRecordPos = 36 + 4 + 4;
+    std::uint64_t nCollected = 0;
+    auto room = [&] { return kMaxLength - (nRecordPos + 16 + nCollected + 16); };
+    // Every frame taken, as it was given.
+    std::vector<tag_ZNFRAMEDATA> taken;
 
-    const EXCEPTIONREPORTER pfnOld = SetExceptionReporter(CountReport);
-    g_nReports = 0;
+    tag_CAMERAINFO info = MakeCameraInfo(704, 288, STANDARD_PAL);
     CZnFile writer;
     ASSERT_EQ(writer.Open(strPath.c_str(), &info, STREAM_REVISION_20020219, ZNFILE_WRITE), 1);
+    auto write = [&](WORD wType, DWORD dwVideo, DWORD dwSound) {
+        const DWORD dwIndex = static_cast<DWORD>(taken.size());
+        SetLe32(video, 0, dwIndex);
+        tag_ZNFRAMEDATA frame{wType, static_cast<WORD>(dwSound != 0 ? ZNFRAME_SOUND : 0), dwIndex * 40, dwVideo,
+                              video.data(), dwSound, sound.data()};
+        const int nResult = writer.WriteOneFrame(&frame);
+        if (nResult == 1) {
+            if (wType == ZNFRAME_I && nCollected != 0) {
+                nRecordPos += 16 + nCollected;
+                nCollected = 0;
+            }
+            nCollected += (dwSound != 0 ? 16 : 12) + static_cast<std::uint64_t>(dwVideo) + dwSound;
+            taken.push_back(frame);
+        }
+        return nResult;
+    };
+
     const int hPunch = open(strPath.c_str(), O_WRONLY);
     ASSERT_GE(hPunch, 0);
-    DWORD dwTaken = 0;
-    int nResult = 1;
-    for (; nResult == 1; ++dwTaken) {
-        SetLe32(frame.video, 0, dwTaken);
-        frame.wFrameType = dwTaken % kBlockFrames == 0 ? ZNFRAME_I : ZNFRAME_P;
-        frame.dwTimeStamp = dwTaken * 40;
-        nResult = WriteTestFrame(writer, frame);
-        const std::uint64_t nStored = dwTaken / kBlockFrames;
-        if (nResult == 1 && dwTaken % kBlockFrames == 0 && nStored > 0 && nStored - 1 != nBlockAcross2GiB) {
-            const std::uint64_t nData = dwDataOffset + (nStored - 1) * nBlockLength + 16;
-            const std::uint64_t nFirst = (nData + 4095) / 4096 * 4096;
-            const std::uint64_t nEnd = (nData + nBlockLength - 16) / 4096 * 4096;
-            ASSERT_EQ(fallocate(hPunch, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(nFirst),
-                                static_cast<off_t>(nEnd - nFirst)),
-                      0);
+    int nAcross2GiB = -1;
+    for (int nBlock = 0; room() > 2 * kBlockLength;) {
+        const std::uint64_t nStoredPos = nRecordPos;
+        ASSERT_EQ(write(ZNFRAME_I, kMaxVideo, ZNFRAME_SOUND_BUFFER_SIZE), 1);
+        if (nRecordPos != nStoredPos) {
+            if (nStoredPos < k2GiB && nStoredPos + kBlockLength > k2GiB)
+                nAcross2GiB = nBlock;
+            else
+                ASSERT_EQ(fallocate(hPunch, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                                    static_cast<off_t>(nStoredPos + 4096), static_cast<off_t>(kBlockLength - 8192)),
+                          0);
+            ++nBlock;
         }
+        for (DWORD i = 1; i < kBlockFrames; ++i)
+            ASSERT_EQ(write(ZNFRAME_P, kMaxVideo, ZNFRAME_SOUND_BUFFER_SIZE), 1);
     }
     close(hPunch);
-    --dwTaken;
+    // Predicted frames until one key frame, no bigger than a reader takes, fills the rest.
+    constexpr std::uint64_t kLastKeyRoom = 16 + kMaxRecord - 1000;
+    while (room() >= kLastKeyRoom + 12) {
+        const std::uint64_t nRecord = std::min(kMaxRecord, room() - kLastKeyRoom);
+        if (nRecord >= 16 + ZNFRAME_SOUND_BUFFER_SIZE)
+            ASSERT_EQ(write(ZNFRAME_P, static_cast<DWORD>(nRecord - 16 - ZNFRAME_SOUND_BUFFER_SIZE), ZNFRAME_SOUND_BUFFER_SIZE), 1);
+        else
+            ASSERT_EQ(write(ZNFRAME_P, static_cast<DWORD>(nRecord - 12), 0), 1);
+    }
+    // The key frame starts a block of its own, whose record takes 16 bytes of the room.
+    const std::uint64_t nLastVideo = room() - 16 - 16 - ZNFRAME_SOUND_BUFFER_SIZE;
+    const EXCEPTIONREPORTER pfnOld = SetExceptionReporter(CountReport);
+    g_nReports = 0;
+    EXPECT_EQ(write(ZNFRAME_I, static_cast<DWORD>(nLastVideo + 1), ZNFRAME_SOUND_BUFFER_SIZE), -1);
+    ASSERT_EQ(write(ZNFRAME_I, static_cast<DWORD>(nLastVideo), ZNFRAME_SOUND_BUFFER_SIZE), 1);
+    EXPECT_EQ(write(ZNFRAME_P, 0, 0), -1);
+    EXPECT_EQ(g_nReports, 2);
     SetExceptionReporter(pfnOld);
-    EXPECT_EQ(nResult, -1);
-    EXPECT_EQ(g_nReports, 1);
-    EXPECT_NE(writer.IsNextIFrame(), 0);
     ASSERT_EQ(writer.Close(), 1);
-    EXPECT_LE(std::filesystem::file_size(strPath), kMaxLength);
-    EXPECT_GT(std::filesystem::file_size(strPath) + nBlockLength, kMaxLength);
+    EXPECT_EQ(std::filesystem::file_size(strPath), kMaxLength);
 
     CZnFile reader;
     ASSERT_EQ(OpenToRead(reader, strPath), 1);
-    EXPECT_EQ(reader.GetTotalFrameNum(), dwTaken);
-    const DWORD dwLastBlock = reader.GetTotalBlock() - 2;
-    EXPECT_EQ(dwLastBlock, (dwTaken - 1) / kBlockFrames);
+    ASSERT_EQ(reader.GetTotalFrameNum(), taken.size());
+    ASSERT_GE(nAcross2GiB, 0);
     FrameBuffers buffers(reader);
-    for (DWORD dwBlock : {static_cast<DWORD>(nBlockAcross2GiB), dwLastBlock}) {
-        const DWORD dwFrames = reader.GetBlockInfo()->GetAt(static_cast<int>(dwBlock)).dwFrames;
+    const int nLastBlock = static_cast<int>(reader.GetTotalBlock()) - 2;
+    for (int nBlock : {nAcross2GiB, nLastBlock - 1, nLastBlock}) {
+        std::size_t nFirst = 0;
+        for (int b = 0; b < nBlock; ++b)
+            nFirst += reader.GetBlockInfo()->GetAt(b).dwFrames;
+        const DWORD dwFrames = reader.GetBlockInfo()->GetAt(nBlock).dwFrames;
         for (DWORD f = 0; f < dwFrames; ++f) {
-            ASSERT_EQ(reader.ReadOneFrame(buffers.Frame(), static_cast<int>(dwBlock), static_cast<int>(f)), 1);
-            ASSERT_TRUE(FrameEquals(*buffers.Frame(), makeFrame(dwBlock * kBlockFrames + f))) << dwBlock << " " << f;
+            SCOPED_TRACE(testing::Message() << "block " << nBlock << " frame " << f);
+            ASSERT_EQ(reader.ReadOneFrame(buffers.Frame(), nBlock, static_cast<int>(f)), 1);
+            const tag_ZNFRAMEDATA& read = *buffers.Frame();
+            const tag_ZNFRAMEDATA& written = taken[nFirst + f];
+            SetLe32(video, 0, static_cast<DWORD>(nFirst + f));
+            ASSERT_EQ(std::tie(read.wFrameType, read.wFlags, read.dwTimeStamp, read.dwVideoLen),
+                      std::tie(written.wFrameType, written.wFlags, written.dwTimeStamp, written.dwVideoLen));
+            ASSERT_TRUE(std::equal(read.pVideo, read.pVideo + read.dwVideoLen, video.begin()));
         }
     }
-    std::filesystem::remove_all(szDir);
 }
 
 } // namespace

@@ -67,7 +67,7 @@ TEST(ZnFilePowerLoss, EveryStoredBlockSurvivesACutAtAnyMoment)
     std::printf("power-loss seed %u (set ZNDVR_CRASH_SEED to repeat another)\n", dwSeed);
     std::mt19937 random(dwSeed);
     const std::vector<TestFrame> frames = MakeFrames(random, dwSeed);
-    TempDir dir;
+    TempDir dir(GetSimulationBase());
     const std::string strPath = dir.Path("power.zn");
     const std::string strImage = dir.Path("image.zn");
 

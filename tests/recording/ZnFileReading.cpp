@@ -3,8 +3,11 @@
 #include "RecordingTestSupport.h"
 
 #include "platform/CArchive.h"
+#include "platform/CDiskSimulator.h"
+#include "platform/CException.h"
 #include "platform/CMemFile.h"
 
+#include <cerrno>
 #include <tuple>
 
 namespace {
@@ -97,6 +100,24 @@ TEST_F(ZnFileReading, ReadsOutsideTheFileChangeNothing)
     ExpectFilePos(m_file, 1, 2);
     ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 0)]));
+}
+
+TEST_F(ZnFileReading, DiskErrorsAreReportedAndChangeNothing)
+{
+    FrameBuffers buffers(m_file);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 1, 0), 1);
+    CDiskSimulator disk;
+    const EXCEPTIONREPORTER pfnOld = SetExceptionReporter([](LPCSTR) {});
+    disk.InjectFailures(CDiskSimulator::opRead, 0, 2, EIO);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 2, 0), 0);
+    ExpectFilePos(m_file, 1, 1);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(1, 1)]));
+    disk.InjectFailures(CDiskSimulator::opRead, 1, 1, EIO);
+    CZnFile file;
+    EXPECT_EQ(OpenToRead(file, m_dir.Path("read.zn")), 0);
+    SetExceptionReporter(pfnOld);
 }
 
 TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
