@@ -14,10 +14,10 @@
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
 #include "recording/FileRecords.h"
-
-#include <memory>
 #include "vocabulary/SoundFormat.h"
 #include "vocabulary/StreamRevision.h"
+
+#include <memory>
 
 struct tag_ZNHEADWITHNAMES;
 
@@ -110,7 +110,7 @@ private:
     void DropReadFile();
     int ReadNextFrame(tag_ZNFRAMEDATA* pFrame);
     int ReadFrameAt(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame);
-    int ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos);
+    BOOL ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos);
     BOOL SkipFrameRecord(DWORD dwPos, DWORD& dwNextPos);
     void SetReadPos(DWORD dwPos, int nBlock, int nFrame);
     DWORD GetVideoCapacity() const;

@@ -166,25 +166,25 @@ void CZnFile::SetReadPos(DWORD dwPos, int nBlock, int nFrame)
     m_nReadFrame = nFrame;
 }
 
-// Reads the record at dwPos into the caller's frame. 0 when the file ends inside the
+// Reads the record at dwPos into the caller's frame. FALSE when the file ends inside the
 // record, or when its lengths exceed the capacities that the frame size of the file gives
 // the caller's buffers: such a record is damage, and nothing is written past a buffer.
-int CZnFile::ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos)
+BOOL CZnFile::ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos)
 {
     BYTE bytes[ZNFRAME_MAX_FIELDS_SIZE];
     tag_ZNFRAMEFIELDS fields{};
     SeekTo(*m_pFile, dwPos);
     if (!ReadFrameFields(*m_pFile, fields, bytes))
-        return 0;
+        return FALSE;
     if (fields.dwVideoLen > GetVideoCapacity() || fields.dwSoundLen > ZNFRAME_SOUND_BUFFER_SIZE)
-        return 0;
+        return FALSE;
     if ((fields.dwVideoLen != 0 && pFrame->pVideo == nullptr) ||
         (fields.dwSoundLen != 0 && pFrame->pSound == nullptr))
-        return 0;
+        return FALSE;
     if (fields.dwVideoLen != 0 && m_pFile->Read(pFrame->pVideo, fields.dwVideoLen) < fields.dwVideoLen)
-        return 0;
+        return FALSE;
     if (fields.dwSoundLen != 0 && m_pFile->Read(pFrame->pSound, fields.dwSoundLen) < fields.dwSoundLen)
-        return 0;
+        return FALSE;
     pFrame->wFrameType = fields.wFrameType;
     pFrame->wFlags = fields.wFlags;
     pFrame->dwTimeStamp = fields.dwTimeStamp;
@@ -192,7 +192,7 @@ int CZnFile::ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNext
     if ((fields.wFlags & ZNFRAME_SOUND) != 0)
         pFrame->dwSoundLen = fields.dwSoundLen;
     dwNextPos = dwPos + fields.nFieldsSize + fields.dwVideoLen + fields.dwSoundLen;
-    return 1;
+    return TRUE;
 }
 
 // The position behind the record at dwPos, read from its fixed fields alone.

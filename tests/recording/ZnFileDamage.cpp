@@ -137,6 +137,11 @@ TEST(ZnFileDamagedChain, LinksThatDontLeadForwardEndTheChain)
     SetLe32(loop, dwBlock1 + 4, dwBlock1);
     ASSERT_EQ(OpenBytes(file, dir, loop), 1);
     EXPECT_EQ(file.GetTotalBlock(), 2u);
+    // Block 0, whose back link nothing checks, linking to itself both ways.
+    SetLe32(loop, dwBlock0, dwBlock0);
+    SetLe32(loop, dwBlock0 + 4, dwBlock0);
+    ASSERT_EQ(OpenBytes(file, dir, loop), 1);
+    EXPECT_EQ(file.GetTotalBlock(), 1u);
 
     // A link into the frames of the next block finds a "record" that doesn't link back.
     std::vector<BYTE> intoFrames = bytes;

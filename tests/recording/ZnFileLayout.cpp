@@ -35,6 +35,7 @@ TEST(ZnFileLayout, HeadParsesOnceEveryFieldOfItsVersionIsThere)
         CFile file;
         ASSERT_TRUE(file.Open(dir.Path("head.zn").c_str(), CFile::modeRead));
         tag_ZNHEADWITHNAMES read{};
+        file.Seek(7, CFile::begin);
         ASSERT_EQ(ReadFileHead(file, read), ZNHEAD_WHOLE);
         EXPECT_EQ(file.GetPosition(), nHeadEnd);
         EXPECT_EQ(read.strHostName, head.strHostName);
