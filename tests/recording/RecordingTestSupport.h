@@ -2,6 +2,7 @@
 // writers and readers of whole recordings and of raw file bytes.
 #pragma once
 
+#include "platform/CException.h"
 #include "platform/WinTypes.h"
 #include "recording/CZnFile.h"
 #include "recording/FileRecords.h"
@@ -41,6 +42,24 @@ public:
 
 private:
     std::filesystem::path m_path;
+};
+
+// Counts the failures reported while it lives, and shows none of them.
+class ReportCounter {
+public:
+    ReportCounter() : m_pfnOld(SetExceptionReporter([](LPCSTR) { ++Count(); })) { Count() = 0; }
+    ~ReportCounter() { SetExceptionReporter(m_pfnOld); }
+    ReportCounter(const ReportCounter&) = delete;
+    ReportCounter& operator=(const ReportCounter&) = delete;
+
+    static int& Count()
+    {
+        static int s_nReports = 0;
+        return s_nReports;
+    }
+
+private:
+    EXCEPTIONREPORTER m_pfnOld;
 };
 
 // A frame as the test wants it stored: fixed fields and its own copies of the data.

@@ -4,7 +4,6 @@
 #include "RecordingTestSupport.h"
 
 #include "platform/CDiskSimulator.h"
-#include "platform/CException.h"
 #include "platform/Disks.h"
 
 #include <cerrno>
@@ -12,25 +11,6 @@
 #include <unistd.h>
 
 namespace {
-
-int g_nReports = 0;
-
-void CountReport(LPCSTR)
-{
-    ++g_nReports;
-}
-
-// Counts what the writer reports while it lives.
-class ReportCounter {
-public:
-    ReportCounter() : m_pfnOld(SetExceptionReporter(CountReport)) { g_nReports = 0; }
-    ~ReportCounter() { SetExceptionReporter(m_pfnOld); }
-    ReportCounter(const ReportCounter&) = delete;
-    ReportCounter& operator=(const ReportCounter&) = delete;
-
-private:
-    EXCEPTIONREPORTER m_pfnOld;
-};
 
 bool Exists(const std::string& strPath)
 {
@@ -91,7 +71,7 @@ TEST(ZnFileFailures, EveryStepOfABlockChangeCanFailAndBeRetried)
             writeFirstBlocks(file);
             disk.InjectFailures(CDiskSimulator::opWrite | CDiskSimulator::opSync, dwFailing, 1, nErrno);
             ASSERT_EQ(WriteTestFrame(file, frames[7]), -1);
-            EXPECT_EQ(g_nReports, 1);
+            EXPECT_EQ(ReportCounter::Count(), 1);
             EXPECT_NE(file.IsNextIFrame(), 0);
             EXPECT_EQ(WriteTestFrame(file, frames[8]), 0);
             // Block 0 is stored; block 1 shows whole or not at all.
@@ -123,7 +103,7 @@ TEST(ZnFileFailures, OpenAndCloseReportFailuresAndLeaveNoHalfMadeFile)
         EXPECT_EQ(OpenToWrite(file, strPath), 0);
         EXPECT_FALSE(Exists(strPath));
     }
-    EXPECT_EQ(g_nReports, 2);
+    EXPECT_EQ(ReportCounter::Count(), 2);
 
     CZnFile file;
     ASSERT_EQ(OpenToWrite(file, strPath), 1);
@@ -137,7 +117,7 @@ TEST(ZnFileFailures, OpenAndCloseReportFailuresAndLeaveNoHalfMadeFile)
         ASSERT_EQ(WriteTestFrame(file, frame), 1);
     disk.InjectFailures(CDiskSimulator::opWrite, 0, 1, ENOSPC);
     EXPECT_EQ(file.Close(), 0);
-    EXPECT_EQ(g_nReports, 4);
+    EXPECT_EQ(ReportCounter::Count(), 4);
     EXPECT_TRUE(HoldsExactly(strPath, std::vector<TestFrame>(frames.begin(), frames.begin() + 2)));
 }
 
@@ -162,7 +142,7 @@ TEST(ZnFileFailures, OneWriterOwnsItsFileAndNeverFollowsALink)
     CZnFile second;
     EXPECT_EQ(OpenToWrite(second, strPath), 0);
     EXPECT_FALSE(DeleteFileA(strPath.c_str()));
-    EXPECT_EQ(g_nReports, 2);
+    EXPECT_EQ(ReportCounter::Count(), 2);
 
     // The path swapped for a link to another file: the blocks still go to the recording.
     const std::string strAside = dir.Path("aside.zn");
