@@ -105,9 +105,6 @@ void CDiskSimulator::OnOpenForWriting(LPCSTR lpszPath, BOOL bCreated)
     if (pSimulator == nullptr)
         return;
     std::lock_guard<std::mutex> lock(pSimulator->m_mutex);
-    const auto found = pSimulator->m_files.find(lpszPath);
-    if (found != pSimulator->m_files.end() && !bCreated)
-        return;
     pSimulator->m_files[lpszPath] = tag_SIMULATEDFILE{ReadWholeFile(lpszPath), {}, !bCreated};
 }
 

@@ -45,7 +45,8 @@ public:
     // The bytes that the file at lpszPath could hold after a power cut at this moment,
     // random choosing which unsynced writes and sectors survive. FALSE when the file's
     // name could be lost too: it was created and its directory hasn't been synced since.
-    // A file that was never open for writing under the simulator is given as it stands.
+    // A file that was never open for writing under the simulator is given as it stands;
+    // one opened for writing starts from what it holds then.
     BOOL MakeCrashImage(LPCSTR lpszPath, std::mt19937& random, std::vector<BYTE>& image) const;
 
     // Called by CFile, which asks first whether a simulator is installed; each answers the errno that the operation is to fail with, or 0.

@@ -130,7 +130,7 @@ BOOL CFile::Open(LPCSTR lpszFileName, UINT nOpenFlags, CFileException* pError)
     m_hFile = static_cast<UINT>(hFile);
     m_bWritable = bWritable;
     m_strFileName = strPath.c_str();
-    if (bWritable && CDiskSimulator::IsInstalled())
+    if (bWritable)
         CDiskSimulator::OnOpenForWriting(strPath.c_str(), !bExisted);
     return TRUE;
 }
@@ -140,11 +140,8 @@ UINT CFile::Read(void* lpBuf, UINT nCount)
     ThrowIfClosed();
     if (lpBuf == nullptr || nCount == 0)
         return 0;
-    if (CDiskSimulator::IsInstalled()) {
-        const int nInjected = CDiskSimulator::OnRead();
-        if (nInjected != 0)
-            ThrowErrno(nInjected);
-    }
+    if (const int nInjected = CDiskSimulator::OnRead(); nInjected != 0)
+        ThrowErrno(nInjected);
     BYTE* pDest = static_cast<BYTE*>(lpBuf);
     UINT nDone = 0;
     while (nDone < nCount) {
@@ -234,11 +231,8 @@ void CFile::SetLength(DWORD dwNewLen)
     ThrowIfClosed();
     if (!m_bWritable)
         ThrowErrno(EACCES);
-    if (CDiskSimulator::IsInstalled()) {
-        const int nInjected = CDiskSimulator::OnSetLength(m_strFileName, dwNewLen);
-        if (nInjected != 0)
-            ThrowErrno(nInjected);
-    }
+    if (const int nInjected = CDiskSimulator::OnSetLength(m_strFileName, dwNewLen); nInjected != 0)
+        ThrowErrno(nInjected);
     if (ftruncate(ToDescriptor(m_hFile), static_cast<off_t>(dwNewLen)) != 0)
         ThrowErrno(errno);
 }
@@ -248,11 +242,8 @@ void CFile::Flush()
     ThrowIfClosed();
     if (!m_bWritable)
         return;
-    if (CDiskSimulator::IsInstalled()) {
-        const int nInjected = CDiskSimulator::OnSync(m_strFileName);
-        if (nInjected != 0)
-            ThrowErrno(nInjected);
-    }
+    if (const int nInjected = CDiskSimulator::OnSync(m_strFileName); nInjected != 0)
+        ThrowErrno(nInjected);
     // A file system that can't sync (EINVAL) keeps nothing back to sync either.
     if (fdatasync(ToDescriptor(m_hFile)) != 0 && errno != EINVAL)
         ThrowErrno(errno);
@@ -262,11 +253,8 @@ void CFile::FlushDirectory()
 {
     ThrowIfClosed();
     const std::string strDirectory = std::filesystem::path(static_cast<LPCSTR>(m_strFileName)).parent_path().string();
-    if (CDiskSimulator::IsInstalled()) {
-        const int nInjected = CDiskSimulator::OnSyncDirectory(strDirectory.c_str());
-        if (nInjected != 0)
-            ThrowErrno(nInjected);
-    }
+    if (const int nInjected = CDiskSimulator::OnSyncDirectory(strDirectory.c_str()); nInjected != 0)
+        ThrowErrno(nInjected);
     const int hDirectory = open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (hDirectory < 0)
         ThrowErrno(errno);
