@@ -110,7 +110,6 @@ void CDiskSimulator::OnOpenForWriting(LPCSTR lpszPath, BOOL bCreated)
 
 int CDiskSimulator::OnWrite(LPCSTR lpszPath, DWORD dwPos, const BYTE* pBytes, UINT nCount, UINT& nStored)
 {
-    nStored = nCount;
     CDiskSimulator* pSimulator = g_pSimulator.load();
     if (pSimulator == nullptr)
         return 0;

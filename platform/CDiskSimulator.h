@@ -52,7 +52,7 @@ public:
     // Called by CFile, which asks first whether a simulator is installed; each answers the errno that the operation is to fail with, or 0.
     static BOOL IsInstalled();
     static void OnOpenForWriting(LPCSTR lpszPath, BOOL bCreated);
-    // nStored is how many of the nCount bytes the write is to store before failing.
+    // nStored, nCount when called, becomes how many bytes the write stores before failing.
     static int OnWrite(LPCSTR lpszPath, DWORD dwPos, const BYTE* pBytes, UINT nCount, UINT& nStored);
     static int OnSetLength(LPCSTR lpszPath, DWORD dwNewLen);
     static int OnSync(LPCSTR lpszPath);
