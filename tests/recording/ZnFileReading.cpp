@@ -139,9 +139,16 @@ TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
     EXPECT_GE(file.GetGmt(), 0);
     EXPECT_NE(file.GetFileName().Find("read.zn"), -1);
     EXPECT_EQ(file.GetFileName()[0], '/');
-    // A file that is open can't be opened again until it is closed.
+    // A record without sound leaves the caller's sound length as it was.
+    FrameBuffers buffers(file);
+    buffers.Frame()->dwSoundLen = 4321;
+    ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 1), 1);
+    EXPECT_EQ(buffers.Frame()->dwSoundLen, 4321u);
+    // A file that is open can't be opened again until it is closed; after a failed
+    // opening the object can be opened.
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     file.Close();
+    EXPECT_EQ(file.Open(m_dir.Path("missing.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
 }
 

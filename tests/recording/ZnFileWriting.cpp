@@ -30,6 +30,8 @@ TEST(ZnFileWriting, HeadNamesLinksAndFramesStandByteByByte)
     const std::string strPath = dir.Path("layout.zn");
     std::vector<TestFrame> frames = MakeSequence(2);
     frames[1].wFrameType = ZNFRAME_I;
+    // Sound bytes without ZNFRAME_SOUND aren't the frame's.
+    frames[0].sound = {1, 2, 3};
     tag_CAMERAINFO info = MakeCameraInfo(640, 240);
     info.nBoard = 0x105;
     info.nCamera = 3;
