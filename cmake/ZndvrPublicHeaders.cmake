@@ -72,6 +72,8 @@ set(ZNDVR_PUBLIC_HEADERS
   platform/WinThreads.h
   platform/WinTypes.h
   platform/WinWave.h
+  # the simulated disk, for hosts and tests that crash-test what they write
+  platform/CDiskSimulator.h
   # the virtual sound devices, for hosts and tests that simulate them
   platform/CVirtualWave.h
   platform/CWaveSignal.h

@@ -1,5 +1,7 @@
 #include "platform/CFile.h"
 
+#include "platform/CDiskSimulator.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
@@ -36,6 +38,8 @@ int OpenFlagsToPosix(UINT nOpenFlags)
         nFlags |= O_RDONLY;
     if ((nOpenFlags & CFile::modeCreate) != 0)
         nFlags |= O_CREAT;
+    if ((nOpenFlags & CFile::modeRegularOnly) != 0)
+        nFlags |= O_NOFOLLOW;
     return nFlags;
 }
 
@@ -95,18 +99,19 @@ BOOL CFile::Open(LPCSTR lpszFileName, UINT nOpenFlags, CFileException* pError)
     }
     std::string strPath = MakeFullPath(lpszFileName);
     bool bWritable = (nOpenFlags & (modeWrite | modeReadWrite)) != 0;
+    struct stat status;
+    const bool bExisted = lstat(lpszFileName, &status) == 0;
     int hFile = open(lpszFileName, OpenFlagsToPosix(nOpenFlags), kNewFileMode);
     if (hFile < 0) {
         FillError(pError, errno, strPath);
         return FALSE;
     }
     int nErrno = 0;
-    struct stat status;
     if (fstat(hFile, &status) != 0)
         nErrno = errno;
     else if (S_ISDIR(status.st_mode))
         nErrno = EISDIR;
-    else if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode))
+    else if (!S_ISREG(status.st_mode) && (!S_ISCHR(status.st_mode) || (nOpenFlags & modeRegularOnly) != 0))
         nErrno = EACCES;
     if (nErrno == 0 && bWritable)
         nErrno = ClaimForWriting(hFile);
@@ -125,6 +130,8 @@ BOOL CFile::Open(LPCSTR lpszFileName, UINT nOpenFlags, CFileException* pError)
     m_hFile = static_cast<UINT>(hFile);
     m_bWritable = bWritable;
     m_strFileName = strPath.c_str();
+    if (bWritable)
+        CDiskSimulator::OnOpenForWriting(strPath.c_str(), !bExisted);
     return TRUE;
 }
 
@@ -133,6 +140,8 @@ UINT CFile::Read(void* lpBuf, UINT nCount)
     ThrowIfClosed();
     if (lpBuf == nullptr || nCount == 0)
         return 0;
+    if (const int nInjected = CDiskSimulator::OnRead(); nInjected != 0)
+        ThrowErrno(nInjected);
     BYTE* pDest = static_cast<BYTE*>(lpBuf);
     UINT nDone = 0;
     while (nDone < nCount) {
@@ -158,9 +167,13 @@ void CFile::Write(const void* lpBuf, UINT nCount)
     if (!m_bWritable)
         ThrowErrno(EACCES);
     const BYTE* pSource = static_cast<const BYTE*>(lpBuf);
+    UINT nToStore = nCount;
+    int nInjected = 0;
+    if (CDiskSimulator::IsInstalled())
+        nInjected = CDiskSimulator::OnWrite(m_strFileName, GetPosition(), pSource, nCount, nToStore);
     UINT nDone = 0;
-    while (nDone < nCount) {
-        ssize_t nWritten = write(ToDescriptor(m_hFile), pSource + nDone, nCount - nDone);
+    while (nDone < nToStore) {
+        ssize_t nWritten = write(ToDescriptor(m_hFile), pSource + nDone, nToStore - nDone);
         if (nWritten < 0 && errno == EINTR)
             continue;
         if (nWritten < 0)
@@ -169,6 +182,8 @@ void CFile::Write(const void* lpBuf, UINT nCount)
             ThrowErrno(ENOSPC);
         nDone += static_cast<UINT>(nWritten);
     }
+    if (nInjected != 0)
+        ThrowErrno(nInjected);
 }
 
 LONG CFile::Seek(LONG lOff, UINT nFrom)
@@ -216,6 +231,8 @@ void CFile::SetLength(DWORD dwNewLen)
     ThrowIfClosed();
     if (!m_bWritable)
         ThrowErrno(EACCES);
+    if (const int nInjected = CDiskSimulator::OnSetLength(m_strFileName, dwNewLen); nInjected != 0)
+        ThrowErrno(nInjected);
     if (ftruncate(ToDescriptor(m_hFile), static_cast<off_t>(dwNewLen)) != 0)
         ThrowErrno(errno);
 }
@@ -223,8 +240,41 @@ void CFile::SetLength(DWORD dwNewLen)
 void CFile::Flush()
 {
     ThrowIfClosed();
-    if (m_bWritable && fdatasync(ToDescriptor(m_hFile)) != 0 && errno != EINVAL)
+    if (!m_bWritable)
+        return;
+    if (const int nInjected = CDiskSimulator::OnSync(m_strFileName); nInjected != 0)
+        ThrowErrno(nInjected);
+    // A file system that can't sync (EINVAL) keeps nothing back to sync either.
+    if (fdatasync(ToDescriptor(m_hFile)) != 0 && errno != EINVAL)
         ThrowErrno(errno);
+}
+
+void CFile::FlushDirectory()
+{
+    ThrowIfClosed();
+    const std::string strDirectory = std::filesystem::path(static_cast<LPCSTR>(m_strFileName)).parent_path().string();
+    if (const int nInjected = CDiskSimulator::OnSyncDirectory(strDirectory.c_str()); nInjected != 0)
+        ThrowErrno(nInjected);
+    const int hDirectory = open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (hDirectory < 0)
+        ThrowErrno(errno);
+    const int nResult = fsync(hDirectory);
+    const int nErrno = errno;
+    close(hDirectory);
+    if (nResult != 0 && nErrno != EINVAL)
+        ThrowErrno(nErrno);
+}
+
+BOOL CFile::RemoveOpenFile()
+{
+    if (m_hFile == hFileNull)
+        return FALSE;
+    struct stat held;
+    struct stat named;
+    if (fstat(ToDescriptor(m_hFile), &held) != 0 || lstat(m_strFileName, &named) != 0 || !S_ISREG(named.st_mode) ||
+        held.st_dev != named.st_dev || held.st_ino != named.st_ino)
+        return FALSE;
+    return unlink(m_strFileName) == 0;
 }
 
 void CFile::Close()

@@ -7,7 +7,10 @@
 // flags are accepted and have no further effect. modeCreate empties an existing file only
 // when it is opened for writing; descriptors are never inherited by programs started later.
 //
-// Failures of Read, Write, Seek, GetLength and Close are thrown as CFileException pointers;
+// Under a CDiskSimulator, writes and syncs of a writer can fail on demand and be lost as
+// in a power cut.
+//
+// Failures of Read, Write, Seek, GetLength, Flush and Close are thrown as CFileException pointers;
 // Read at the end of the file gives fewer bytes and throws nothing. Open reports failure
 // by its result and, when given one, fills a CFileException.
 #pragma once
@@ -32,7 +35,10 @@ public:
         modeCreate = 0x1000,
         modeNoTruncate = 0x2000,
         typeText = 0x4000,
-        typeBinary = 0x8000
+        typeBinary = 0x8000,
+        // A regular file only, and never reached through a symbolic link as its last
+        // component: a writer that must not be turned onto another file or a device.
+        modeRegularOnly = 0x10000
     };
 
     enum SeekPosition : UINT { begin = 0x0, current = 0x1, end = 0x2 };
@@ -55,7 +61,13 @@ public:
     virtual DWORD GetPosition() const;
     virtual DWORD GetLength() const;
     virtual void SetLength(DWORD dwNewLen);
+    // Makes what was written durable (fdatasync).
     virtual void Flush();
+    // Makes the file's name durable: syncs the directory that holds it, after a create.
+    void FlushDirectory();
+    // Deletes the file this object holds open, if its path still names that very regular
+    // file; the descriptor stays open. FALSE when nothing was deleted.
+    BOOL RemoveOpenFile();
     virtual void Close();
     // Closes without throwing, for clean-up after a failure.
     virtual void Abort();

@@ -6,6 +6,9 @@
 
 namespace {
 
+// The block table never has fewer entries than this; entries behind the last block are 0.
+constexpr int kBlockTableMinSize = 1024;
+
 struct tag_PICTURESIZE {
     tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
     int nWidth = 0;
@@ -39,17 +42,13 @@ CZnFile::CZnFile(CString strCamera, CString strBoard, CString strHost)
     , m_dwReadPos(0)
     , m_nReadBlock(0)
     , m_nReadFrame(0)
+    , m_bKeyFrameNeeded(FALSE)
 {
 }
 
 CZnFile::~CZnFile()
 {
-    // A destructor can't pass a failure on; it is shown like every other one.
-    try {
-        Close();
-    } catch (CException* pException) {
-        ReportAndDelete(pException);
-    }
+    Close();
 }
 
 int CZnFile::Open(CString strFile, tag_CAMERAINFO* pInfo, DWORD dwRevision, tag_ZNFILEMODE nMode)
@@ -63,31 +62,31 @@ int CZnFile::Open(CString strFile, tag_CAMERAINFO* pInfo, DWORD dwRevision, tag_
     return 0;
 }
 
-void CZnFile::Close()
+int CZnFile::Close()
 {
-    try {
-        if (m_nMode == ZNFILE_WRITE)
-            Flush();
-    } catch (CException*) {
-        ReleaseAll();
-        throw;
-    }
+    const int nResult = m_nMode == ZNFILE_WRITE ? Flush() : 1;
     ReleaseAll();
+    return nResult;
 }
 
+// Closing the descriptor gives up the writer's lock; everything was synced before.
 void CZnFile::ReleaseAll()
 {
-    if (m_pFile != nullptr) {
-        m_pFile->Abort();
-        delete m_pFile;
-        m_pFile = nullptr;
-    }
-    delete m_pMemFile;
-    m_pMemFile = nullptr;
+    m_pFile.reset();
+    m_pMemFile.reset();
     m_BlockTable.RemoveAll();
     m_dwTotalBlocks = 0;
     m_dwTotalFrames = 0;
     m_dwBlockLen = 0;
+}
+
+// An empty table of its first size, all zero; it grows as blocks are entered.
+void CZnFile::ResetBlockTable()
+{
+    m_BlockTable.RemoveAll();
+    m_BlockTable.SetSize(kBlockTableMinSize);
+    m_dwTotalBlocks = 0;
+    m_dwTotalFrames = 0;
 }
 
 // Enters a block at the end of the table, which grows by doubling past its first size.

@@ -1,6 +1,8 @@
-// A recording file of one camera: written frame by frame, block by block, with the disk
-// file closed between blocks; read by walking its chain of blocks; cut into clips. Owned
-// by the host (or the player); one object is used by one thread at a time.
+// A recording file of one camera: written frame by frame, block by block, each block
+// committed to the disk with two syncs while the writer holds the file open and locked
+// from Open to Close; read by walking its chain of blocks; cut into clips. Owned by the
+// host (or the player); one object is used by one thread at a time. Failures are results,
+// shown through the exception reporter; nothing is thrown to the caller.
 #pragma once
 
 #include "platform/CArray.h"
@@ -15,6 +17,8 @@
 #include "vocabulary/SoundFormat.h"
 #include "vocabulary/StreamRevision.h"
 
+#include <memory>
+
 struct tag_ZNHEADWITHNAMES;
 
 class ZNDVR_API CZnFile : public CObject {
@@ -22,14 +26,23 @@ public:
     CZnFile(CString strCamera = "", CString strBoard = "", CString strHost = "");
     ~CZnFile() override;
 
-    // 1 on success, 0 on failure. Writing needs pInfo and a picture size of dwRevision;
-    // reading takes the camera description from the file into pInfo when it is given.
+    // 1 on success, 0 on failure. Writing needs pInfo and a picture size of dwRevision; it
+    // creates or empties a regular file, never through a symbolic link, and refuses a file
+    // that another writer holds. Reading takes the camera description from the file into
+    // pInfo when it is given, and never waits for a writer.
     int Open(CString strFile, tag_CAMERAINFO* pInfo, DWORD dwRevision, tag_ZNFILEMODE nMode);
-    // Finishes a file being written (or deletes it if it never took a frame) and frees
-    // everything; the object can be opened again afterwards.
-    void Close();
+    // Finishes a file being written: commits the last block and the end block, or deletes
+    // the file if it never took a frame. Frees everything; the object can be opened again.
+    // 0 when the last block could not be stored (the blocks before it stay).
+    int Close();
 
-    // 1 stored, 0 refused (a block must begin with a key frame), -1 failure.
+    // 1 taken, 0 refused, -1 failure. Frames collect in memory; a block is stored when the
+    // call that ends it (the next key frame's) returns 1, or when Close returns 1. Refused:
+    // a predicted frame while a key frame is needed, a frame longer than a reader takes
+    // (video over width x height x 2, sound over ZNFRAME_SOUND_BUFFER_SIZE), a frame beyond
+    // a block's 65535. Failure: the disk refused the block change (full, broken, or the
+    // file would pass 4 GiB - 1); the previous block stays complete and the next key frame
+    // tries again. After any frame that was not taken, the next one must be a key frame.
     int WriteOneFrame(tag_ZNFRAMEDATA* pFrame);
     // Nonzero while the next frame this file takes must be a key frame.
     int IsNextIFrame();
@@ -37,7 +50,8 @@ public:
     // nBlock below 0 reads the next frame; otherwise frame nFrame of block nBlock. The
     // caller's buffers must hold GetVideoWidth() x GetVideoHeight() x 2 video bytes and
     // ZNFRAME_SOUND_BUFFER_SIZE sound bytes; a longer record is refused as damage.
-    // 1 read, 0 nothing read; the read position changes only on success.
+    // Reading one after the other passes over a frame that can't be read to the next
+    // block that reads. 1 read, 0 nothing read; the read position changes only on success.
     int ReadOneFrame(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame);
     // Reading: the read position, and 0 when nothing can follow. Writing: the place of the
     // frame written last.
@@ -64,24 +78,30 @@ public:
 
     // Copies blocks nFirstBlock up to nLastBlock, and the first nLastFrames frames of
     // block nLastBlock, into a new recording. 1 on success, 0 on failure; the read
-    // position is kept. Failures of the new file's writes are thrown to the caller.
+    // position is kept. When the new file can't be written, the failure is reported and no
+    // clip is left behind.
     int ClipFile(CString strNewFile, int nFirstBlock, int nLastBlock, int nLastFrames);
 
 private:
     // Shared by writing, reading and clips.
     void ReleaseAll();
+    void ResetBlockTable();
     void AddBlockEntry(DWORD dwOffset, DWORD dwFrames, DWORD dwTimeStamp);
     tag_ZNHEADWITHNAMES GetHeadWithNames(const tag_ZNFILEHEADER& header) const;
     static void ReportAndDelete(CException* pException);
 
     // Writing.
     int OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, DWORD dwRevision);
+    BOOL WriteEmptyRecording(const tag_ZNFILEHEADER& header);
+    BOOL IsReadableFrame(const tag_ZNFRAMEDATA& frame) const;
+    BOOL FitsInFile(BOOL bChangeBlock, const tag_ZNFRAMEDATA& frame) const;
     void AppendFrame(const tag_ZNFRAMEDATA& frame);
     void CountFrame(const tag_ZNFRAMEDATA& frame);
-    int CloseBlock(DWORD dwKeyFrameStamp);
-    BOOL ReopenDiskFile();
-    void WriteBlockData(DWORD dwRecordPos);
-    void Flush();
+    void ChangeBlock(DWORD dwKeyFrameStamp);
+    void StoreBlock(const tag_ZNBLOCKHEADER& following);
+    void WriteCollectedFrames();
+    DWORD GetCollectingRecordPos() const;
+    int Flush();
 
     // Reading.
     int OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo);
@@ -90,12 +110,13 @@ private:
     void DropReadFile();
     int ReadNextFrame(tag_ZNFRAMEDATA* pFrame);
     int ReadFrameAt(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame);
-    int ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos);
+    BOOL ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos);
     BOOL SkipFrameRecord(DWORD dwPos, DWORD& dwNextPos);
     void SetReadPos(DWORD dwPos, int nBlock, int nFrame);
     DWORD GetVideoCapacity() const;
 
     // Clips.
+    void WriteClip(CFile& clip, int nFirstBlock, int nLastBlock, int nLastFrames);
     DWORD CountClipFrames(int nFirstBlock, int nLastBlock, int nLastFrames) const;
     void CopyClipBlocks(CFile& clip, int nFirstBlock, int nLastBlock, tag_ZNBLOCKHEADER& block);
     DWORD CopyClipLastBlock(CFile& clip, tag_ZNBLOCKHEADER& block, int nLastFrames);
@@ -107,8 +128,8 @@ private:
     CString m_strFileName;
     CString m_strHostName;
     int m_nGmt;
-    CMemFile* m_pMemFile;
-    CFile* m_pFile;
+    std::unique_ptr<CMemFile> m_pMemFile;
+    std::unique_ptr<CFile> m_pFile;
     tag_ZNFILEHEADER m_Header;
     tag_ZNBLOCKHEADER m_Block;
     DWORD m_dwBlockLen;
@@ -118,4 +139,6 @@ private:
     DWORD m_dwReadPos;
     int m_nReadBlock;
     int m_nReadFrame;
+    // Writing: a frame was not taken, so the next one must be a key frame.
+    BOOL m_bKeyFrameNeeded;
 };

@@ -4,7 +4,11 @@
 
 #include "recording/ZnFileLayout.h"
 
+#include "platform/CMemoryException.h"
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <system_error>
 
@@ -30,6 +34,14 @@ BOOL CopyFileBytes(CFile& source, CFile& target, DWORD dwCount)
     return TRUE;
 }
 
+// A clip, too, ends at the format's limit: dwCount more bytes must leave room for the end
+// record.
+void ThrowIfPastLimit(const CFile& clip, std::uint64_t nCount)
+{
+    if (clip.GetPosition() + nCount + ZNBLOCK_HEADER_SIZE > ZNFILE_MAX_LENGTH)
+        AfxThrowFileException(CFileException::diskFull, EFBIG, clip.GetFilePath());
+}
+
 } // namespace
 
 int CZnFile::ClipFile(CString strNewFile, int nFirstBlock, int nLastBlock, int nLastFrames)
@@ -52,11 +64,32 @@ int CZnFile::ClipFile(CString strNewFile, int nFirstBlock, int nLastBlock, int n
     if (std::filesystem::equivalent(static_cast<LPCSTR>(strNewFile), static_cast<LPCSTR>(m_strFileName), error))
         return 0;
     CFile clip;
-    if (!clip.Open(strNewFile, CFile::modeCreate | CFile::modeWrite))
+    CFileException openError;
+    if (!clip.Open(strNewFile, CFile::modeCreate | CFile::modeWrite | CFile::modeRegularOnly, &openError)) {
+        openError.ReportError();
         return 0;
-    const DWORD dwSourcePos = m_pFile->GetPosition();
-    const tag_ZNBLOCKINFO firstBlock = m_BlockTable[nFirstBlock];
+    }
+    try {
+        const DWORD dwSourcePos = m_pFile->GetPosition();
+        WriteClip(clip, nFirstBlock, nLastBlock, nLastFrames);
+        // A finished clip survives a power cut, like a recording.
+        clip.Flush();
+        clip.FlushDirectory();
+        SeekTo(*m_pFile, dwSourcePos);
+        return 1;
+    } catch (CFileException* pException) {
+        ReportAndDelete(pException);
+    } catch (CMemoryException* pException) {
+        ReportAndDelete(pException);
+    }
+    clip.RemoveOpenFile();
+    return 0;
+}
 
+// The head of the clip, its blocks, and the head again with the clip's end time.
+void CZnFile::WriteClip(CFile& clip, int nFirstBlock, int nLastBlock, int nLastFrames)
+{
+    const tag_ZNBLOCKINFO firstBlock = m_BlockTable[nFirstBlock];
     tag_ZNFILEHEADER header = m_Header;
     header.dwBeginTime =
         m_Header.dwBeginTime +
@@ -82,9 +115,6 @@ int CZnFile::ClipFile(CString strNewFile, int nFirstBlock, int nLastBlock, int n
     StoreFileHeader(header, head);
     clip.SeekToBegin();
     clip.Write(head, ZNFILE_HEADER_SIZE);
-    clip.Close();
-    SeekTo(*m_pFile, dwSourcePos);
-    return 1;
 }
 
 // Frames that a clip of these arguments holds, by the block table.
@@ -109,6 +139,7 @@ void CZnFile::CopyClipBlocks(CFile& clip, int nFirstBlock, int nLastBlock,
                                      block.dwNextBlock != ZNBLOCK_NO_LINK
                                  ? block.dwNextBlock - dwSourceOffset
                                  : ZNBLOCK_HEADER_SIZE;
+        ThrowIfPastLimit(clip, dwSize);
         const DWORD dwRecordPos = clip.GetPosition();
         block.dwNextBlock = dwRecordPos + dwSize;
         WriteBlockRecord(clip, block);
@@ -158,6 +189,7 @@ BOOL CZnFile::CopyClipFrame(CFile& clip, DWORD& dwLastStamp)
     tag_ZNFRAMEFIELDS fields{};
     if (!ReadFrameFields(*m_pFile, fields, bytes))
         return FALSE;
+    ThrowIfPastLimit(clip, static_cast<std::uint64_t>(fields.nFieldsSize) + fields.dwVideoLen + fields.dwSoundLen);
     clip.Write(bytes, fields.nFieldsSize);
     if (!CopyFileBytes(*m_pFile, clip, fields.dwVideoLen) ||
         !CopyFileBytes(*m_pFile, clip, fields.dwSoundLen))

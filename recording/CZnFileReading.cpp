@@ -6,19 +6,14 @@
 
 #include "platform/CMemoryException.h"
 
-namespace {
-
-// The block table never has fewer entries than this; entries behind the last block are 0.
-constexpr int kBlockTableMinSize = 1024;
-
-} // namespace
+#include <cstdint>
+#include <new>
 
 int CZnFile::OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo)
 {
-    m_pFile = new CFile;
-    if (!m_pFile->Open(strFile, CFile::modeRead)) {
-        delete m_pFile;
-        m_pFile = nullptr;
+    m_pFile.reset(new (std::nothrow) CFile);
+    if (m_pFile == nullptr || !m_pFile->Open(strFile, CFile::modeRead)) {
+        m_pFile.reset();
         return 0;
     }
     try {
@@ -39,8 +34,6 @@ int CZnFile::OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo)
             DropReadFile();
             return 0;
         }
-        SeekTo(*m_pFile, m_BlockTable[0].dwOffset);
-        ReadBlockRecord(*m_pFile, m_Block);
         m_dwReadPos = m_BlockTable[0].dwOffset + ZNBLOCK_HEADER_SIZE;
         m_nReadBlock = 0;
         m_nReadFrame = 0;
@@ -72,35 +65,34 @@ BOOL CZnFile::ReadHeadAndNames()
 }
 
 // Follows the links from the data offset and enters every block record it can read. A
-// link that doesn't lead forward inside the file ends the chain, so that no file, however
-// damaged, makes the walk go round.
+// link that doesn't lead forward inside the file, or to a record that links back, ends
+// the chain: no file, however damaged, makes the walk go round, and a link torn by a
+// power cut in the middle of a block change leads nowhere.
 void CZnFile::WalkBlockChain()
 {
-    m_BlockTable.RemoveAll();
-    m_BlockTable.SetSize(kBlockTableMinSize);
-    m_dwTotalBlocks = 0;
-    m_dwTotalFrames = 0;
+    ResetBlockTable();
     const DWORD dwFileLength = m_pFile->GetLength();
     DWORD dwPos = m_Header.dwDataOffset;
-    while (dwPos < dwFileLength && dwFileLength - dwPos >= ZNBLOCK_HEADER_SIZE) {
+    DWORD dwPrevPos = ZNBLOCK_NO_LINK;
+    while (static_cast<std::uint64_t>(dwPos) + ZNBLOCK_HEADER_SIZE <= dwFileLength) {
         SeekTo(*m_pFile, dwPos);
         if (!ReadBlockRecord(*m_pFile, m_Block))
+            break;
+        if (dwPrevPos != ZNBLOCK_NO_LINK && m_Block.dwPrevBlock != dwPrevPos)
             break;
         AddBlockEntry(dwPos, m_Block.wFrames, m_Block.dwTimeStamp);
         m_dwTotalFrames += m_Block.wFrames;
         const DWORD dwNext = m_Block.dwNextBlock;
-        if (dwNext == ZNBLOCK_NO_LINK || dwNext >= dwFileLength ||
-            dwNext < dwPos + ZNBLOCK_HEADER_SIZE)
+        if (dwNext == ZNBLOCK_NO_LINK || dwNext >= dwFileLength || dwNext < dwPos + ZNBLOCK_HEADER_SIZE)
             break;
+        dwPrevPos = dwPos;
         dwPos = dwNext;
     }
 }
 
 void CZnFile::DropReadFile()
 {
-    m_pFile->Abort();
-    delete m_pFile;
-    m_pFile = nullptr;
+    m_pFile.reset();
     m_BlockTable.RemoveAll();
     m_dwTotalBlocks = 0;
     m_dwTotalFrames = 0;
@@ -110,8 +102,6 @@ int CZnFile::ReadOneFrame(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame)
 {
     if (m_nMode != ZNFILE_READ || m_pFile == nullptr || m_pFile->m_hFile == CFile::hFileNull ||
         pFrame == nullptr)
-        return 0;
-    if (nBlock >= 0 && static_cast<DWORD>(nBlock) >= m_dwTotalBlocks)
         return 0;
     try {
         if (nBlock < 0)
@@ -125,22 +115,23 @@ int CZnFile::ReadOneFrame(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame)
     return 0;
 }
 
+// A frame that can't be read (cut, or longer than the buffers) doesn't end reading: the
+// frames behind it in its block can't be found, but the next block can.
 int CZnFile::ReadNextFrame(tag_ZNFRAMEDATA* pFrame)
 {
     int nBlock = m_nReadBlock;
     int nFrame = m_nReadFrame;
     DWORD dwPos = m_dwReadPos;
     while (nBlock >= 0 && static_cast<DWORD>(nBlock) < m_dwTotalBlocks) {
-        if (static_cast<DWORD>(nFrame) < m_BlockTable[nBlock].dwFrames) {
-            DWORD dwNextPos = 0;
-            if (!ReadFrameRecord(pFrame, dwPos, dwNextPos))
-                return 0;
+        DWORD dwNextPos = 0;
+        if (static_cast<DWORD>(nFrame) < m_BlockTable[nBlock].dwFrames && ReadFrameRecord(pFrame, dwPos, dwNextPos)) {
             SetReadPos(dwNextPos, nBlock, nFrame + 1);
             return 1;
         }
-        ++nBlock;
+        // The entry behind the last block is never looked at.
         nFrame = 0;
-        dwPos = m_BlockTable[nBlock].dwOffset + ZNBLOCK_HEADER_SIZE;
+        if (static_cast<DWORD>(++nBlock) < m_dwTotalBlocks)
+            dwPos = m_BlockTable[nBlock].dwOffset + ZNBLOCK_HEADER_SIZE;
     }
     return 0;
 }
@@ -175,25 +166,25 @@ void CZnFile::SetReadPos(DWORD dwPos, int nBlock, int nFrame)
     m_nReadFrame = nFrame;
 }
 
-// Reads the record at dwPos into the caller's frame. 0 when the file ends inside the
+// Reads the record at dwPos into the caller's frame. FALSE when the file ends inside the
 // record, or when its lengths exceed the capacities that the frame size of the file gives
 // the caller's buffers: such a record is damage, and nothing is written past a buffer.
-int CZnFile::ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos)
+BOOL CZnFile::ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos)
 {
     BYTE bytes[ZNFRAME_MAX_FIELDS_SIZE];
     tag_ZNFRAMEFIELDS fields{};
     SeekTo(*m_pFile, dwPos);
     if (!ReadFrameFields(*m_pFile, fields, bytes))
-        return 0;
+        return FALSE;
     if (fields.dwVideoLen > GetVideoCapacity() || fields.dwSoundLen > ZNFRAME_SOUND_BUFFER_SIZE)
-        return 0;
+        return FALSE;
     if ((fields.dwVideoLen != 0 && pFrame->pVideo == nullptr) ||
         (fields.dwSoundLen != 0 && pFrame->pSound == nullptr))
-        return 0;
+        return FALSE;
     if (fields.dwVideoLen != 0 && m_pFile->Read(pFrame->pVideo, fields.dwVideoLen) < fields.dwVideoLen)
-        return 0;
+        return FALSE;
     if (fields.dwSoundLen != 0 && m_pFile->Read(pFrame->pSound, fields.dwSoundLen) < fields.dwSoundLen)
-        return 0;
+        return FALSE;
     pFrame->wFrameType = fields.wFrameType;
     pFrame->wFlags = fields.wFlags;
     pFrame->dwTimeStamp = fields.dwTimeStamp;
@@ -201,7 +192,7 @@ int CZnFile::ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNext
     if ((fields.wFlags & ZNFRAME_SOUND) != 0)
         pFrame->dwSoundLen = fields.dwSoundLen;
     dwNextPos = dwPos + fields.nFieldsSize + fields.dwVideoLen + fields.dwSoundLen;
-    return 1;
+    return TRUE;
 }
 
 // The position behind the record at dwPos, read from its fixed fields alone.

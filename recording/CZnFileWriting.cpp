@@ -1,22 +1,26 @@
 // The writing side of CZnFile: the head at opening, frames collected block by block in
-// memory, each block reaching the disk behind its record at the next key frame, and the
-// end block at closing.
+// memory, each block committed to the disk at the next key frame, and the last block with
+// the end block at closing.
+//
+// How a block reaches the disk, so that a power cut loses at most the block collecting:
+// first its frames and the empty record of the block that follows, then a sync; then the
+// count and the next link in the block's own record, which make it part of the chain, and
+// a second sync. A reader never meets a count whose frames are not on the disk.
 #include "recording/CZnFile.h"
 
 #include "recording/ZnFileLayout.h"
 
 #include "platform/CMemoryException.h"
 #include "platform/CTime.h"
-#include "platform/Disks.h"
 #include "platform/TickClock.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
+#include <new>
 
 namespace {
 
-// The block table never has fewer entries than this; entries behind the last block are 0.
-constexpr int kBlockTableMinSize = 1024;
 constexpr UINT kMemFileGrowBytes = 1024;
 // A block reaches the disk through a buffer of this size on the stack, so that a block
 // change allocates nothing; large enough that the copy costs few system calls.
@@ -72,38 +76,50 @@ int CZnFile::OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, D
     header.wBoardNameLen = static_cast<WORD>(m_strBoardName.GetLength());
     header.wCameraNameLen = static_cast<WORD>(m_strCameraName.GetLength());
 
-    m_pFile = new CFile;
-    m_pMemFile = new CMemFile(kMemFileGrowBytes);
-    if (!m_pFile->Open(strFile, CFile::modeCreate | CFile::modeWrite)) {
-        delete m_pFile;
-        delete m_pMemFile;
-        m_pFile = nullptr;
-        m_pMemFile = nullptr;
-        return 0;
+    m_pFile.reset(new (std::nothrow) CFile);
+    m_pMemFile.reset(new (std::nothrow) CMemFile(kMemFileGrowBytes));
+    CFileException error;
+    if (m_pFile == nullptr || m_pMemFile == nullptr) {
+        CMemoryException().ReportError();
+    } else if (!m_pFile->Open(strFile, CFile::modeCreate | CFile::modeWrite | CFile::modeRegularOnly, &error)) {
+        error.ReportError();
+    } else if (WriteEmptyRecording(header)) {
+        m_nMode = ZNFILE_WRITE;
+        m_bKeyFrameNeeded = FALSE;
+        return 1;
     }
-    m_strFileName = m_pFile->GetFilePath();
+    ReleaseAll();
+    return 0;
+}
 
+// The head and the empty record of block 0, and the file's name made durable: the head
+// itself reaches the disk with the first block. On failure the half-made file is removed.
+BOOL CZnFile::WriteEmptyRecording(const tag_ZNFILEHEADER& header)
+{
+    m_strFileName = m_pFile->GetFilePath();
     // Until the first frame comes, the head and block 0 carry the stamp of the opening;
     // the first frame replaces both with its own.
     const DWORD dwOpenStamp = GetTickCount();
     m_nGmt = ComputeGmtOffset();
-    header.dwBeginTimeStamp = dwOpenStamp;
-    header.dwDataOffset = GetDataOffset(GetHeadWithNames(header));
     m_Header = header;
-    WriteFileHead(*m_pFile, GetHeadWithNames(m_Header));
-
+    m_Header.dwBeginTimeStamp = dwOpenStamp;
+    m_Header.dwDataOffset = GetDataOffset(GetHeadWithNames(m_Header));
     m_Block = tag_ZNBLOCKHEADER{ZNBLOCK_NO_LINK, ZNBLOCK_NO_LINK, 0, 0, dwOpenStamp};
-    WriteBlockRecord(*m_pFile, m_Block);
     m_dwBlockLen = 0;
-    m_pFile->Close();
-
-    m_nMode = ZNFILE_WRITE;
-    m_dwTotalFrames = 0;
-    m_dwTotalBlocks = 0;
-    m_BlockTable.RemoveAll();
-    m_BlockTable.SetSize(kBlockTableMinSize);
-    AddBlockEntry(m_Header.dwDataOffset, 0, m_Block.dwTimeStamp);
-    return 1;
+    try {
+        WriteFileHead(*m_pFile, GetHeadWithNames(m_Header));
+        WriteBlockRecord(*m_pFile, m_Block);
+        m_pFile->FlushDirectory();
+        ResetBlockTable();
+        AddBlockEntry(m_Header.dwDataOffset, 0, m_Block.dwTimeStamp);
+        return TRUE;
+    } catch (CFileException* pException) {
+        ReportAndDelete(pException);
+    } catch (CMemoryException* pException) {
+        ReportAndDelete(pException);
+    }
+    m_pFile->RemoveOpenFile();
+    return FALSE;
 }
 
 int CZnFile::WriteOneFrame(tag_ZNFRAMEDATA* pFrame)
@@ -115,23 +131,52 @@ int CZnFile::WriteOneFrame(tag_ZNFRAMEDATA* pFrame)
         (bSound && pFrame->dwSoundLen != 0 && pFrame->pSound == nullptr))
         return -1;
     const BOOL bKeyFrame = pFrame->wFrameType == ZNFRAME_I;
-    // A block begins with a key frame; and its 16-bit frame counter must not wrap.
-    if (!bKeyFrame && (m_Block.wFrames == 0 || m_Block.wFrames == 0xFFFF))
+    if (!bKeyFrame && IsNextIFrame())
         return 0;
+    // What a reader would refuse isn't stored, and a block's 16-bit counter must not wrap;
+    // the frames that follow depend on the one refused.
+    if (!IsReadableFrame(*pFrame) || (!bKeyFrame && m_Block.wFrames == 0xFFFF)) {
+        m_bKeyFrameNeeded = TRUE;
+        return 0;
+    }
+    const BOOL bChangeBlock = bKeyFrame && m_Block.wFrames != 0;
     try {
-        if (bKeyFrame && m_Block.wFrames != 0 && CloseBlock(pFrame->dwTimeStamp) < 0)
-            return -1;
+        if (!FitsInFile(bChangeBlock, *pFrame))
+            AfxThrowFileException(CFileException::diskFull, EFBIG, m_strFileName);
+        if (bChangeBlock)
+            ChangeBlock(pFrame->dwTimeStamp);
         AppendFrame(*pFrame);
         CountFrame(*pFrame);
+        if (bKeyFrame)
+            m_bKeyFrameNeeded = FALSE;
         return 1;
     } catch (CFileException* pException) {
         ReportAndDelete(pException);
     } catch (CMemoryException* pException) {
         ReportAndDelete(pException);
     }
-    // The next block change opens the disk file afresh.
-    m_pFile->Abort();
+    m_bKeyFrameNeeded = TRUE;
     return -1;
+}
+
+BOOL CZnFile::IsReadableFrame(const tag_ZNFRAMEDATA& frame) const
+{
+    const BOOL bSound = (frame.wFlags & ZNFRAME_SOUND) != 0;
+    return frame.dwVideoLen <= GetVideoCapacity() && (!bSound || frame.dwSoundLen <= ZNFRAME_SOUND_BUFFER_SIZE);
+}
+
+// Whether the block that is to take the frame (a new one at a block change) can still be
+// committed with the record behind it inside the format's 32-bit offsets.
+BOOL CZnFile::FitsInFile(BOOL bChangeBlock, const tag_ZNFRAMEDATA& frame) const
+{
+    std::uint64_t nRecordPos = GetCollectingRecordPos();
+    std::uint64_t nBlockLen = m_dwBlockLen;
+    if (bChangeBlock) {
+        nRecordPos += ZNBLOCK_HEADER_SIZE + nBlockLen;
+        nBlockLen = 0;
+    }
+    return nRecordPos + ZNBLOCK_HEADER_SIZE + nBlockLen + GetFrameRecordLength(frame) + ZNBLOCK_HEADER_SIZE <=
+           ZNFILE_MAX_LENGTH;
 }
 
 // Adds the frame to the collecting block behind the frames stored there. Nothing is
@@ -171,94 +216,94 @@ void CZnFile::CountFrame(const tag_ZNFRAMEDATA& frame)
 
 int CZnFile::IsNextIFrame()
 {
-    return m_Block.wFrames == 0;
+    return m_Block.wFrames == 0 || m_bKeyFrameNeeded;
 }
 
-// Writes the collecting block to the disk behind its record and starts the block of the
-// key frame that arrived. -1 when the disk file can't be opened again.
-int CZnFile::CloseBlock(DWORD dwKeyFrameStamp)
+// Stores the collecting block and starts the block of the key frame that arrived. The
+// object moves on only once the block is on the disk: a failure leaves it collecting,
+// and the next key frame tries again.
+void CZnFile::ChangeBlock(DWORD dwKeyFrameStamp)
 {
-    m_dwBlockLen = std::min(m_dwBlockLen, m_pMemFile->GetLength());
-    if (!ReopenDiskFile())
-        return -1;
-    // The record's place is that of the table; after a block change that failed
-    // half-way the file may be longer than the chain.
-    const DWORD dwRecordPos = m_BlockTable[static_cast<int>(m_dwTotalBlocks) - 1].dwOffset;
-    WriteBlockData(dwRecordPos);
-
+    const DWORD dwRecordPos = GetCollectingRecordPos();
+    const tag_ZNBLOCKHEADER following{dwRecordPos, ZNBLOCK_NO_LINK, 0, 0, dwKeyFrameStamp};
+    StoreBlock(following);
+    AddBlockEntry(dwRecordPos + ZNBLOCK_HEADER_SIZE + m_dwBlockLen, 0, dwKeyFrameStamp);
+    m_Block = following;
     m_dwBlockLen = 0;
-    m_Block.wFrames = 0;
-    m_Block.dwNextBlock = ZNBLOCK_NO_LINK;
-    m_Block.dwPrevBlock = dwRecordPos;
-    m_Block.dwTimeStamp = dwKeyFrameStamp;
-    const DWORD dwNewRecordPos = m_pFile->GetPosition();
-    WriteBlockRecord(*m_pFile, m_Block);
-    m_pFile->Close();
-    AddBlockEntry(dwNewRecordPos, 0, dwKeyFrameStamp);
-    return 1;
 }
 
-BOOL CZnFile::ReopenDiskFile()
+// Commits the collecting block, with the record that is to follow it: a new block's, or
+// the end block. Changes nothing in the object; file failures are thrown.
+void CZnFile::StoreBlock(const tag_ZNBLOCKHEADER& following)
 {
-    if (m_pFile->m_hFile != CFile::hFileNull)
-        return TRUE;
-    return m_pFile->Open(m_strFileName, CFile::modeWrite | CFile::modeNoTruncate);
-}
-
-// The head first, then the block's record with its count and next link, then its frames:
-// a reader finds the link before the data that it promises are complete.
-void CZnFile::WriteBlockData(DWORD dwRecordPos)
-{
+    const DWORD dwRecordPos = GetCollectingRecordPos();
+    // The head carries the times of the frames so far. The block's record is written
+    // as it stood when the block began but with the stamp of its key frame; no link
+    // reaches the frames and the following record yet.
     BYTE head[ZNFILE_HEADER_SIZE];
     StoreFileHeader(m_Header, head);
     m_pFile->SeekToBegin();
     m_pFile->Write(head, ZNFILE_HEADER_SIZE);
-
-    m_Block.dwNextBlock = dwRecordPos + ZNBLOCK_HEADER_SIZE + m_dwBlockLen;
+    tag_ZNBLOCKHEADER record = m_Block;
+    record.wFrames = 0;
+    record.dwNextBlock = ZNBLOCK_NO_LINK;
     SeekTo(*m_pFile, dwRecordPos);
-    WriteBlockRecord(*m_pFile, m_Block);
+    WriteBlockRecord(*m_pFile, record);
+    WriteCollectedFrames();
+    WriteBlockRecord(*m_pFile, following);
+    m_pFile->Flush();
 
+    record.wFrames = m_Block.wFrames;
+    record.dwNextBlock = dwRecordPos + ZNBLOCK_HEADER_SIZE + m_dwBlockLen;
+    SeekTo(*m_pFile, dwRecordPos);
+    WriteBlockRecord(*m_pFile, record);
+    m_pFile->Flush();
+}
+
+// Copies the collecting block from memory to the file's position.
+void CZnFile::WriteCollectedFrames()
+{
     BYTE piece[kBlockCopyPieceSize];
     m_pMemFile->SeekToBegin();
     DWORD dwLeft = m_dwBlockLen;
     while (dwLeft > 0) {
         const UINT nGot = m_pMemFile->Read(piece, std::min<DWORD>(dwLeft, sizeof(piece)));
         if (nGot == 0)
-            break;
+            AfxThrowMemoryException();
         m_pFile->Write(piece, nGot);
         dwLeft -= nGot;
     }
-    m_pMemFile->SeekToBegin();
+}
+
+DWORD CZnFile::GetCollectingRecordPos() const
+{
+    return m_BlockTable[static_cast<int>(m_dwTotalBlocks) - 1].dwOffset;
 }
 
 // Finishes a file being written: the collecting block and the end block behind it. A file
-// that never took a frame is deleted.
-void CZnFile::Flush()
+// that never took a frame is deleted, and so is one whose only block can't be stored.
+int CZnFile::Flush()
 {
     if (m_pFile == nullptr || m_nMode != ZNFILE_WRITE)
-        return;
+        return 1;
     if (m_dwTotalFrames == 0) {
-        m_pFile->Abort();
-        DeleteFileA(m_strFileName);
-        return;
+        m_pFile->RemoveOpenFile();
+        return 1;
     }
-    if (m_pMemFile == nullptr)
-        return;
-    m_dwBlockLen = std::min(m_dwBlockLen, m_pMemFile->GetLength());
-    if (!ReopenDiskFile())
-        return;
-    const DWORD dwRecordPos = m_BlockTable[static_cast<int>(m_dwTotalBlocks) - 1].dwOffset;
-    if (m_dwBlockLen == 0) {
-        m_Block.wFrames = 0;
-        SeekTo(*m_pFile, dwRecordPos);
-    } else {
-        WriteBlockData(dwRecordPos);
-        m_Block.dwPrevBlock = dwRecordPos;
-        m_Block.dwNextBlock = ZNBLOCK_NO_LINK;
-        m_Block.wFrames = 0;
-        m_Block.dwTimeStamp = GetTickCount();
+    // After a block change whose key frame wasn't taken, the last record is already the
+    // end block.
+    if (m_Block.wFrames == 0)
+        return 1;
+    const tag_ZNBLOCKHEADER endBlock{GetCollectingRecordPos(), ZNBLOCK_NO_LINK, 0, 0, GetTickCount()};
+    try {
+        StoreBlock(endBlock);
+        return 1;
+    } catch (CFileException* pException) {
+        ReportAndDelete(pException);
+    } catch (CMemoryException* pException) {
+        ReportAndDelete(pException);
     }
-    WriteBlockRecord(*m_pFile, m_Block);
-    m_pFile->Close();
+    if (m_dwTotalBlocks == 1)
+        m_pFile->RemoveOpenFile();
+    return 0;
 }
-

@@ -1,7 +1,7 @@
 #include "recording/ZnFileLayout.h"
 
 #include <algorithm>
-#include <climits>
+#include <limits>
 
 namespace {
 
@@ -219,6 +219,13 @@ BOOL ReadBlockRecord(CFile& file, tag_ZNBLOCKHEADER& block)
     return TRUE;
 }
 
+std::uint64_t GetFrameRecordLength(const tag_ZNFRAMEDATA& frame)
+{
+    if ((frame.wFlags & ZNFRAME_SOUND) == 0)
+        return ZNFRAME_FIELDS_SIZE + static_cast<std::uint64_t>(frame.dwVideoLen);
+    return ZNFRAME_MAX_FIELDS_SIZE + static_cast<std::uint64_t>(frame.dwVideoLen) + frame.dwSoundLen;
+}
+
 UINT StoreFrameFields(const tag_ZNFRAMEDATA& frame, BYTE* pBytes)
 {
     PutLe16(pBytes, frame.wFrameType);
@@ -252,7 +259,7 @@ BOOL ReadFrameFields(CFile& file, tag_ZNFRAMEFIELDS& fields, BYTE* pBytes)
 
 void SeekTo(CFile& file, DWORD dwPos)
 {
-    constexpr DWORD dwMaxSeek = static_cast<DWORD>(LONG_MAX);
+    constexpr DWORD dwMaxSeek = static_cast<DWORD>(std::numeric_limits<LONG>::max());
     if (dwPos <= dwMaxSeek) {
         file.Seek(static_cast<LONG>(dwPos), CFile::begin);
         return;

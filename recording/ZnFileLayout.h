@@ -12,11 +12,16 @@
 #include "platform/WinTypes.h"
 #include "recording/FileRecords.h"
 
+#include <cstdint>
 #include <span>
 
 // A reader takes each string of the head into a buffer of this size, so a longer one is
 // damage; a writer cuts its names to it.
 inline constexpr DWORD ZNFILE_MAX_NAME_LENGTH = 1000;
+
+// Offsets in the file have 32 bits and 0xFFFFFFFF stands for "no link", so a file ends
+// at 4 GiB - 1 bytes.
+inline constexpr DWORD ZNFILE_MAX_LENGTH = 0xFFFFFFFF;
 
 // A frame record begins with type, flags, stamp and video length, followed by the sound
 // length when ZNFRAME_SOUND is set.
@@ -88,6 +93,8 @@ struct tag_ZNFRAMEFIELDS {
     UINT nFieldsSize;       // ZNFRAME_FIELDS_SIZE, or ZNFRAME_MAX_FIELDS_SIZE with ZNFRAME_SOUND
 };
 
+// The bytes that the frame's record takes in a file: fixed fields, video and sound.
+std::uint64_t GetFrameRecordLength(const tag_ZNFRAMEDATA& frame);
 // The fixed fields of a frame, at most ZNFRAME_MAX_FIELDS_SIZE bytes; returns their size.
 UINT StoreFrameFields(const tag_ZNFRAMEDATA& frame, BYTE* pBytes);
 // Reads the fixed fields at the file's position into fields, and their bytes into pBytes

@@ -12,7 +12,7 @@ TEST_F(PlayerTest, OpenAndCloseRefusalsAndNotices)
     WriteRecording(strFile, frames);
     EXPECT_EQ(player.OpenVideo(dir.Path("missing.zn").c_str(), 0, 0, -1), 0);
     std::vector<tag_TESTFRAME> overlong = MakeFrames({100});
-    overlong[0].video.resize(160 * 112 * 2 + 2);   // the first frame can't be read
+    overlong[0].bOverlong = true;   // the first frame can't be read
     WriteRecording(dir.Path("overlong.zn"), overlong);
     EXPECT_EQ(player.OpenVideo(dir.Path("overlong.zn").c_str(), 0, 0, -1), 0);
     EXPECT_EQ(player.GetZnFile(), nullptr);

@@ -126,7 +126,7 @@ TEST_F(PlayerTest, LostFrameIsBlackAndTheLastFrameComesBeforeTheEnd)
 TEST_F(PlayerTest, FrameLongerThanItsBuffersEndsThePlaying)
 {
     std::vector<tag_TESTFRAME> frames = MakeFrames(EvenStamps(3, 100, 40));
-    frames[1].video.resize(160 * 112 * 2 + 2);
+    frames[1].bOverlong = true;
     Open(frames);
     Tick(5);
     ASSERT_EQ(host.m_events.size(), 2u);

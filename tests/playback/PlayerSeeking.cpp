@@ -121,7 +121,7 @@ TEST_F(PlayerSeekTest, SeeksIntoADamagedSingleBlock)
 {
     std::vector<tag_TESTFRAME> frames = MakeBlocks({4});
     frames[0].video.clear();
-    frames[2].video.resize(160 * 112 * 2 + 2);
+    frames[2].bOverlong = true;
     WriteRecording(strFile, frames);
     StartPaused();
     const CTime tBegin = player.GetPlayInfo()->tBegin;

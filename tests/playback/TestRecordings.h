@@ -7,7 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -74,6 +77,7 @@ struct tag_TESTFRAME {
     DWORD dwStamp = 0;
     WORD wFlags = 0;
     bool bKeyFrame = false;
+    bool bOverlong = false;   // stored claiming two bytes more than a picture buffer holds
     std::vector<BYTE> video;
     std::vector<BYTE> sound;
 };
@@ -102,21 +106,51 @@ inline std::vector<DWORD> EvenStamps(std::size_t nCount, DWORD dwFirst, DWORD dw
     return stamps;
 }
 
+// The writer stores no frame that a reader would refuse, so an over-long frame is written
+// at the longest length, filled with kOverlongByte, and its length field made two bytes
+// longer in the closed file.
+inline constexpr BYTE kOverlongByte = 0xEE;
+
+inline void StretchOverlongFrames(const std::string& strPath, std::size_t nCapacity)
+{
+    std::ifstream in(strPath, std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    in.close();
+    const std::vector<char> fill(nCapacity, static_cast<char>(kOverlongByte));
+    auto it = bytes.begin() + 4;
+    while ((it = std::search(it, bytes.end(), fill.begin(), fill.end())) != bytes.end()) {
+        const std::size_t nLengthPos = static_cast<std::size_t>(it - bytes.begin()) - 4;
+        const auto nClaimed = static_cast<DWORD>(nCapacity + 2);
+        for (int i = 0; i < 4; ++i)
+            bytes[nLengthPos + i] = static_cast<char>((nClaimed >> (8 * i)) & 0xFF);
+        it += static_cast<std::ptrdiff_t>(nCapacity);
+    }
+    std::ofstream(strPath, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
 // Writes a recording of the frames; the end block gets the stamp of the clock at closing.
 inline void WriteRecording(const std::string& strPath, std::vector<tag_TESTFRAME>& frames,
                            tag_FRAMESIZE nSize = FRAMESIZE_160X112, DWORD dwRevision = STREAM_REVISION_20020114)
 {
     tag_CAMERAINFO info{0, 0, 0, 0, STANDARD_NTSC};
     ASSERT_TRUE(GetFrameSizePicture(nSize, info.nStandard, info.nWidth, info.nHeight));
+    const std::size_t nCapacity = static_cast<std::size_t>(info.nWidth) * static_cast<std::size_t>(info.nHeight) * 2;
     CZnFile file("camera", "board", "host");
     ASSERT_EQ(file.Open(strPath.c_str(), &info, dwRevision, ZNFILE_WRITE), 1);
+    bool bAnyOverlong = false;
     for (tag_TESTFRAME& frame : frames) {
+        if (frame.bOverlong) {
+            frame.video.assign(nCapacity, kOverlongByte);
+            bAnyOverlong = true;
+        }
         tag_ZNFRAMEDATA data{frame.bKeyFrame ? ZNFRAME_I : ZNFRAME_P, frame.wFlags, frame.dwStamp,
                              static_cast<DWORD>(frame.video.size()), frame.video.data(),
                              static_cast<DWORD>(frame.sound.size()), frame.sound.data()};
         ASSERT_EQ(file.WriteOneFrame(&data), 1);
     }
     file.Close();
+    if (bAnyOverlong)
+        StretchOverlongFrames(strPath, nCapacity);
 }
 
 } // namespace playback_test

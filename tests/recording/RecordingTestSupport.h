@@ -2,6 +2,7 @@
 // writers and readers of whole recordings and of raw file bytes.
 #pragma once
 
+#include "platform/CException.h"
 #include "platform/WinTypes.h"
 #include "recording/CZnFile.h"
 #include "recording/FileRecords.h"
@@ -15,12 +16,20 @@
 #include <string>
 #include <vector>
 
-// A fresh directory under the system's temporary directory, removed with its contents.
+// Where tests that look at a simulated disk keep their files: a RAM file system where
+// there is one, since real syncs there cost nothing.
+inline std::filesystem::path GetSimulationBase()
+{
+    return std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path();
+}
+
+// A fresh directory under the system's temporary directory (or another base), removed
+// with its contents.
 class TempDir {
 public:
-    TempDir()
+    explicit TempDir(const std::filesystem::path& base = std::filesystem::temp_directory_path())
     {
-        std::string strTemplate = (std::filesystem::temp_directory_path() / "zndvr-rec-XXXXXX").string();
+        std::string strTemplate = (base / "zndvr-rec-XXXXXX").string();
         char* pPath = mkdtemp(strTemplate.data());
         EXPECT_NE(pPath, nullptr);
         m_path = strTemplate;
@@ -33,6 +42,24 @@ public:
 
 private:
     std::filesystem::path m_path;
+};
+
+// Counts the failures reported while it lives, and shows none of them.
+class ReportCounter {
+public:
+    ReportCounter() : m_pfnOld(SetExceptionReporter([](LPCSTR) { ++Count(); })) { Count() = 0; }
+    ~ReportCounter() { SetExceptionReporter(m_pfnOld); }
+    ReportCounter(const ReportCounter&) = delete;
+    ReportCounter& operator=(const ReportCounter&) = delete;
+
+    static int& Count()
+    {
+        static int s_nReports = 0;
+        return s_nReports;
+    }
+
+private:
+    EXCEPTIONREPORTER m_pfnOld;
 };
 
 // A frame as the test wants it stored: fixed fields and its own copies of the data.
@@ -104,16 +131,17 @@ inline std::vector<TestFrame> MakeBlockFrames(const std::vector<int>& blockSizes
     return frames;
 }
 
-inline int WriteTestFrame(CZnFile& file, TestFrame& frame)
+// The record points into the frame's own buffers, which the writer only reads.
+inline int WriteTestFrame(CZnFile& file, const TestFrame& frame)
 {
     tag_ZNFRAMEDATA data{};
     data.wFrameType = frame.wFrameType;
     data.wFlags = frame.wFlags;
     data.dwTimeStamp = frame.dwTimeStamp;
     data.dwVideoLen = static_cast<DWORD>(frame.video.size());
-    data.pVideo = frame.video.empty() ? nullptr : frame.video.data();
+    data.pVideo = frame.video.empty() ? nullptr : const_cast<BYTE*>(frame.video.data());
     data.dwSoundLen = static_cast<DWORD>(frame.sound.size());
-    data.pSound = frame.sound.empty() ? nullptr : frame.sound.data();
+    data.pSound = frame.sound.empty() ? nullptr : const_cast<BYTE*>(frame.sound.data());
     return file.WriteOneFrame(&data);
 }
 
@@ -199,6 +227,12 @@ inline void ExpectFilePos(CZnFile& file, int nBlock, int nFrame)
     EXPECT_EQ(file.GetFilePos(nReadBlock, nReadFrame), 1);
     EXPECT_EQ(nReadBlock, nBlock);
     EXPECT_EQ(nReadFrame, nFrame);
+}
+
+inline int OpenToWrite(CZnFile& file, const std::string& strPath)
+{
+    tag_CAMERAINFO info = MakeCameraInfo();
+    return file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE);
 }
 
 inline int OpenToRead(CZnFile& file, const std::string& strPath)

@@ -137,6 +137,18 @@ TEST(ZnFileDamagedChain, LinksThatDontLeadForwardEndTheChain)
     SetLe32(loop, dwBlock1 + 4, dwBlock1);
     ASSERT_EQ(OpenBytes(file, dir, loop), 1);
     EXPECT_EQ(file.GetTotalBlock(), 2u);
+    // Block 0, whose back link nothing checks, linking to itself both ways.
+    SetLe32(loop, dwBlock0, dwBlock0);
+    SetLe32(loop, dwBlock0 + 4, dwBlock0);
+    ASSERT_EQ(OpenBytes(file, dir, loop), 1);
+    EXPECT_EQ(file.GetTotalBlock(), 1u);
+
+    // A link into the frames of the next block finds a "record" that doesn't link back.
+    std::vector<BYTE> intoFrames = bytes;
+    SetLe32(intoFrames, dwBlock0 + 4, dwBlock1 + 16);
+    ASSERT_EQ(OpenBytes(file, dir, intoFrames), 1);
+    EXPECT_EQ(file.GetTotalBlock(), 1u);
+    EXPECT_EQ(file.GetTotalFrameNum(), 3u);
 
     // A link at or beyond the end ends the chain at its block, which still counts.
     std::vector<BYTE> beyond = bytes;
@@ -158,7 +170,7 @@ TEST(ZnFileDamagedFrames, RecordsLongerThanTheBuffersAreRefused)
     // 160 x 112: 35840 video bytes; sound areas hold 65536 bytes.
     const DWORD dwVideoCapacity = 160 * 112 * 2;
     HandBuiltRecording recording = MakeHandBuilt(0x0101);
-    recording.blocks = {MakeBlock(0, 5)};
+    recording.blocks = {MakeBlock(0, 5), MakeBlock(10, 2)};
     std::vector<TestFrame>& block = recording.blocks[0];
     block[1].video = PatternBytes(dwVideoCapacity, 1);
     block[2].video = PatternBytes(dwVideoCapacity + 1, 2);
@@ -172,8 +184,10 @@ TEST(ZnFileDamagedFrames, RecordsLongerThanTheBuffersAreRefused)
     ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
     ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), block[1]));
-    EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
-    ExpectFilePos(file, 0, 2);
+    // Reading one after the other goes on with the next block that reads.
+    ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), recording.blocks[1][0]));
+    ExpectFilePos(file, 1, 1);
     ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 3), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), block[3]));
     EXPECT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 4), 0);

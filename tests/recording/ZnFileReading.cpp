@@ -3,8 +3,10 @@
 #include "RecordingTestSupport.h"
 
 #include "platform/CArchive.h"
+#include "platform/CDiskSimulator.h"
 #include "platform/CMemFile.h"
 
+#include <cerrno>
 #include <tuple>
 
 namespace {
@@ -99,6 +101,24 @@ TEST_F(ZnFileReading, ReadsOutsideTheFileChangeNothing)
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 0)]));
 }
 
+TEST_F(ZnFileReading, DiskErrorsAreReportedAndChangeNothing)
+{
+    FrameBuffers buffers(m_file);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 1, 0), 1);
+    CDiskSimulator disk;
+    ReportCounter reports;
+    disk.InjectFailures(CDiskSimulator::opRead, 0, 2, EIO);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 0);
+    EXPECT_EQ(m_file.ReadOneFrame(buffers.Frame(), 2, 0), 0);
+    ExpectFilePos(m_file, 1, 1);
+    ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), -1, 0), 1);
+    EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(1, 1)]));
+    disk.InjectFailures(CDiskSimulator::opRead, 1, 1, EIO);
+    CZnFile file;
+    EXPECT_EQ(OpenToRead(file, m_dir.Path("read.zn")), 0);
+    EXPECT_EQ(ReportCounter::Count(), 3);
+}
+
 TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
 {
     CZnFile file("x", "y", "z");
@@ -119,22 +139,32 @@ TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
     EXPECT_GE(file.GetGmt(), 0);
     EXPECT_NE(file.GetFileName().Find("read.zn"), -1);
     EXPECT_EQ(file.GetFileName()[0], '/');
-    // A file that is open can't be opened again until it is closed.
+    // A record without sound leaves the caller's sound length as it was.
+    FrameBuffers buffers(file);
+    buffers.Frame()->dwSoundLen = 4321;
+    ASSERT_EQ(file.ReadOneFrame(buffers.Frame(), 0, 1), 1);
+    EXPECT_EQ(buffers.Frame()->dwSoundLen, 4321u);
+    // A file that is open can't be opened again until it is closed; after a failed
+    // opening the object can be opened.
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     file.Close();
+    EXPECT_EQ(file.Open(m_dir.Path("missing.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
 }
 
 TEST(ZnFileReadingTable, TableGrowsBeyondItsFirstSize)
 {
     TempDir dir;
+    // Built by hand: a writer would sync 1500 block changes.
     std::vector<TestFrame> frames;
+    HandBuiltRecording recording;
     for (DWORD i = 0; i < 1500; ++i) {
-        TestFrame frame = MakeSequenceFrame(i);
-        frame.wFrameType = ZNFRAME_I;
-        frames.push_back(frame);
+        frames.push_back(MakeSequenceFrame(i, 1, 300));
+        frames.back().wFrameType = ZNFRAME_I;
+        recording.blocks.push_back({frames.back()});
     }
-    WriteRecording(dir.Path("many.zn"), frames);
+    const std::vector<BYTE> bytes = recording.Build();
+    WriteFileBytes(dir.Path("many.zn"), bytes, bytes.size());
     CZnFile file;
     ASSERT_EQ(OpenToRead(file, dir.Path("many.zn")), 1);
     ASSERT_EQ(file.GetTotalBlock(), 1501u);
