@@ -5,6 +5,7 @@
 
 #include "capture/CBoardList.h"
 #include "capture/CCaptureWnd.h"
+#include "platform/TickClock.h"
 
 #include <map>
 
@@ -70,6 +71,41 @@ TEST_F(CaptureStreamRound, TwoCamerasTakeTurnsAndEachFrameLeadsToTheOthersTurn)
         EXPECT_EQ(read.nSecondNextCamera, read.nCamera);
     }
     EXPECT_GE(nMoves, 4);
+}
+
+// Real-time pacing by the test clock, a millisecond at a time: each camera of a stream
+// gets the stream's 30 frames a second divided by the cameras that share it.
+TEST_F(CaptureStreamRound, CamerasShareTheStreamsFrameRate)
+{
+    constexpr DWORD kWarmUpMs = 500;
+    constexpr DWORD kMeasureMs = 3000;
+    constexpr double kStreamRate = 30.0;
+    for (int nCameras = 1; nCameras <= 4; ++nCameras) {
+        CVirtualRack::Clear();
+        tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1);
+        board.nPacing = PACING_REALTIME;
+        CVirtualRack::InstallBoard(board);
+        CTestClock clock(1000);
+        CHostWindow host;
+        CVideo video;
+        ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+        ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+        CEncodeParam param;
+        for (int nCamera = 0; nCamera < nCameras; ++nCamera)
+            ASSERT_EQ(video.OpenCamera(0, nCamera, &param, nullptr), ZNRET_OK);
+        // The stream's driver thread and one encoder thread per camera.
+        const int nThreads = 1 + nCameras;
+        ASSERT_TRUE(RunByTestClock(clock, kWarmUpMs, nThreads));
+        const std::size_t nBefore = host.m_frames.size();
+        ASSERT_TRUE(RunByTestClock(clock, kMeasureMs, nThreads));
+        const double fExpected = kStreamRate / nCameras * kMeasureMs / 1000;
+        for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
+            int nFrames = 0;
+            for (std::size_t i = nBefore; i < host.m_frames.size(); ++i)
+                nFrames += host.m_frames[i].nCamera == nCamera;
+            EXPECT_NEAR(nFrames, fExpected, fExpected * 0.05) << nCameras << " cameras, camera " << nCamera;
+        }
+    }
 }
 
 TEST_F(CaptureStreamRound, HostHoldingARecordStallsTheWholeStream)
