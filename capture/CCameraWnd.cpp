@@ -317,6 +317,8 @@ void CCameraWnd::FillRecord(int bVideoLost)
     m_pRecord->pParam = m_pParam;
 }
 
+// The host may close this camera, its board or the library in its handler: nothing of
+// this object is touched after the call, here or in its callers.
 void CCameraWnd::SendToHost()
 {
     ::SendMessage(m_pCaptureWnd->GetParentWnd(), WM_ZN_FRAME, reinterpret_cast<WPARAM>(m_hWnd),

@@ -164,6 +164,9 @@ void CCaptureStream::FillPorts(tag_VideoPort& videoPort, tag_PciPort& pciPort) c
 
 int CCaptureStream::Close()
 {
+    for (tag_HANDOVER* pHandOver = m_pHandOver; pHandOver != nullptr; pHandOver = pHandOver->pOuter)
+        pHandOver->bStreamClosed = true;
+    m_pHandOver = nullptr;
     for (int i = 0; i < STREAM_CAMERA_SLOTS; ++i) {
         if (m_pCamera[i] != nullptr)
             CloseCamera(m_nFirstCamera + i);
@@ -270,7 +273,12 @@ int CCaptureStream::OnFrame(int nCamera)
             OrderReread(i);
             return 1;
         }
+        tag_HANDOVER handOver{false, m_pHandOver};
+        m_pHandOver = &handOver;
         m_pCamera[i]->OnFrame(&m_pBuffer[i]);
+        if (handOver.bStreamClosed)
+            return 0;
+        m_pHandOver = handOver.pOuter;
         m_nCurrent = i;
     }
     const int a = NextCamera(m_nCurrent);

@@ -61,6 +61,16 @@ private:
     void FreeBuffers();
     void FillPorts(tag_VideoPort& videoPort, tag_PciPort& pciPort) const;
 
+    // One hand-over of a frame to a channel in progress. A channel without signal hands
+    // its record to the host at once, and the host may close the camera, the board or
+    // the library in its handler; Close marks every hand-over in progress, so that
+    // OnFrame touches nothing of a closed stream. Hand-overs nest when a host serves
+    // messages inside its handler.
+    struct tag_HANDOVER {
+        bool bStreamClosed;
+        tag_HANDOVER* pOuter;
+    };
+
     int m_nStream;
     int m_nWidth = 320;
     int m_nHeight = 240;
@@ -76,4 +86,5 @@ private:
     BYTE* m_pBuffer[STREAM_CAMERA_SLOTS] = {};
     CCameraWnd* m_pCamera[STREAM_CAMERA_SLOTS] = {};
     DWORD m_dwRevision = 0;
+    tag_HANDOVER* m_pHandOver = nullptr;
 };
