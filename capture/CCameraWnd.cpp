@@ -16,6 +16,10 @@ namespace {
 constexpr BYTE kSignalLuma = 20;
 constexpr int kSignalSamples = 10;
 
+// The quantisers the encoder takes.
+constexpr int kMinQuantiser = 1;
+constexpr int kMaxQuantiser = 31;
+
 constexpr int kMinCheckSen = 1;
 constexpr int kMaxCheckSen = 31;
 // Revision 0x20020219 codes at half size, where one step of sensitivity counts half.
@@ -48,6 +52,7 @@ CCameraWnd::~CCameraWnd()
 
 int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
 {
+    nQi = std::clamp(nQi, kMinQuantiser, kMaxQuantiser);
     if (dwRevision != STREAM_REVISION_20020219)
         return nQi;
     if (nQi < 8)
@@ -184,10 +189,14 @@ void CCameraWnd::PrepareEncodeSettings()
     // reads back what the encoder used.
     m_pParam->m_nCheckSen = std::clamp(m_pParam->m_nCheckSen, kMinCheckSen, kMaxCheckSen);
     m_encodeSettings.nQuantiser = MapQuantiser(m_pParam->m_nQi, m_dwRevision);
-    int nScale = m_dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale;
-    if (!m_pParam->m_bEncodeMode)
-        nScale = kMoveThresholdScale;
-    m_encodeSettings.nThreshold = m_pParam->m_nCheckSen * nScale;
+    m_encodeSettings.nThreshold = GetEncoderThreshold(m_pParam->m_nCheckSen, !m_pParam->m_bEncodeMode, m_dwRevision);
+}
+
+int CCameraWnd::GetEncoderThreshold(int nCheckSen, BOOL bDetectOnly, DWORD dwRevision)
+{
+    if (bDetectOnly)
+        return nCheckSen * kMoveThresholdScale;
+    return nCheckSen * (dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale);
 }
 
 int CCameraWnd::OnFrame(BYTE** ppFrame)

@@ -31,8 +31,13 @@ public:
     int OnFrame(BYTE** ppFrame);
     DWORD GetStatus() const;
 
-    // The quantiser the encoder gets for a setting: revision 0x20020219 knows four.
+    // The quantiser the encoder gets for a setting. A setting outside 1 to 31, which the
+    // encoder would refuse and keep its last one, is held to that range on the way (the
+    // stored setting stays as the host gave it); revision 0x20020219 then knows four.
     static int MapQuantiser(int nQi, DWORD dwRevision);
+    // The threshold the encoder gets for a sensitivity: of moved macroblocks when only
+    // analysing, of intra macroblocks when coding.
+    static int GetEncoderThreshold(int nCheckSen, BOOL bDetectOnly, DWORD dwRevision);
     // Whether a frame shows a video signal: more than 10 luma samples above 20.
     static bool HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight);
 

@@ -288,25 +288,28 @@ int CCaptureStream::OnFrame(int nCamera)
     return 1;
 }
 
+// On stream 1 a read sometimes fails and leaves a known pattern instead of a picture.
 bool CCaptureStream::IsPictureValid(const BYTE* pFrame) const
 {
     if (m_nStream == 0)
         return true;
-    if (pFrame == nullptr)
+    return pFrame != nullptr && !IsFaultPattern(pFrame, m_nWidth, m_nHeight, m_nStandard);
+}
+
+bool CCaptureStream::IsFaultPattern(const BYTE* pFrame, int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard)
+{
+    const int* pOffsets = nStandard == STANDARD_PAL ? kPatternOffsetsPal : kPatternOffsetsNtsc;
+    const DWORD dwLine = static_cast<DWORD>(nWidth) * 2;
+    if (dwLine <= static_cast<DWORD>(pOffsets[3]) || nHeight <= kPatternLastLine)
         return false;
-    const int* pOffsets = m_nStandard == STANDARD_PAL ? kPatternOffsetsPal : kPatternOffsetsNtsc;
-    const DWORD dwLine = static_cast<DWORD>(m_nWidth) * 2;
-    // A frame too narrow to hold the pattern can't show it.
-    if (dwLine <= static_cast<DWORD>(pOffsets[3]) || m_nHeight <= kPatternLastLine)
-        return true;
     for (int nLine = kPatternFirstLine; nLine <= kPatternLastLine; ++nLine) {
         const BYTE* pLine = pFrame + nLine * dwLine;
         for (int k = 0; k < 4; ++k) {
             if (pLine[pOffsets[k]] != kPatternValues[k])
-                return true;
+                return false;
         }
     }
-    return false;
+    return true;
 }
 
 void CCaptureStream::OrderRead(int nCamera, int nNext, int nSecondNext)

@@ -27,6 +27,10 @@ public:
     // read as 120) and at the delivered size, whichever is larger, so that a board run
     // at a frame size of the other revision can't be written past its buffers.
     static DWORD GetFrameBufferSize(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, DWORD dwRevision);
+    // Whether a frame of nWidth x nHeight delivered pixels holds the pattern that stream 1
+    // sometimes delivers instead of a picture: four fixed luma bytes in each of lines 2
+    // to 9. A frame too small to hold it doesn't.
+    static bool IsFaultPattern(const BYTE* pFrame, int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard);
 
     int Open(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, int nRecordSpeed, DWORD dwRevision);
     int Close();
@@ -51,7 +55,6 @@ private:
     int IsUsable();
     // The camera after n, in cyclic order, whose channel runs; n itself comes last.
     int NextCamera(int n);
-    // Stream 1 sometimes delivers a known pattern instead of a picture.
     bool IsPictureValid(const BYTE* pFrame) const;
     void OrderRead(int nCamera, int nNext, int nSecondNext);
     void OrderReread(int nCamera);
