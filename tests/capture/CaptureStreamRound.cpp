@@ -108,33 +108,6 @@ TEST_F(CaptureStreamRound, CamerasShareTheStreamsFrameRate)
     }
 }
 
-TEST_F(CaptureStreamRound, HostHoldingARecordStallsTheWholeStream)
-{
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
-    CHostWindow host;
-    CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
-    CEncodeParam param;
-    ASSERT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
-    ASSERT_EQ(video.OpenCamera(0, 1, &param, nullptr), ZNRET_OK);
-    host.m_bHold = true;
-    ASSERT_TRUE(PumpUntil([&] { return host.m_hHeld != nullptr; }));
-    const DWORD dwOrders = Record(0).dwOrders;
-    // The stream goes on reading, but no channel gets a frame while the record is held.
-    ASSERT_TRUE(PumpUntil([&] { return Record(0).dwOrders > dwOrders + 50; }));
-    EXPECT_EQ(host.m_frames.size(), 1u);
-    tag_CAMERASTATUS nStatus = CAMSTATUS_NONE;
-    const int nHeldCamera = host.m_frames[0].nCamera;
-    EXPECT_EQ(video.GetCameraStatus(0, nHeldCamera, nStatus), ZNRET_OK);
-    EXPECT_EQ(nStatus, CAMSTATUS_HOST);
-    EXPECT_EQ(video.GetCameraStatus(0, 1 - nHeldCamera, nStatus), ZNRET_OK);
-    EXPECT_EQ(nStatus, CAMSTATUS_READY);
-    host.m_bHold = false;
-    host.GiveBack();
-    ASSERT_TRUE(PumpUntil([&] { return host.CountFrames(1 - nHeldCamera) >= 2; }));
-}
-
 TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
 {
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
@@ -214,6 +187,136 @@ TEST_F(CaptureStreamRound, ClosingTheLastCameraStopsTheStream)
     EXPECT_TRUE(Record(0).bStarted);
     ASSERT_EQ(video.CloseCamera(0, 3), ZNRET_OK);
     EXPECT_FALSE(Record(0).bStarted);
+}
+
+// The round driven by hand: the board paces in real time by a test clock that never
+// moves, so the driver answers nothing, and the test sends the driver's message that a
+// read has ended. Orders are read from the board's record.
+class CaptureRoundByHand : public CCaptureTest {
+protected:
+    void Open(std::initializer_list<int> cameras, tag_SOURCEKIND nCameraZero = SOURCE_STILL, int nSpeed = 0)
+    {
+        tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1, SOURCE_STILL);
+        board.nPacing = PACING_REALTIME;
+        board.sources[0].nKind = nCameraZero;
+        CVirtualRack::InstallBoard(board);
+        ASSERT_EQ(m_video.Open(&m_host, STREAM_REVISION_20020114), ZNRET_OK);
+        ASSERT_EQ(m_video.OpenBoard(0, FRAMESIZE_160X112, nSpeed, nullptr), ZNRET_OK);
+        CEncodeParam param;
+        for (int nCamera : cameras)
+            ASSERT_EQ(m_video.OpenCamera(0, nCamera, &param, nullptr), ZNRET_OK);
+        m_nOpen = static_cast<int>(cameras.size());
+        m_hCapture = m_video.m_ppCaptureWnd[0]->GetSafeHwnd();
+    }
+
+    void Close(int nCamera)
+    {
+        ASSERT_EQ(m_video.CloseCamera(0, nCamera), ZNRET_OK);
+        --m_nOpen;
+    }
+
+    // The read of nCamera has ended; the channels then do all they can.
+    void Deliver(int nCamera)
+    {
+        ::SendMessage(m_hCapture, WM_ZN_FRAME, 0, nCamera);
+        // The stream's driver thread and an encoder thread per open camera.
+        ASSERT_TRUE(SettleThreads(1 + m_nOpen));
+    }
+
+    tag_STREAMRECORD Record() { return CVirtualRack::GetBoard(0)->GetStreamRecord(0); }
+
+    static void ExpectOrder(const tag_STREAMRECORD& record, int nCamera, int nNext, int nSecondNext)
+    {
+        ASSERT_GT(record.nHistory, 0);
+        const tag_VIDEOREAD& read = record.history[record.nHistory - 1];
+        EXPECT_EQ(read.nCamera, nCamera);
+        EXPECT_EQ(read.nNextCamera, nNext);
+        EXPECT_EQ(read.nSecondNextCamera, nSecondNext);
+    }
+
+    CTestClock m_clock{1000};
+    CHostWindow m_host;
+    CVideo m_video;
+    HWND m_hCapture = nullptr;
+    int m_nOpen = 0;
+};
+
+TEST_F(CaptureRoundByHand, RecordSpeedReachesEveryRead)
+{
+    Open({0}, SOURCE_STILL, 7);
+    EXPECT_EQ(Record().history[0].nSpeed, 7);
+    ASSERT_EQ(m_video.SetRecordSpeed(0, 9), ZNRET_OK);
+    Deliver(0);
+    EXPECT_EQ(Record().history[Record().nHistory - 1].nSpeed, 9);
+}
+
+// While the channel served last holds its record, the camera whose read ended is read
+// again and its frame thrown away; the host's answer lets the round move on.
+TEST_F(CaptureRoundByHand, RoundWaitsForTheChannelServedLast)
+{
+    Open({0, 1});
+    m_host.m_bHold = true;
+    Deliver(0);
+    ASSERT_EQ(m_host.m_frames.size(), 1u);
+    ExpectOrder(Record(), 1, 0, 1);
+    Deliver(1);
+    Deliver(1);
+    EXPECT_EQ(m_host.m_frames.size(), 1u);
+    ExpectOrder(Record(), 1, 1, 1);
+    m_host.m_bHold = false;
+    m_host.GiveBack();
+    ASSERT_TRUE(SettleThreads(3));
+    Deliver(1);
+    EXPECT_EQ(m_host.CountFrames(1), 1);
+    ExpectOrder(Record(), 0, 1, 0);
+}
+
+// A host that serves messages in its handler of a frame without signal: a read of that
+// camera ending meanwhile finds its channel busy and is read again, not delivered.
+TEST_F(CaptureRoundByHand, BusyChannelGetsNoFrameWhileItsHostServesMessages)
+{
+    Open({0, 1}, SOURCE_NOSIGNAL);
+    Deliver(1);
+    bool bNested = false;
+    m_host.m_pfnOnFrame = [&](HWND, tag_ZNCAPTUREFRAME* pFrame) {
+        if (bNested || pFrame->pInfo->nCamera != 0)
+            return;
+        bNested = true;
+        ::SendMessage(m_hCapture, WM_ZN_FRAME, 0, 0);
+        EXPECT_EQ(m_host.CountFrames(0), 1);
+        ExpectOrder(Record(), 0, 0, 0);
+    };
+    Deliver(0);
+    EXPECT_TRUE(bNested);
+    EXPECT_EQ(m_host.CountFrames(0), 1);
+    ExpectOrder(Record(), 1, 0, 1);
+}
+
+// A read of a camera closed meanwhile: its frame goes nowhere and the round goes on from
+// the camera served last.
+TEST_F(CaptureRoundByHand, FrameOfAClosedCameraGoesOnFromTheCameraServedLast)
+{
+    Open({0, 1, 2});
+    Deliver(0);
+    ExpectOrder(Record(), 1, 2, 0);
+    Close(1);
+    Deliver(1);
+    EXPECT_EQ(m_host.CountFrames(1), 0);
+    ExpectOrder(Record(), 2, 0, 2);
+}
+
+// The last channel closed while its read runs: the frame that still arrives finds no
+// channel and stops the stream a second time.
+TEST_F(CaptureRoundByHand, FrameAfterTheLastCloseStopsTheStreamAgain)
+{
+    Open({2});
+    const DWORD dwOrders = Record().dwOrders;
+    Close(2);
+    EXPECT_EQ(Record().dwStops, 1u);
+    Deliver(2);
+    EXPECT_EQ(Record().dwStops, 2u);
+    EXPECT_EQ(Record().dwOrders, dwOrders);
+    EXPECT_TRUE(m_host.m_frames.empty());
 }
 
 } // namespace

@@ -139,14 +139,23 @@ inline bool DrainMessages()
 // Moves the test clock on by dwMilliseconds, one millisecond at a time; after each step
 // the nThreads driver and encoder threads have done all they can and what they posted
 // has been served. False if they don't come to rest.
+// Lets nThreads driver and encoder threads do all they can and serves what they post,
+// until nothing moves; false if they don't come to rest.
+inline bool SettleThreads(int nThreads)
+{
+    do {
+        if (!CTestClock::WaitForIdleThreads(nThreads))
+            return false;
+    } while (DrainMessages());
+    return true;
+}
+
 inline bool RunByTestClock(CTestClock& clock, DWORD dwMilliseconds, int nThreads)
 {
     for (DWORD t = 0; t < dwMilliseconds; ++t) {
         clock.Advance(1);
-        do {
-            if (!CTestClock::WaitForIdleThreads(nThreads))
-                return false;
-        } while (DrainMessages());
+        if (!SettleThreads(nThreads))
+            return false;
     }
     return true;
 }
