@@ -94,6 +94,13 @@ TEST_F(BoardPorts, CommandsWriteTheirBytesAndLeaveTheResultAlone)
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(transfers[i].wAddress, wAddresses[i]) << i;
         EXPECT_EQ(transfers[i].byValue, byValues[i]) << i;
+        EXPECT_EQ(transfers[i].nRetry, 5) << i;
+    }
+    // Every operation waits for the bus for 1000 of the driver's units.
+    for (const tag_BUSEVENT& event : pDebi->GetTraffic()) {
+        if (event.nAccess == BUS_LOCK) {
+            EXPECT_EQ(event.nLength, 1000);
+        }
     }
     EXPECT_EQ(pDebi->GetPortState().byOutput, 0xA5);
     EXPECT_EQ(dwResult, 1234u);

@@ -4,6 +4,7 @@
 #include "CaptureTestSupport.h"
 
 #include "capture/CBoardList.h"
+#include "capture/CCaptureStream.h"
 #include "capture/CCaptureWnd.h"
 #include "platform/TickClock.h"
 
@@ -152,6 +153,100 @@ TEST_F(CaptureStreamRound, SecondRevisionDeliversItsFixedSizeForTheWideFrameSize
     EXPECT_EQ(Record(1).pciPort.dwWidth, 320u);
     EXPECT_EQ(Record(1).pciPort.dwHeight, 240u);
     EXPECT_GT(host.m_frames.back().dwVideoLen, 0u);
+}
+
+// The pattern of a failed stream-1 read: four luma bytes, at places that depend on the
+// standard, in each of lines 2 to 9; a single difference makes a picture of it.
+TEST(CaptureStreamPicture, FaultPatternIsFourLumaBytesInLinesTwoToNine)
+{
+    constexpr int kWidth = 320;
+    constexpr int kHeight = 12;
+    const struct {
+        tag_VIDEOSTANDARD nStandard;
+        int nOffsets[4];
+    } patterns[] = {{STANDARD_NTSC, {197, 199, 333, 335}}, {STANDARD_PAL, {197, 199, 339, 341}}};
+    const BYTE byValues[4] = {0x27, 0x28, 0x20, 0x20};
+    for (const auto& pattern : patterns) {
+        std::vector<BYTE> frame(kWidth * kHeight * 2, 0x80);
+        for (int nLine = 2; nLine <= 9; ++nLine) {
+            for (int k = 0; k < 4; ++k)
+                frame[nLine * kWidth * 2 + pattern.nOffsets[k]] = byValues[k];
+        }
+        const tag_VIDEOSTANDARD nOther = pattern.nStandard == STANDARD_PAL ? STANDARD_NTSC : STANDARD_PAL;
+        EXPECT_TRUE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, kHeight, pattern.nStandard));
+        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, kHeight, nOther));
+        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), 160, kHeight, pattern.nStandard)) << "too narrow";
+        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, 9, pattern.nStandard)) << "too short";
+        for (int nLine = 2; nLine <= 9; ++nLine) {
+            for (int k = 0; k < 4; ++k) {
+                BYTE& byPatterned = frame[nLine * kWidth * 2 + pattern.nOffsets[k]];
+                ++byPatterned;
+                EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, kHeight, pattern.nStandard))
+                    << "line " << nLine << " byte " << pattern.nOffsets[k];
+                --byPatterned;
+            }
+        }
+    }
+}
+
+// The part of the input a stream captures: left 12, top 22 (NTSC) or 24 (PAL), the
+// standard's whole picture, and input 1 on stream 1. The first revision's 640 x 240 on
+// stream 1 in PAL captures a window of that size.
+TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
+{
+    struct {
+        int nWidth;
+        int nHeight;
+        tag_VIDEOSTANDARD nStandard;
+        DWORD dwRevision;
+        tag_VideoPort ports[2];
+    } const cases[] = {
+        {320, 240, STANDARD_NTSC, STREAM_REVISION_20020114, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}}},
+        {352, 288, STANDARD_PAL, STREAM_REVISION_20020114, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 704, 288}}},
+        {640, 240, STANDARD_PAL, STREAM_REVISION_20020114, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 640, 240}}},
+        {640, 240, STANDARD_PAL, STREAM_REVISION_20020219, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 704, 288}}},
+        {640, 240, STANDARD_NTSC, STREAM_REVISION_20020114, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}}},
+    };
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    for (const auto& c : cases) {
+        // Two streams and the first revision's sizes meet only below the facade.
+        CCaptureWnd board;
+        ASSERT_TRUE(board.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
+        ASSERT_TRUE(board.Open(c.nWidth, c.nHeight, c.nStandard, 0, c.dwRevision));
+        for (int nStream = 0; nStream < 2; ++nStream) {
+            const tag_VideoPort port = Record(nStream).videoPort;
+            const tag_VideoPort& expected = c.ports[nStream];
+            EXPECT_EQ(std::vector<DWORD>({port.dwInput, port.dwFlags, port.dwLeft, port.dwTop, port.dwWidth,
+                                          port.dwHeight}),
+                      std::vector<DWORD>({expected.dwInput, expected.dwFlags, expected.dwLeft, expected.dwTop,
+                                          expected.dwWidth, expected.dwHeight}))
+                << c.nWidth << " x " << c.nHeight << " stream " << nStream;
+        }
+        board.Close();
+        board.DestroyWindow();
+    }
+}
+
+// A two-stream board splits its channels in halves, of which a stream uses four at
+// most: with 10 channels stream 1 starts at camera 5, and cameras 4 and 9 have no slot.
+TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(10, 2));
+    CHostWindow host;
+    CVideo video;
+    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    EXPECT_EQ(video.GetCameraNum(0), 10);
+    CEncodeParam param;
+    EXPECT_EQ(video.OpenCamera(0, 4, &param, nullptr), ZNRET_FAILED);
+    EXPECT_EQ(video.OpenCamera(0, 9, &param, nullptr), ZNRET_FAILED);
+    ASSERT_EQ(video.OpenCamera(0, 5, &param, nullptr), ZNRET_OK);
+    ASSERT_TRUE(PumpUntil([&] { return host.m_frames.size() >= 2; }));
+    EXPECT_EQ(host.m_frames[0].nCamera, 5);
+    EXPECT_EQ(Record(1).history[0].nCamera, 0);
 }
 
 TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZero)
