@@ -260,6 +260,9 @@ int CCaptureStream::IsCameraBusy(int nCamera)
 int CCaptureStream::OnFrame(int nCamera)
 {
     const int i = nCamera;
+    // A message for a camera the stream doesn't have names no buffer to read into.
+    if (i < 0 || i >= m_nCameraNum)
+        return 0;
     if (NextCamera(i) == -1) {
         Stop();
         return 0;
@@ -268,7 +271,7 @@ int CCaptureStream::OnFrame(int nCamera)
         OrderReread(i);
         return 1;
     }
-    if (i >= 0 && i < m_nCameraNum && m_pCamera[i] != nullptr) {
+    if (m_pCamera[i] != nullptr) {
         if (IsCameraBusy(i) || !IsPictureValid(m_pBuffer[i])) {
             OrderReread(i);
             return 1;
@@ -282,6 +285,9 @@ int CCaptureStream::OnFrame(int nCamera)
         m_nCurrent = i;
     }
     const int a = NextCamera(m_nCurrent);
+    // The host closed the last channel in its handler, which stopped the stream.
+    if (a == -1)
+        return 0;
     const int b = NextCamera(a);
     const int c = NextCamera(b);
     OrderRead(a, b, c);
@@ -314,10 +320,8 @@ bool CCaptureStream::IsFaultPattern(const BYTE* pFrame, int nWidth, int nHeight,
 
 void CCaptureStream::OrderRead(int nCamera, int nNext, int nSecondNext)
 {
-    tag_VIDEOREAD read{m_nRecordSpeed, nCamera, nNext, nSecondNext, nullptr,
+    tag_VIDEOREAD read{m_nRecordSpeed, nCamera, nNext, nSecondNext, m_pBuffer[nCamera],
                        static_cast<DWORD>(m_nWidth) * m_nHeight * 2};
-    if (nCamera >= 0 && nCamera < STREAM_CAMERA_SLOTS)
-        read.pBuffer = m_pBuffer[nCamera];
     ReadVideo(&read);
 }
 

@@ -56,6 +56,7 @@ private:
     // The camera after n, in cyclic order, whose channel runs; n itself comes last.
     int NextCamera(int n);
     bool IsPictureValid(const BYTE* pFrame) const;
+    // Orders a read of nCamera, one of the stream's cameras, into its slot's buffer.
     void OrderRead(int nCamera, int nNext, int nSecondNext);
     void OrderReread(int nCamera);
     // The slot of a board-wide camera number, or -1.

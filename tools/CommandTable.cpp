@@ -12,7 +12,7 @@ constexpr ToolCommand kCommands[] = {
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
-    {"record", "[-s SECONDS] [-d DIR] [Y4M...]",
+    {"record", "[-s SECONDS] [-d DIR] [FOOTAGE.y4m...]",
      "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera",
      &RunRecordCommand},
 };

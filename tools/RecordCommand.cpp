@@ -1,91 +1,264 @@
-// zndvr record: records from the virtual boards into one recording file per camera.
-// The default rack (or one board whose cameras play the Y4M files given) is opened
-// through CVideo with a host window on this thread; each frame record is written with
-// CZnFile inside the frame handler, a progress line is printed every second, and at
-// the end each file is opened again with the reader, decoded and summed up.
+// zndvr record: records from virtual boards into one new recording file per camera, in
+// four steps. The arguments are parsed. The inputs (the default rack, or one board per
+// footage file) and then the store are checked, and every file is opened, before
+// anything is recorded. The host's message loop writes each frame record inside its
+// handler and prints a progress line a second, until the time is up, a stop signal
+// comes (SIGINT, SIGTERM, SIGHUP) or a file can't be written. Then the cameras are
+// closed before the files, so that the block that was collecting reaches the disk, and
+// every file is read back and summed up.
 #include "Commands.h"
+#include "StopSignals.h"
 
 #include "capture/CEncodeParam.h"
 #include "capture/CMaskInfo.h"
 #include "capture/CVideo.h"
 #include "codec/CDecoder.h"
 #include "driver/virtual/CVirtualRack.h"
+#include "platform/CException.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
 #include "recording/CZnFile.h"
 
+#include <cerrno>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
-constexpr int kDefaultSeconds = 5;
+constexpr long kDefaultSeconds = 5;
+// 0 records until a stop signal; a week at most, which the tick count spans easily.
+constexpr long kMaxSeconds = 7L * 24 * 60 * 60;
 constexpr char kDefaultDirectory[] = "store";
 constexpr UINT kProgressTimer = 1;
-constexpr UINT kProgressPeriodMs = 1000;
-constexpr int kMaxFileCameras = 8;
+constexpr DWORD kProgressPeriodMs = 1000;
+// A footage file gets a board of its own, so that its camera has the stream's whole
+// rate; a machine holds four boards.
+constexpr int kMaxFootageFiles = 4;
+// The default rack's board is of the second generation, which is that revision's.
+// Footage boards are of the first, whose frame sizes include the common small pictures
+// (352 x 288, 176 x 144, 320 x 240) at their own size.
+constexpr DWORD kRackRevision = STREAM_REVISION_20020219;
+constexpr tag_FRAMESIZE kRackFrameSize = FRAMESIZE_320X240_R2;
+constexpr DWORD kFootageRevision = STREAM_REVISION_20020114;
+constexpr BYTE kFootageBoardGeneration = 1;
+constexpr UINT WM_ZNREC_STOP = WM_APP + 1;
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+// After a stop signal the exit status is the shell's for a death by that signal.
+constexpr int kExitSignalBase = 128;
+
+constexpr char kUsage[] = "usage: zndvr record [-s SECONDS] [-d DIR] [FOOTAGE.y4m...]";
+
+// ---- Options ----------------------------------------------------------------------
 
 struct tag_RECORDOPTIONS {
-    int nSeconds = kDefaultSeconds;
+    long nSeconds = kDefaultSeconds;
     std::string strDirectory = kDefaultDirectory;
-    std::vector<std::string> y4mFiles;
+    std::vector<std::string> footageFiles;
 };
+
+// A whole decimal number from nMin to nMax with nothing before or after it.
+bool ParseWholeNumber(std::string_view strText, long nMin, long nMax, long& nValue)
+{
+    const char* pEnd = strText.data() + strText.size();
+    long nParsed = 0;
+    const auto [pStop, error] = std::from_chars(strText.data(), pEnd, nParsed);
+    if (error != std::errc() || pStop != pEnd || nParsed < nMin || nParsed > nMax)
+        return false;
+    nValue = nParsed;
+    return true;
+}
+
+// False with a message that names the argument at fault.
+bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options, std::string& strError)
+{
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string strArg = args[i];
+        const bool bSeconds = strArg == "-s" || strArg == "--seconds";
+        if (bSeconds || strArg == "-d" || strArg == "--dir") {
+            if (i + 1 == args.size()) {
+                strError = strArg + " needs a value";
+                return false;
+            }
+            const std::string strValue = args[++i];
+            if (bSeconds && !ParseWholeNumber(strValue, 0, kMaxSeconds, options.nSeconds)) {
+                strError = strArg + " '" + strValue + "': not a whole number of seconds from 0 (until stopped) to " +
+                           std::to_string(kMaxSeconds);
+                return false;
+            }
+            if (!bSeconds && strValue.empty()) {
+                strError = strArg + " needs a directory";
+                return false;
+            }
+            if (!bSeconds)
+                options.strDirectory = strValue;
+        } else if (strArg.size() > 1 && strArg[0] == '-') {
+            strError = "unknown option '" + strArg + "'";
+            return false;
+        } else {
+            options.footageFiles.push_back(strArg);
+        }
+    }
+    if (static_cast<int>(options.footageFiles.size()) > kMaxFootageFiles) {
+        strError = "at most " + std::to_string(kMaxFootageFiles) + " footage files, one board each";
+        return false;
+    }
+    return true;
+}
+
+// ---- Inputs and store -------------------------------------------------------------
+
+// One board to open and the frame size it runs at.
+struct tag_BOARDPLAN {
+    tag_FRAMESIZE nSize;
+    // The footage its cameras show, or empty for the drawn scenes of the default rack.
+    std::string strFootage;
+};
+
+// The default rack, or one board per footage file running at the frame size that suits
+// its picture. False with the file and the reason when footage can't be read.
+bool InstallInputs(const tag_RECORDOPTIONS& options, DWORD& dwRevision, std::vector<tag_BOARDPLAN>& boards,
+                   std::string& strError)
+{
+    if (options.footageFiles.empty()) {
+        CVirtualRack::InstallDefault();
+        dwRevision = kRackRevision;
+        boards.push_back({kRackFrameSize, ""});
+        return true;
+    }
+    CVirtualRack::Clear();
+    dwRevision = kFootageRevision;
+    for (const std::string& strFile : options.footageFiles) {
+        tag_VIRTUALBOARD board;
+        board.byChannels = 1;
+        board.byGeneration = kFootageBoardGeneration;
+        tag_CAMERASOURCE source;
+        source.nKind = SOURCE_Y4MFILE;
+        source.strFile = strFile;
+        board.sources.push_back(source);
+        std::string strReason;
+        const int nDevice = CVirtualRack::InstallBoard(board, &strReason);
+        if (nDevice < 0) {
+            // The rack names the camera first; here each file is a board of its own.
+            strError = strReason.substr(strReason.find(strFile));
+            return false;
+        }
+        boards.push_back({CVirtualRack::GetBoard(nDevice)->GetCameraFrameSize(0, dwRevision), strFile});
+    }
+    return true;
+}
+
+// Makes the store directory where needed and proves that files can be made in it.
+bool PrepareStore(const std::string& strDirectory, std::string& strError)
+{
+    std::error_code error;
+    std::filesystem::create_directories(strDirectory, error);
+    if (!std::filesystem::is_directory(strDirectory)) {
+        strError = strDirectory + ": can't be made a directory" + (error ? ": " + error.message() : "");
+        return false;
+    }
+    std::string strProbe = (std::filesystem::path(strDirectory) / ".zndvr-probe-XXXXXX").string();
+    const int nProbe = mkstemp(strProbe.data());
+    if (nProbe < 0) {
+        strError = strDirectory + ": no file can be made in it: " + std::strerror(errno);
+        return false;
+    }
+    close(nProbe);
+    unlink(strProbe.c_str());
+    return true;
+}
+
+// The local time of the run's start, as recordings of one camera sort by it.
+std::string FormatRunStart()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char strStart[32];
+    std::strftime(strStart, sizeof(strStart), "%Y%m%d-%H%M%S", &local);
+    return strStart;
+}
+
+// A path that no recording of the store has: the camera and the start of the run, and
+// a count where a run of the same second left one.
+std::string MakeRecordingPath(const std::string& strDirectory, int nCamera, const std::string& strStart)
+{
+    for (int nRun = 1;; ++nRun) {
+        std::string strName = "camera" + std::to_string(nCamera);
+        strName.append("-").append(strStart);
+        if (nRun > 1)
+            strName.append("-").append(std::to_string(nRun));
+        strName.append(".zn");
+        const std::filesystem::path path = std::filesystem::path(strDirectory) / strName;
+        std::error_code error;
+        if (!std::filesystem::exists(path, error) && !error)
+            return path.string();
+    }
+}
+
+// ---- The recording loop -----------------------------------------------------------
 
 // What the host keeps of one camera.
 struct tag_CAMERARECORDING {
+    int nBoard = 0;
     int nCamera = 0;
+    // How the camera is named in lines and files: its number on the default board, or
+    // its footage file's place among the arguments.
+    int nName = 0;
     std::string strFile;
     std::unique_ptr<CZnFile> pFile;
-    bool bOpenFailed = false;
     DWORD dwFrames = 0;
-    DWORD dwWritten = 0;
-    unsigned long long nBytes = 0;
-    DWORD dwAlarms = 0;
+    DWORD dwTaken = 0;
     DWORD dwLost = 0;
+    DWORD dwAlarms = 0;
+    unsigned long long nBytes = 0;
+    // The stamps of the first and the last frame, which give the camera's frame rate.
+    DWORD dwFirstStamp = 0;
+    DWORD dwLastStamp = 0;
+    bool bWriteFailed = false;
 };
 
-// The host window: writes each frame record to its camera's file, gives the record
-// back, and prints the progress line when its timer ticks.
+// The host window: writes each frame record to its camera's file and gives it back,
+// prints the progress line when its timer ticks, and ends the loop when the time is up,
+// a stop signal's message comes or a file fails.
 class CRecordHost : public CWnd {
 public:
-    CRecordHost(const std::string& strDirectory, DWORD dwRevision, int nSeconds)
-        : m_strDirectory(strDirectory), m_dwRevision(dwRevision), m_nSeconds(nSeconds)
+    explicit CRecordHost(long nSeconds) : m_nSeconds(nSeconds)
     {
         const RECT rect{0, 0, 0, 0};
         CreateEx(0, nullptr, "zndvr record", WS_POPUP, rect, nullptr, 0);
     }
     ~CRecordHost() override { DestroyWindow(); }
 
-    void AddCamera(int nCamera)
-    {
-        tag_CAMERARECORDING recording;
-        recording.nCamera = nCamera;
-        recording.strFile = (std::filesystem::path(m_strDirectory) / ("camera" + std::to_string(nCamera) + ".zn")).string();
-        m_cameras.push_back(std::move(recording));
-    }
-
-    void Run()
+    // Serves messages until the recording ends; the stop signal that ended it, or 0.
+    int Run()
     {
         m_dwStart = GetTickCount();
         SetTimer(kProgressTimer, kProgressPeriodMs, nullptr);
+        int nSignal = 0;
         MSG msg;
-        while (GetMessage(&msg, nullptr, 0, 0) > 0)
-            DispatchMessage(&msg);
+        while (nSignal == 0 && GetMessage(&msg, nullptr, 0, 0) > 0) {
+            if (msg.hwnd == nullptr && msg.message == WM_ZNREC_STOP)
+                nSignal = static_cast<int>(msg.wParam);
+            else
+                DispatchMessage(&msg);
+        }
         KillTimer(kProgressTimer);
+        m_dwElapsed = GetTickCount() - m_dwStart;
+        return nSignal;
     }
 
-    void CloseFiles()
-    {
-        for (tag_CAMERARECORDING& recording : m_cameras) {
-            if (recording.pFile != nullptr)
-                recording.pFile->Close();
-        }
-    }
+    DWORD GetElapsed() const { return m_dwElapsed; }
+    bool HasWriteFailed() const { return m_bWriteFailed; }
 
     std::vector<tag_CAMERARECORDING> m_cameras;
 
@@ -93,9 +266,10 @@ protected:
     LRESULT OnCaptureFrame(WPARAM wCamera, LPARAM lFrame)
     {
         auto* pFrame = reinterpret_cast<tag_ZNCAPTUREFRAME*>(lFrame);
-        tag_CAMERARECORDING* pRecording = FindCamera(pFrame->pInfo->nCamera);
-        if (pRecording != nullptr)
-            Write(*pRecording, *pFrame);
+        for (tag_CAMERARECORDING& recording : m_cameras) {
+            if (recording.nBoard == pFrame->pInfo->nBoard && recording.nCamera == pFrame->pInfo->nCamera)
+                Write(recording, *pFrame);
+        }
         ::PostMessage(reinterpret_cast<HWND>(wCamera), WM_ZN_FRAMEDONE, 0, 0);
         return 0;
     }
@@ -103,100 +277,51 @@ protected:
     LRESULT OnProgress(WPARAM, LPARAM)
     {
         const DWORD dwElapsed = GetTickCount() - m_dwStart;
-        std::printf("%3lus", static_cast<unsigned long>((dwElapsed + 500) / 1000));
+        std::printf("%4lus", static_cast<unsigned long>((dwElapsed + 500) / 1000));
         for (const tag_CAMERARECORDING& recording : m_cameras) {
-            std::printf("  cam%d %lu fr %llu KB %lu al", recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
+            std::printf("  cam%d %lu fr %llu KB %lu al", recording.nName, static_cast<unsigned long>(recording.dwFrames),
                         recording.nBytes / 1024, static_cast<unsigned long>(recording.dwAlarms));
         }
         std::printf("\n");
         std::fflush(stdout);
-        if (dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * 1000)
+        if (m_nSeconds > 0 && dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * 1000)
             PostQuitMessage(0);
         return 0;
     }
     DECLARE_MESSAGE_MAP()
 
 private:
-    tag_CAMERARECORDING* FindCamera(int nCamera)
+    void Write(tag_CAMERARECORDING& recording, const tag_ZNCAPTUREFRAME& frame)
     {
-        for (tag_CAMERARECORDING& recording : m_cameras) {
-            if (recording.nCamera == nCamera)
-                return &recording;
-        }
-        return nullptr;
-    }
-
-    void Write(tag_CAMERARECORDING& recording, tag_ZNCAPTUREFRAME& frame)
-    {
-        ++recording.dwFrames;
+        if (recording.dwFrames++ == 0)
+            recording.dwFirstStamp = frame.pData->dwTimeStamp;
+        recording.dwLastStamp = frame.pData->dwTimeStamp;
         recording.nBytes += frame.pData->dwVideoLen;
         recording.dwAlarms += (frame.pData->wFlags & ZNFRAME_ALARM) != 0;
         recording.dwLost += frame.bVideoLost != 0;
-        if (recording.pFile == nullptr && !recording.bOpenFailed) {
-            recording.pFile = std::make_unique<CZnFile>(("camera " + std::to_string(recording.nCamera)).c_str(),
-                                                        "virtual board", "zndvr");
-            if (!recording.pFile->Open(recording.strFile.c_str(), frame.pInfo, m_dwRevision, ZNFILE_WRITE)) {
-                std::fprintf(stderr, "zndvr record: can't open %s for writing\n", recording.strFile.c_str());
-                recording.pFile.reset();
-                recording.bOpenFailed = true;
-            }
+        if (m_bWriteFailed)
+            return;
+        const int nResult = recording.pFile->WriteOneFrame(frame.pData);
+        recording.dwTaken += nResult == 1;
+        if (nResult < 0) {
+            // A full or failing disk: what is stored stays, and the run ends cleanly.
+            std::fprintf(stderr, "zndvr record: %s: can't be written; recording stops\n", recording.strFile.c_str());
+            recording.bWriteFailed = true;
+            m_bWriteFailed = true;
+            PostQuitMessage(0);
         }
-        if (recording.pFile != nullptr && recording.pFile->WriteOneFrame(frame.pData) == 1)
-            ++recording.dwWritten;
     }
 
-    std::string m_strDirectory;
-    DWORD m_dwRevision;
-    int m_nSeconds;
+    long m_nSeconds;
     DWORD m_dwStart = 0;
+    DWORD m_dwElapsed = 0;
+    bool m_bWriteFailed = false;
 };
 
 BEGIN_MESSAGE_MAP(CRecordHost, CWnd)
     ON_MESSAGE(WM_ZN_FRAME, OnCaptureFrame)
     ON_MESSAGE(WM_TIMER, OnProgress)
 END_MESSAGE_MAP()
-
-bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options)
-{
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string_view strArg = args[i];
-        const bool bHasValue = i + 1 < args.size();
-        if ((strArg == "-s" || strArg == "--seconds") && bHasValue) {
-            options.nSeconds = std::atoi(args[++i]);
-            if (options.nSeconds <= 0)
-                return false;
-        } else if ((strArg == "-d" || strArg == "--dir") && bHasValue) {
-            options.strDirectory = args[++i];
-        } else if (!strArg.empty() && strArg[0] != '-') {
-            options.y4mFiles.emplace_back(strArg);
-        } else {
-            return false;
-        }
-    }
-    return static_cast<int>(options.y4mFiles.size()) <= kMaxFileCameras;
-}
-
-// The default rack, or one board whose cameras show the files; the number of cameras
-// to record, or 0 if the board can't be made.
-int InstallBoards(const tag_RECORDOPTIONS& options)
-{
-    if (options.y4mFiles.empty()) {
-        CVirtualRack::InstallDefault();
-        return -1;
-    }
-    CVirtualRack::Clear();
-    tag_VIRTUALBOARD board;
-    const int nFiles = static_cast<int>(options.y4mFiles.size());
-    // A two-stream board shares its channels between the streams: round up to even.
-    board.byChannels = static_cast<BYTE>(nFiles < 2 ? 2 : nFiles + nFiles % 2);
-    for (const std::string& strFile : options.y4mFiles) {
-        tag_CAMERASOURCE source;
-        source.nKind = SOURCE_Y4MFILE;
-        source.strFile = strFile;
-        board.sources.push_back(source);
-    }
-    return CVirtualRack::InstallBoard(board) < 0 ? 0 : nFiles;
-}
 
 // One area over the whole picture, so that the alarms count motion anywhere.
 void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
@@ -206,111 +331,208 @@ void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
     param.AddMaskInfo(&area, nWidth, nHeight);
 }
 
-// Reads every frame of an open recording and decodes it; the frames that decoded.
-DWORD DecodeAll(CZnFile& reader, DWORD dwRevision)
+// Opens the boards and cameras of the plan and a new file for each camera; false with
+// what failed. The files of cameras opened so far stay open for the caller to close.
+bool OpenCameras(CVideo& video, CRecordHost& host, DWORD dwRevision, const std::vector<tag_BOARDPLAN>& boards,
+                 const std::string& strDirectory, std::string& strError)
 {
+    if (video.Open(&host, dwRevision) != ZNRET_OK || video.GetBoardNum() < static_cast<int>(boards.size())) {
+        strError = "the virtual boards aren't found";
+        return false;
+    }
+    const std::string strStart = FormatRunStart();
+    for (int nBoard = 0; nBoard < static_cast<int>(boards.size()); ++nBoard) {
+        tag_CAMERAINFO info{};
+        info.nBoard = nBoard;
+        if (video.GetVideoSize(boards[nBoard].nSize, info.nStandard, info.nWidth, info.nHeight) != ZNRET_OK ||
+            video.OpenBoard(nBoard, boards[nBoard].nSize, 0, nullptr) != ZNRET_OK) {
+            strError = "board " + std::to_string(nBoard) + " doesn't open";
+            return false;
+        }
+        CEncodeParam param;
+        AddWholePictureArea(param, info.nWidth, info.nHeight);
+        const int nCameras = boards[nBoard].strFootage.empty() ? video.GetCameraNum(nBoard) : 1;
+        for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
+            tag_CAMERARECORDING recording;
+            recording.nBoard = nBoard;
+            recording.nCamera = info.nCamera = nCamera;
+            recording.nName = boards[nBoard].strFootage.empty() ? nCamera : nBoard;
+            recording.strFile = MakeRecordingPath(strDirectory, recording.nName, strStart);
+            const std::string strInput =
+                boards[nBoard].strFootage.empty() ? "virtual board" : boards[nBoard].strFootage;
+            recording.pFile = std::make_unique<CZnFile>(("camera " + std::to_string(recording.nName)).c_str(),
+                                                        strInput.c_str(), "zndvr");
+            if (!recording.pFile->Open(recording.strFile.c_str(), &info, dwRevision, ZNFILE_WRITE)) {
+                strError = recording.strFile + ": can't be made";
+                return false;
+            }
+            host.m_cameras.push_back(std::move(recording));
+            if (video.OpenCamera(nBoard, nCamera, &param, nullptr) != ZNRET_OK) {
+                strError = "camera " + std::to_string(nCamera) + " of board " + std::to_string(nBoard) +
+                           " doesn't open";
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+// Closes every file, which stores the block that was collecting; false if one of them
+// could not be finished.
+bool CloseFiles(std::vector<tag_CAMERARECORDING>& cameras)
+{
+    bool bAllClosed = true;
+    for (tag_CAMERARECORDING& recording : cameras) {
+        try {
+            recording.pFile->Close();
+        } catch (CException* pError) {
+            pError->ReportError();
+            pError->Delete();
+            std::fprintf(stderr, "zndvr record: %s: its last frames can't be stored\n", recording.strFile.c_str());
+            bAllClosed = false;
+        }
+    }
+    return bAllClosed;
+}
+
+// ---- The summary ------------------------------------------------------------------
+
+// What a file holds when read back.
+struct tag_READBACK {
+    bool bOpened = false;
+    int nWidth = 0;
+    int nHeight = 0;
+    DWORD dwFrames = 0;
+    DWORD dwBlocks = 0;
+    DWORD dwWithVideo = 0;
+    DWORD dwDecoded = 0;
+};
+
+// Reads every frame of a recording and decodes those that have a picture.
+tag_READBACK ReadBack(const std::string& strFile, DWORD dwRevision)
+{
+    tag_READBACK result;
+    CZnFile reader;
+    tag_CAMERAINFO info{};
+    if (reader.Open(strFile.c_str(), &info, dwRevision, ZNFILE_READ) != 1)
+        return result;
+    result.bOpened = true;
+    result.nWidth = reader.GetVideoWidth();
+    result.nHeight = reader.GetVideoHeight();
+    result.dwBlocks = reader.GetTotalBlock();
     std::vector<BYTE> video(static_cast<std::size_t>(reader.GetVideoWidth()) * reader.GetVideoHeight() * 2);
     std::vector<BYTE> sound(ZNFRAME_SOUND_BUFFER_SIZE);
     std::vector<BYTE> picture(static_cast<std::size_t>(CDecoder::MAX_WIDTH) * CDecoder::MAX_HEIGHT * 3);
     CDecoder decoder;
     if (!decoder.Create(dwRevision))
-        return 0;
-    DWORD dwDecoded = 0;
+        return result;
     tag_ZNFRAMEDATA frame{};
     frame.pVideo = video.data();
     frame.pSound = sound.data();
     while (reader.ReadOneFrame(&frame, -1, 0) == 1) {
-        const DECODER_RETURN result =
+        ++result.dwFrames;
+        if ((frame.wFlags & ZNFRAME_LOST) != 0 || frame.dwVideoLen == 0)
+            continue;
+        ++result.dwWithVideo;
+        const DECODER_RETURN decoded =
             decoder.DecodeOneFrame(frame.pVideo, static_cast<int>(frame.dwVideoLen), picture.data(), TRUE);
-        dwDecoded += !result.bError;
+        result.dwDecoded += !decoded.bError;
     }
-    return dwDecoded;
+    return result;
 }
 
-// Prints what each camera recorded; true when every camera has frames on disk and every
-// frame it wrote reads back and decodes.
+// Prints what each camera recorded and what its file holds; true when every frame the
+// file took is in it and every picture in it decodes. A camera without signal is
+// reported as such and is no failure: its frames carry no picture by design.
 bool PrintSummary(const CRecordHost& host, DWORD dwRevision)
 {
-    bool bAllReadBack = true;
-    std::printf("\nsummary:\n");
+    const double dSeconds = host.GetElapsed() / 1000.0;
+    bool bAllKept = true;
+    std::printf("\nsummary, %.1f s:\n", dSeconds);
     for (const tag_CAMERARECORDING& recording : host.m_cameras) {
-        CZnFile reader;
-        tag_CAMERAINFO info{};
-        const bool bOpened = reader.Open(recording.strFile.c_str(), &info, dwRevision, ZNFILE_READ) == 1;
-        std::printf("  camera %d: %lu frames (%lu lost signal), %lu written, %llu KB coded, %lu alarms; %s",
-                    recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
-                    static_cast<unsigned long>(recording.dwLost), static_cast<unsigned long>(recording.dwWritten),
-                    recording.nBytes / 1024, static_cast<unsigned long>(recording.dwAlarms), recording.strFile.c_str());
-        if (bOpened) {
-            std::printf(" (%dx%d, %lu frames in %lu blocks", reader.GetVideoWidth(), reader.GetVideoHeight(),
-                        static_cast<unsigned long>(reader.GetTotalFrameNum()),
-                        static_cast<unsigned long>(reader.GetTotalBlock()));
-            const DWORD dwDecoded = DecodeAll(reader, dwRevision);
-            std::printf(", %lu decoded)\n", static_cast<unsigned long>(dwDecoded));
-            bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwDecoded == recording.dwWritten;
+        const DWORD dwSpan = recording.dwLastStamp - recording.dwFirstStamp;
+        const double dRate = dwSpan > 0 ? (recording.dwFrames - 1) * 1000.0 / dwSpan : 0.0;
+        std::printf("  camera %d: %lu frames, %.1f a second, %lu without signal, %llu KB coded, %lu alarms\n",
+                    recording.nName, static_cast<unsigned long>(recording.dwFrames), dRate,
+                    static_cast<unsigned long>(recording.dwLost), recording.nBytes / 1024,
+                    static_cast<unsigned long>(recording.dwAlarms));
+        if (recording.dwFrames > 0 && recording.dwLost == recording.dwFrames)
+            std::printf("    no video signal\n");
+        if (recording.dwTaken == 0) {
+            std::printf("    %s: no frames, no file\n", recording.strFile.c_str());
+            continue;
+        }
+        const tag_READBACK file = ReadBack(recording.strFile, dwRevision);
+        if (!file.bOpened) {
+            std::printf("    %s: can't be read back\n", recording.strFile.c_str());
+            bAllKept = false;
+            continue;
+        }
+        std::printf("    %s: %lu frames of %dx%d in %lu blocks, %lu of %lu pictures decode\n",
+                    recording.strFile.c_str(), static_cast<unsigned long>(file.dwFrames), file.nWidth, file.nHeight,
+                    static_cast<unsigned long>(file.dwBlocks), static_cast<unsigned long>(file.dwDecoded),
+                    static_cast<unsigned long>(file.dwWithVideo));
+        const bool bAllFrames = recording.bWriteFailed || file.dwFrames == recording.dwTaken;
+        bAllKept = bAllKept && bAllFrames && file.dwDecoded == file.dwWithVideo;
+    }
+    return bAllKept;
+}
+
+// Records with the checked inputs; the exit status.
+int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector<tag_BOARDPLAN>& boards,
+           CStopSignals& stopSignals)
+{
+    CRecordHost host(options.nSeconds);
+    int nSignal = 0;
+    bool bOpened = false;
+    {
+        CVideo video;
+        std::string strError;
+        bOpened = OpenCameras(video, host, dwRevision, boards, options.strDirectory, strError);
+        if (!bOpened) {
+            std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
         } else {
-            std::printf(" (can't be read back)\n");
-            bAllReadBack = false;
+            const std::string strHowLong =
+                options.nSeconds > 0 ? "for " + std::to_string(options.nSeconds) + " s" : "until stopped";
+            std::printf("recording %zu camera(s) %s into %s\n", host.m_cameras.size(), strHowLong.c_str(),
+                        options.strDirectory.c_str());
+            std::fflush(stdout);
+            stopSignals.Watch(WM_ZNREC_STOP);
+            nSignal = host.Run();
         }
     }
-    return bAllReadBack;
+    const bool bClosed = CloseFiles(host.m_cameras);
+    if (!bOpened)
+        return kExitFailure;
+    if (nSignal != 0)
+        std::printf("stopped by signal %d (%s)\n", nSignal, strsignal(nSignal));
+    const bool bAllKept = PrintSummary(host, dwRevision);
+    if (host.HasWriteFailed() || !bClosed || !bAllKept)
+        return kExitFailure;
+    return nSignal != 0 ? kExitSignalBase + nSignal : 0;
 }
 
 } // namespace
 
 int RunRecordCommand(std::span<char* const> args)
 {
+    // Before any thread exists, so that all of them leave the stop signals to the one
+    // that waits for them.
+    CStopSignals stopSignals;
     tag_RECORDOPTIONS options;
-    if (!ParseOptions(args, options)) {
-        std::fprintf(stderr, "usage: zndvr record [-s SECONDS] [-d DIR] [Y4M...]  (at most %d files)\n",
-                     kMaxFileCameras);
-        return 2;
+    std::string strError;
+    if (!ParseOptions(args, options, strError)) {
+        std::fprintf(stderr, "zndvr record: %s\n%s\n", strError.c_str(), kUsage);
+        return kExitUsage;
     }
-    std::error_code error;
-    std::filesystem::create_directories(options.strDirectory, error);
-    if (error) {
-        std::fprintf(stderr, "zndvr record: can't make %s: %s\n", options.strDirectory.c_str(),
-                     error.message().c_str());
-        return 1;
+    DWORD dwRevision = 0;
+    std::vector<tag_BOARDPLAN> boards;
+    if (!InstallInputs(options, dwRevision, boards, strError) || !PrepareStore(options.strDirectory, strError)) {
+        std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
+        CVirtualRack::Clear();
+        return kExitFailure;
     }
-    const int nFileCameras = InstallBoards(options);
-    if (nFileCameras == 0) {
-        std::fprintf(stderr, "zndvr record: a file can't be read as Y4M\n");
-        return 1;
-    }
-    // The virtual boards are of the second generation, which is this revision's.
-    constexpr DWORD dwRevision = STREAM_REVISION_20020219;
-    CRecordHost host(options.strDirectory, dwRevision, options.nSeconds);
-    int nOpened = 0;
-    {
-        CVideo video;
-        if (video.Open(&host, dwRevision) != ZNRET_OK || video.GetBoardNum() < 1) {
-            std::fprintf(stderr, "zndvr record: no board found\n");
-            return 1;
-        }
-        if (video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr) != ZNRET_OK) {
-            std::fprintf(stderr, "zndvr record: board 0 doesn't open\n");
-            return 1;
-        }
-        const int nCameras = nFileCameras > 0 ? nFileCameras : video.GetCameraNum(0);
-        CEncodeParam param;
-        AddWholePictureArea(param, 320, 240);
-        for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
-            if (video.OpenCamera(0, nCamera, &param, nullptr) == ZNRET_OK) {
-                host.AddCamera(nCamera);
-                ++nOpened;
-            }
-        }
-        if (nOpened == 0) {
-            std::fprintf(stderr, "zndvr record: no camera opens\n");
-            return 1;
-        }
-        std::printf("recording %d camera(s) for %d s into %s\n", nOpened, options.nSeconds,
-                    options.strDirectory.c_str());
-        host.Run();
-    }
-    host.CloseFiles();
-    const bool bAllReadBack = PrintSummary(host, dwRevision);
+    const int nExit = Record(options, dwRevision, boards, stopSignals);
     CVirtualRack::Clear();
-    return bAllReadBack ? 0 : 1;
+    return nExit;
 }

@@ -133,7 +133,11 @@ TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
     ASSERT_TRUE(PumpUntil([&] { return host.CountFrames(3) >= 3; }));
     EXPECT_EQ(nInfoHeight, 112);
     EXPECT_GT(host.m_frames.back().dwVideoLen, 0u);
+    // Closing the board closes the cameras its streams still have.
+    const HWND hCamera = board.GetCameraWnd(3);
+    ASSERT_TRUE(IsWindow(hCamera));
     board.Close();
+    EXPECT_FALSE(IsWindow(hCamera));
     board.DestroyWindow();
 }
 
@@ -200,30 +204,44 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
         tag_VIDEOSTANDARD nStandard;
         DWORD dwRevision;
         tag_VideoPort ports[2];
+        int nDeliveredWidth;
+        int nDeliveredHeight;
     } const cases[] = {
-        {320, 240, STANDARD_NTSC, STREAM_REVISION_20020114, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}}},
-        {352, 288, STANDARD_PAL, STREAM_REVISION_20020114, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 704, 288}}},
-        {640, 240, STANDARD_PAL, STREAM_REVISION_20020114, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 640, 240}}},
-        {640, 240, STANDARD_PAL, STREAM_REVISION_20020219, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 704, 288}}},
-        {640, 240, STANDARD_NTSC, STREAM_REVISION_20020114, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}}},
+        {320, 240, STANDARD_NTSC, STREAM_REVISION_20020114, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}},
+         320, 240},
+        {352, 288, STANDARD_PAL, STREAM_REVISION_20020114, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 704, 288}},
+         352, 288},
+        {640, 240, STANDARD_PAL, STREAM_REVISION_20020114, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 640, 240}},
+         640, 240},
+        {640, 240, STANDARD_PAL, STREAM_REVISION_20020219, {{0, 0, 12, 24, 704, 288}, {1, 0, 12, 24, 704, 288}},
+         352, 288},
+        {640, 240, STANDARD_NTSC, STREAM_REVISION_20020219, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}},
+         320, 240},
     };
     CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
     ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    CCaptureWnd refused;
+    ASSERT_TRUE(refused.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
+    EXPECT_FALSE(refused.Open(0, 240, STANDARD_NTSC, 0, STREAM_REVISION_20020114)) << "no width";
+    refused.DestroyWindow();
     for (const auto& c : cases) {
         // Two streams and the first revision's sizes meet only below the facade.
         CCaptureWnd board;
         ASSERT_TRUE(board.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
         ASSERT_TRUE(board.Open(c.nWidth, c.nHeight, c.nStandard, 0, c.dwRevision));
         for (int nStream = 0; nStream < 2; ++nStream) {
-            const tag_VideoPort port = Record(nStream).videoPort;
+            const tag_STREAMRECORD record = Record(nStream);
+            const tag_VideoPort& port = record.videoPort;
             const tag_VideoPort& expected = c.ports[nStream];
             EXPECT_EQ(std::vector<DWORD>({port.dwInput, port.dwFlags, port.dwLeft, port.dwTop, port.dwWidth,
                                           port.dwHeight}),
                       std::vector<DWORD>({expected.dwInput, expected.dwFlags, expected.dwLeft, expected.dwTop,
                                           expected.dwWidth, expected.dwHeight}))
                 << c.nWidth << " x " << c.nHeight << " stream " << nStream;
+            EXPECT_EQ(record.pciPort.dwWidth, static_cast<DWORD>(c.nDeliveredWidth));
+            EXPECT_EQ(record.pciPort.dwHeight, static_cast<DWORD>(c.nDeliveredHeight));
         }
         board.Close();
         board.DestroyWindow();
@@ -247,6 +265,16 @@ TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
     ASSERT_TRUE(PumpUntil([&] { return host.m_frames.size() >= 2; }));
     EXPECT_EQ(host.m_frames[0].nCamera, 5);
     EXPECT_EQ(Record(1).history[0].nCamera, 0);
+    // The camera window is named and numbered by board and board-wide camera.
+    CWnd* pCamera = CWnd::FromHandle(video.m_ppCaptureWnd[0]->GetCameraWnd(5));
+    ASSERT_NE(pCamera, nullptr);
+    char strName[32] = {};
+    pCamera->GetWindowText(strName, sizeof(strName));
+    EXPECT_STREQ(strName, "Camera(0,5)");
+    EXPECT_EQ(pCamera->GetDlgCtrlID(), 105);
+    EXPECT_EQ(pCamera->GetParent(), video.m_ppCaptureWnd[0]);
+    ASSERT_EQ(video.CloseCamera(0, 5), ZNRET_OK);
+    EXPECT_EQ(video.IsCameraStart(0, 5), 0);
 }
 
 TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZero)
@@ -401,11 +429,16 @@ TEST_F(CaptureRoundByHand, FrameOfAClosedCameraGoesOnFromTheCameraServedLast)
 }
 
 // The last channel closed while its read runs: the frame that still arrives finds no
-// channel and stops the stream a second time.
+// channel and stops the stream a second time. Messages for cameras the stream doesn't
+// have change nothing.
 TEST_F(CaptureRoundByHand, FrameAfterTheLastCloseStopsTheStreamAgain)
 {
     Open({2});
     const DWORD dwOrders = Record().dwOrders;
+    // A message naming a camera the stream doesn't have is passed over.
+    Deliver(-1);
+    Deliver(4);
+    EXPECT_EQ(Record().dwOrders, dwOrders);
     Close(2);
     EXPECT_EQ(Record().dwStops, 1u);
     Deliver(2);
