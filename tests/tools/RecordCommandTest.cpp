@@ -1,0 +1,293 @@
+// zndvr record as a user runs it, in a process of its own: arguments that are refused by
+// name, inputs and stores checked before anything is recorded, stop signals and a failing
+// disk that end the run with everything recorded kept, and footage recorded at its own
+// size and speed next to a camera without signal.
+#include "recording/CZnFile.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// How a run of the tool ended and what it printed.
+struct tag_TOOLRUN {
+    int nStatus;  // the exit status, or 128 + the signal that ended it
+    std::string strOut;
+    std::string strErr;
+};
+
+// What a run is to meet: a stop signal sent once the output has shown nLines lines, and
+// a largest file size (0 for none), beyond which writes fail.
+struct tag_RUNEVENTS {
+    int nSignal = 0;
+    int nLines = 0;
+    rlim_t nFileLimit = 0;
+};
+
+std::string ReadAll(int nFd)
+{
+    std::string strText;
+    char buffer[4096];
+    for (ssize_t n; (n = read(nFd, buffer, sizeof(buffer))) > 0;)
+        strText.append(buffer, static_cast<std::size_t>(n));
+    return strText;
+}
+
+tag_TOOLRUN RunTool(const std::vector<std::string>& args, const tag_RUNEVENTS& events = {})
+{
+    int out[2];
+    int err[2];
+    if (pipe(out) != 0 || pipe(err) != 0)
+        return {-1, "", "no pipe"};
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out[1], STDOUT_FILENO);
+        dup2(err[1], STDERR_FILENO);
+        for (int nFd : {out[0], out[1], err[0], err[1]})
+            close(nFd);
+        if (events.nFileLimit != 0) {
+            const rlimit limit{events.nFileLimit, events.nFileLimit};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            // A write past the limit then fails as on a full disk instead of killing.
+            std::signal(SIGXFSZ, SIG_IGN);
+        }
+        std::vector<char*> argv{const_cast<char*>(ZNDVR_TOOL_PATH), const_cast<char*>("record")};
+        for (const std::string& strArg : args)
+            argv.push_back(const_cast<char*>(strArg.c_str()));
+        argv.push_back(nullptr);
+        execv(ZNDVR_TOOL_PATH, argv.data());
+        _exit(127);
+    }
+    close(out[1]);
+    close(err[1]);
+    tag_TOOLRUN run{-1, "", ""};
+    int nLines = 0;
+    bool bSignalled = events.nSignal == 0;
+    char ch = 0;
+    while (read(out[0], &ch, 1) == 1) {
+        run.strOut.push_back(ch);
+        if (ch == '\n' && ++nLines == events.nLines && !bSignalled) {
+            kill(pid, events.nSignal);
+            bSignalled = true;
+        }
+    }
+    run.strErr = ReadAll(err[0]);
+    close(out[0]);
+    close(err[0]);
+    int nWait = 0;
+    waitpid(pid, &nWait, 0);
+    run.nStatus = WIFEXITED(nWait) ? WEXITSTATUS(nWait) : 128 + WTERMSIG(nWait);
+    return run;
+}
+
+// Frames that can be read from a recording file one after the other, or -1 if it can't
+// be opened.
+int CountFrames(const fs::path& file)
+{
+    CZnFile reader;
+    tag_CAMERAINFO info{};
+    if (reader.Open(file.string().c_str(), &info, STREAM_REVISION_20020219, ZNFILE_READ) != 1)
+        return -1;
+    std::vector<BYTE> video(static_cast<std::size_t>(reader.GetVideoWidth()) * reader.GetVideoHeight() * 2);
+    std::vector<BYTE> sound(ZNFRAME_SOUND_BUFFER_SIZE);
+    tag_ZNFRAMEDATA frame{};
+    frame.pVideo = video.data();
+    frame.pSound = sound.data();
+    int nFrames = 0;
+    while (reader.ReadOneFrame(&frame, -1, 0) == 1)
+        ++nFrames;
+    return nFrames;
+}
+
+// The frames each camera got, by the summary's "camera N: F frames" lines.
+std::map<int, int> ReceivedFrames(const std::string& strOut)
+{
+    std::map<int, int> received;
+    std::size_t nPos = 0;
+    while ((nPos = strOut.find("\n  camera ", nPos)) != std::string::npos) {
+        int nCamera = 0;
+        int nFrames = 0;
+        if (std::sscanf(strOut.c_str() + nPos, "\n  camera %d: %d frames", &nCamera, &nFrames) == 2)
+            received[nCamera] = nFrames;
+        ++nPos;
+    }
+    return received;
+}
+
+// The recordings of a store, by camera, oldest run first (names sort by the run).
+std::map<int, std::vector<fs::path>> Recordings(const fs::path& store)
+{
+    std::map<int, std::vector<fs::path>> recordings;
+    for (const fs::directory_entry& entry : fs::directory_iterator(store)) {
+        int nCamera = 0;
+        if (std::sscanf(entry.path().filename().c_str(), "camera%d-", &nCamera) == 1)
+            recordings[nCamera].push_back(entry.path());
+    }
+    for (auto& [nCamera, files] : recordings)
+        std::sort(files.begin(), files.end());
+    return recordings;
+}
+
+// Y4M footage of nFrames frames at 25 a second, each frame one flat luma.
+void WriteFootage(const fs::path& file, int nWidth, int nHeight, int nFrames, int nLuma, int nLumaStep)
+{
+    std::ofstream footage(file, std::ios::binary);
+    footage << "YUV4MPEG2 W" << nWidth << " H" << nHeight << " F25:1 C420jpeg\n";
+    for (int f = 0; f < nFrames; ++f) {
+        footage << "FRAME\n" << std::string(static_cast<std::size_t>(nWidth) * nHeight, static_cast<char>(nLuma + f * nLumaStep))
+                << std::string(static_cast<std::size_t>(nWidth) * nHeight / 2, '\x80');
+    }
+}
+
+class RecordCommand : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_dir = fs::temp_directory_path() / ("zndvr-record-" + std::to_string(getpid()));
+        fs::remove_all(m_dir);
+        fs::create_directories(m_dir);
+    }
+    void TearDown() override { fs::remove_all(m_dir); }
+
+    fs::path m_dir;
+};
+
+TEST_F(RecordCommand, RefusesBadArgumentsByName)
+{
+    const fs::path store = m_dir / "store";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"-s", "1.5"}, "-s '1.5'"},
+        {{"-s", "3x"}, "-s '3x'"},
+        {{"-s", "4294968"}, "-s '4294968'"},
+        {{"-s", "-1"}, "-s '-1'"},
+        {{"--seconds", ""}, "--seconds ''"},
+        {{"-s"}, "-s needs a value"},
+        {{"--bogus"}, "'--bogus'"},
+        {{"-d", ""}, "-d needs a directory"},
+        {{"a.y4m", "b.y4m", "c.y4m", "d.y4m", "e.y4m"}, "at most 4 footage files"},
+    };
+    for (auto [args, strNamed] : cases) {
+        args.insert(args.begin(), {"-d", store.string()});
+        const tag_TOOLRUN run = RunTool(args);
+        EXPECT_EQ(run.nStatus, 2) << strNamed;
+        EXPECT_NE(run.strErr.find(strNamed), std::string::npos) << run.strErr;
+        EXPECT_FALSE(fs::exists(store)) << strNamed;
+    }
+}
+
+// Footage and store are checked before anything is made or recorded; the message names
+// the path and the reason.
+TEST_F(RecordCommand, RefusesInputsAndStoresItCannotUse)
+{
+    const fs::path store = m_dir / "store";
+    const fs::path broken = m_dir / "broken.y4m";
+    std::ofstream(broken) << "YUV4MPEG2 W4 H2 C422\nFRAME\n";
+    const fs::path file = m_dir / "file";
+    std::ofstream(file) << "not a directory";
+    struct {
+        std::vector<std::string> args;
+        std::string strMessage;
+    } const cases[] = {
+        {{"-d", store.string(), (m_dir / "missing.y4m").string()},
+         (m_dir / "missing.y4m").string() + ": No such file or directory"},
+        {{"-d", store.string(), broken.string()}, broken.string() + ": colour space 'C422' is not 8-bit 4:2:0"},
+        {{"-d", (file / "store").string()}, (file / "store").string() + ": can't be made a directory"},
+    };
+    for (const auto& c : cases) {
+        const tag_TOOLRUN run = RunTool(c.args);
+        EXPECT_EQ(run.nStatus, 1);
+        EXPECT_NE(run.strErr.find(c.strMessage), std::string::npos) << run.strErr;
+        EXPECT_EQ(run.strOut, "");
+        EXPECT_FALSE(fs::exists(store));
+    }
+}
+
+// A stop signal at any moment closes cameras and files, so each file holds every frame
+// its camera got; the exit status tells the signal. Runs never replace one another.
+TEST_F(RecordCommand, StopSignalsKeepEverythingRecorded)
+{
+    const fs::path store = m_dir / "store";
+    const tag_RUNEVENTS stops[] = {{SIGINT, 1, 0}, {SIGTERM, 2, 0}, {SIGHUP, 3, 0}};
+    std::vector<std::map<int, int>> runs;
+    for (const tag_RUNEVENTS& stop : stops) {
+        const tag_TOOLRUN run = RunTool({"-s", "0", "-d", store.string()}, stop);
+        EXPECT_EQ(run.nStatus, 128 + stop.nSignal) << run.strOut << run.strErr;
+        EXPECT_NE(run.strOut.find("stopped by signal " + std::to_string(stop.nSignal)), std::string::npos);
+        runs.push_back(ReceivedFrames(run.strOut));
+        EXPECT_EQ(runs.back().size(), 4u) << run.strOut;
+    }
+    const std::map<int, std::vector<fs::path>> recordings = Recordings(store);
+    ASSERT_EQ(recordings.size(), 4u);
+    for (const auto& [nCamera, files] : recordings) {
+        // A run that ended before a camera's first frame left no file of it.
+        std::vector<int> expected;
+        for (const std::map<int, int>& run : runs) {
+            if (run.at(nCamera) > 0)
+                expected.push_back(run.at(nCamera));
+        }
+        std::vector<int> stored;
+        for (const fs::path& file : files)
+            stored.push_back(CountFrames(file));
+        EXPECT_EQ(stored, expected) << "camera " << nCamera;
+    }
+}
+
+// Footage of 352 x 288 gets a board of its own and is recorded at that size and standard;
+// black footage is a camera without signal, which is reported and fails nothing.
+TEST_F(RecordCommand, FootageKeepsItsSizeAndSpeedAndNoSignalIsNoFailure)
+{
+    const fs::path cif = m_dir / "cif.y4m";
+    const fs::path black = m_dir / "black.y4m";
+    WriteFootage(cif, 352, 288, 5, 60, 30);
+    WriteFootage(black, 176, 144, 1, 16, 0);
+    const tag_TOOLRUN run = RunTool({"-s", "2", "-d", (m_dir / "store").string(), cif.string(), black.string()});
+    EXPECT_EQ(run.nStatus, 0) << run.strOut << run.strErr;
+    EXPECT_NE(run.strOut.find(" a second, 0 without signal"), std::string::npos) << run.strOut;
+    EXPECT_NE(run.strOut.find("no video signal"), std::string::npos) << run.strOut;
+    const std::map<int, std::vector<fs::path>> recordings = Recordings(m_dir / "store");
+    ASSERT_EQ(recordings.size(), 2u);
+    CZnFile reader;
+    tag_CAMERAINFO info{};
+    ASSERT_EQ(reader.Open(recordings.at(0)[0].string().c_str(), &info, STREAM_REVISION_20020114, ZNFILE_READ), 1);
+    EXPECT_EQ(reader.GetVideoWidth(), 352);
+    EXPECT_EQ(reader.GetVideoHeight(), 288);
+    EXPECT_EQ(reader.GetVideoStandard(), STANDARD_PAL);
+}
+
+// A disk that refuses a block ends the run cleanly: the failure names the file, and each
+// file keeps what was stored and reads back.
+TEST_F(RecordCommand, FullDiskEndsTheRunAndKeepsWhatWasStored)
+{
+    const fs::path footage = m_dir / "footage.y4m";
+    WriteFootage(footage, 176, 144, 50, 40, 4);
+    const fs::path store = m_dir / "store";
+    tag_RUNEVENTS events;
+    events.nFileLimit = 16 * 1024;
+    const tag_TOOLRUN run = RunTool({"-s", "20", "-d", store.string(), footage.string()}, events);
+    EXPECT_EQ(run.nStatus, 1) << run.strOut << run.strErr;
+    EXPECT_NE(run.strErr.find("recording stops"), std::string::npos) << run.strErr;
+    EXPECT_EQ(run.strOut.find(" 20s "), std::string::npos) << "the run ended early";
+    // Each file opens and holds what the summary says it holds.
+    for (const auto& [nCamera, files] : Recordings(store)) {
+        ASSERT_EQ(files.size(), 1u);
+        const std::size_t nLine = run.strOut.find(files[0].string() + ": ");
+        ASSERT_NE(nLine, std::string::npos) << run.strOut;
+        EXPECT_EQ(CountFrames(files[0]), std::atoi(run.strOut.c_str() + nLine + files[0].string().size() + 2));
+    }
+}
+
+} // namespace
