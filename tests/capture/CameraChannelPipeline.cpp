@@ -139,30 +139,6 @@ TEST_F(CameraChannelPipeline, LostSignalSkipsTheEncoderAndItsReturnIsAKeyFrame)
     EXPECT_EQ(m_host.m_frames[nLost + 1].wFrameType, ZNFRAME_P);
 }
 
-TEST_F(CameraChannelPipeline, AnalysisOnlyModeSendsUncodedKeyRecordsAndBackToCodingStartsWithAKeyFrame)
-{
-    OpenBoard(SOURCE_SYNTHETIC);
-    CEncodeParam param;
-    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
-    ASSERT_TRUE(PumpFrames(5));
-    ASSERT_EQ(m_video.SetEncodeMode(0, 0, 1), ZNRET_OK);
-    ASSERT_TRUE(PumpFrames(7));
-    EXPECT_EQ(m_host.m_frames[5].wFrameType, ZNFRAME_P);
-    ASSERT_EQ(m_video.SetEncodeMode(0, 0, 0), ZNRET_OK);
-    const std::size_t nOff = m_host.m_frames.size();
-    ASSERT_TRUE(PumpFrames(nOff + 5));
-    for (std::size_t i = nOff; i < m_host.m_frames.size(); ++i) {
-        EXPECT_EQ(m_host.m_frames[i].dwVideoLen, 0u) << i;
-        EXPECT_EQ(m_host.m_frames[i].wFrameType, ZNFRAME_I) << i;
-    }
-    ASSERT_EQ(m_video.SetEncodeMode(0, 0, 1), ZNRET_OK);
-    const std::size_t nOn = m_host.m_frames.size();
-    ASSERT_TRUE(PumpFrames(nOn + 2));
-    EXPECT_EQ(m_host.m_frames[nOn].wFrameType, ZNFRAME_I);
-    EXPECT_GT(m_host.m_frames[nOn].dwVideoLen, 100u);
-    EXPECT_EQ(m_host.m_frames[nOn + 1].wFrameType, ZNFRAME_P);
-}
-
 TEST_F(CameraChannelPipeline, SettingsTakeEffectBetweenFrames)
 {
     OpenBoard(SOURCE_STILL);
@@ -255,7 +231,7 @@ TEST_F(CameraChannelPipeline, EachSettingOperationStoresItsOwnSetting)
 }
 
 // The key-frame cycle restarts when coding is switched off or on, by either operation,
-// and not when the mode is set to what it is.
+// and not when the mode is set to what it is; analysing only sends uncoded records.
 TEST_F(CameraChannelPipeline, ModeChangesRestartTheKeyFrameCycle)
 {
     OpenBoard(SOURCE_STILL);
@@ -277,10 +253,13 @@ TEST_F(CameraChannelPipeline, ModeChangesRestartTheKeyFrameCycle)
     EXPECT_EQ(NextFrame().wFrameType, ZNFRAME_I);
     EXPECT_EQ(NextFrame().wFrameType, ZNFRAME_P);
 
+    // Analysing only, every record is an uncoded key record.
     ASSERT_EQ(m_video.SetEncodeMode(0, 0, 0), ZNRET_OK);
-    frame = NextFrame();
-    EXPECT_EQ(frame.wFrameType, ZNFRAME_I);
-    EXPECT_EQ(frame.dwVideoLen, 0u);
+    for (int i = 0; i < 2; ++i) {
+        frame = NextFrame();
+        EXPECT_EQ(frame.wFrameType, ZNFRAME_I);
+        EXPECT_EQ(frame.dwVideoLen, 0u);
+    }
     ASSERT_EQ(m_video.SetEncodeMode(0, 0, 1), ZNRET_OK);
     frame = NextFrame();
     EXPECT_EQ(frame.wFrameType, ZNFRAME_I);
