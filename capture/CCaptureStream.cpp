@@ -25,9 +25,11 @@ constexpr int kFixedHeightPal = 288;
 // The pattern of a failed stream-1 read: the same four luma bytes in lines 2 to 9.
 constexpr int kPatternFirstLine = 2;
 constexpr int kPatternLastLine = 9;
-constexpr int kPatternOffsetsPal[] = {197, 199, 339, 341};
-constexpr int kPatternOffsetsNtsc[] = {197, 199, 333, 335};
-constexpr BYTE kPatternValues[] = {0x27, 0x28, 0x20, 0x20};
+// Four bytes of each line, at offsets in rising order.
+constexpr int kPatternBytes = 4;
+constexpr int kPatternOffsetsPal[kPatternBytes] = {197, 199, 339, 341};
+constexpr int kPatternOffsetsNtsc[kPatternBytes] = {197, 199, 333, 335};
+constexpr BYTE kPatternValues[kPatternBytes] = {0x27, 0x28, 0x20, 0x20};
 
 // The input window of tag_VideoPort per standard.
 constexpr DWORD kPortLeft = 12;
@@ -306,11 +308,11 @@ bool CCaptureStream::IsFaultPattern(const BYTE* pFrame, int nWidth, int nHeight,
 {
     const int* pOffsets = nStandard == STANDARD_PAL ? kPatternOffsetsPal : kPatternOffsetsNtsc;
     const DWORD dwLine = static_cast<DWORD>(nWidth) * 2;
-    if (dwLine <= static_cast<DWORD>(pOffsets[3]) || nHeight <= kPatternLastLine)
+    if (dwLine <= static_cast<DWORD>(pOffsets[kPatternBytes - 1]) || nHeight <= kPatternLastLine)
         return false;
     for (int nLine = kPatternFirstLine; nLine <= kPatternLastLine; ++nLine) {
         const BYTE* pLine = pFrame + nLine * dwLine;
-        for (int k = 0; k < 4; ++k) {
+        for (int k = 0; k < kPatternBytes; ++k) {
             if (pLine[pOffsets[k]] != kPatternValues[k])
                 return false;
         }

@@ -84,10 +84,10 @@ TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
 }
 
 // The pattern of a failed stream-1 read: four luma bytes, at places that depend on the
-// standard, in each of lines 2 to 9; a single difference makes a picture of it.
+// standard, in each of lines 2 to 9; a single difference makes a picture of it, and a
+// frame whose lines are too short to hold it never shows it.
 TEST(CaptureStreamPicture, FaultPatternIsFourLumaBytesInLinesTwoToNine)
 {
-    constexpr int kWidth = 320;
     constexpr int kHeight = 12;
     const struct {
         tag_VIDEOSTANDARD nStandard;
@@ -95,21 +95,28 @@ TEST(CaptureStreamPicture, FaultPatternIsFourLumaBytesInLinesTwoToNine)
     } patterns[] = {{STANDARD_NTSC, {197, 199, 333, 335}}, {STANDARD_PAL, {197, 199, 339, 341}}};
     const BYTE byValues[4] = {0x27, 0x28, 0x20, 0x20};
     for (const auto& pattern : patterns) {
-        std::vector<BYTE> frame(kWidth * kHeight * 2, 0x80);
-        for (int nLine = 2; nLine <= 9; ++nLine) {
-            for (int k = 0; k < 4; ++k)
-                frame[nLine * kWidth * 2 + pattern.nOffsets[k]] = byValues[k];
-        }
+        const auto patterned = [&](int nWidth) {
+            std::vector<BYTE> frame(nWidth * (kHeight + 1) * 2, 0x80);
+            for (int nLine = 2; nLine <= 9; ++nLine) {
+                for (int k = 0; k < 4; ++k)
+                    frame[nLine * nWidth * 2 + pattern.nOffsets[k]] = byValues[k];
+            }
+            return frame;
+        };
+        // The narrowest even width whose lines hold the last byte, and the next narrower.
+        const int nFits = (pattern.nOffsets[3] / 2 + 2) & ~1;
         const tag_VIDEOSTANDARD nOther = pattern.nStandard == STANDARD_PAL ? STANDARD_NTSC : STANDARD_PAL;
-        EXPECT_TRUE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, kHeight, pattern.nStandard));
-        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, kHeight, nOther));
-        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), 160, kHeight, pattern.nStandard)) << "too narrow";
-        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, 9, pattern.nStandard)) << "too short";
+        EXPECT_TRUE(CCaptureStream::IsFaultPattern(patterned(nFits).data(), nFits, kHeight, pattern.nStandard));
+        EXPECT_FALSE(CCaptureStream::IsFaultPattern(patterned(nFits - 2).data(), nFits - 2, kHeight, pattern.nStandard));
+        std::vector<BYTE> frame = patterned(320);
+        EXPECT_TRUE(CCaptureStream::IsFaultPattern(frame.data(), 320, kHeight, pattern.nStandard));
+        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), 320, kHeight, nOther));
+        EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), 320, 9, pattern.nStandard)) << "too short";
         for (int nLine = 2; nLine <= 9; ++nLine) {
             for (int k = 0; k < 4; ++k) {
-                BYTE& byPatterned = frame[nLine * kWidth * 2 + pattern.nOffsets[k]];
+                BYTE& byPatterned = frame[nLine * 320 * 2 + pattern.nOffsets[k]];
                 ++byPatterned;
-                EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), kWidth, kHeight, pattern.nStandard))
+                EXPECT_FALSE(CCaptureStream::IsFaultPattern(frame.data(), 320, kHeight, pattern.nStandard))
                     << "line " << nLine << " byte " << pattern.nOffsets[k];
                 --byPatterned;
             }
