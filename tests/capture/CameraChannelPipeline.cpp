@@ -141,19 +141,28 @@ TEST_F(CameraChannelPipeline, LostSignalSkipsTheEncoderAndItsReturnIsAKeyFrame)
 
 TEST_F(CameraChannelPipeline, SettingsTakeEffectBetweenFrames)
 {
-    OpenBoard(SOURCE_STILL);
+    OpenBoard(SOURCE_SYNTHETIC);
     CEncodeParam param;
     param.m_nQi = 2;
     ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
-    ASSERT_TRUE(PumpFrames(3));
+    const auto predictedBytes = [this](std::size_t nFirst) {
+        DWORD dwBytes = 0;
+        for (std::size_t i = nFirst; i < nFirst + 8; ++i)
+            dwBytes += m_host.m_frames[i].dwVideoLen;
+        return dwBytes;
+    };
+    ASSERT_TRUE(PumpFrames(9));
     const DWORD dwFineKey = m_host.m_frames[0].dwVideoLen;
-    // 40 is above the encoder's range: it codes at 31, and the setting stays 40.
+    const DWORD dwFinePredicted = predictedBytes(1);
+    // 40 is above the encoder's range: it codes at 31, and the setting stays 40. The
+    // quantiser of the setting codes predicted frames too.
     ASSERT_EQ(m_video.SetQi(0, 0, 40), ZNRET_OK);
     ASSERT_EQ(m_video.ResetEncodeSeq(0, 0), ZNRET_OK);
     const std::size_t nReset = m_host.m_frames.size();
-    ASSERT_TRUE(PumpFrames(nReset + 2));
+    ASSERT_TRUE(PumpFrames(nReset + 9));
     EXPECT_EQ(m_host.m_frames[nReset].wFrameType, ZNFRAME_I);
     EXPECT_LT(m_host.m_frames[nReset].dwVideoLen * 2, dwFineKey);
+    EXPECT_LT(predictedBytes(nReset + 1) * 2, dwFinePredicted);
     // The sensitivity is stored as given and held to its range when a frame is coded.
     ASSERT_EQ(m_video.SetCheckSen(0, 0, 40), ZNRET_OK);
     CEncodeParam current;
