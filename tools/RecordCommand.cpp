@@ -7,6 +7,7 @@
 // closed before the files, so that the block that was collecting reaches the disk, and
 // every file is read back and summed up.
 #include "Commands.h"
+#include "RecordSound.h"
 #include "StopSignals.h"
 
 #include "capture/CEncodeParam.h"
@@ -56,7 +57,7 @@ constexpr int kExitUsage = 2;
 // After a stop signal the exit status is the shell's for a death by that signal.
 constexpr int kExitSignalBase = 128;
 
-constexpr char kUsage[] = "usage: zndvr record [-s SECONDS] [-d DIR] [FOOTAGE.y4m...]";
+constexpr char kUsage[] = "usage: zndvr record [-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [FOOTAGE.y4m...]";
 
 // ---- Options ----------------------------------------------------------------------
 
@@ -64,6 +65,9 @@ struct tag_RECORDOPTIONS {
     long nSeconds = kDefaultSeconds;
     std::string strDirectory = kDefaultDirectory;
     std::vector<std::string> footageFiles;
+    bool bSound = false;
+    // The wave-in device every camera records from; empty for a virtual microphone each.
+    std::string strSoundDevice;
 };
 
 // A whole decimal number from nMin to nMax with nothing before or after it.
@@ -84,7 +88,10 @@ bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options, std::
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string strArg = args[i];
         const bool bSeconds = strArg == "-s" || strArg == "--seconds";
-        if (bSeconds || strArg == "-d" || strArg == "--dir") {
+        const bool bDevice = strArg == "--sound-device";
+        if (strArg == "--sound") {
+            options.bSound = true;
+        } else if (bSeconds || bDevice || strArg == "-d" || strArg == "--dir") {
             if (i + 1 == args.size()) {
                 strError = strArg + " needs a value";
                 return false;
@@ -96,11 +103,15 @@ bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options, std::
                 return false;
             }
             if (!bSeconds && strValue.empty()) {
-                strError = strArg + " needs a directory";
+                strError = strArg + (bDevice ? " needs a device name" : " needs a directory");
                 return false;
             }
-            if (!bSeconds)
+            if (bDevice) {
+                options.bSound = true;
+                options.strSoundDevice = strValue;
+            } else if (!bSeconds) {
                 options.strDirectory = strValue;
+            }
         } else if (strArg.size() > 1 && strArg[0] == '-') {
             strError = "unknown option '" + strArg + "'";
             return false;
@@ -117,9 +128,10 @@ bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options, std::
 
 // ---- Inputs and store -------------------------------------------------------------
 
-// One board to open and the frame size it runs at.
+// One board to open, the frame size it runs at and the cameras it records.
 struct tag_BOARDPLAN {
     tag_FRAMESIZE nSize;
+    int nCameras;
     // The footage its cameras show, or empty for the drawn scenes of the default rack.
     std::string strFootage;
 };
@@ -132,7 +144,7 @@ bool InstallInputs(const tag_RECORDOPTIONS& options, DWORD& dwRevision, std::vec
     if (options.footageFiles.empty()) {
         CVirtualRack::InstallDefault();
         dwRevision = kRackRevision;
-        boards.push_back({kRackFrameSize, ""});
+        boards.push_back({kRackFrameSize, CVirtualRack::GetBoard(0)->GetVersion().GetChannels(), ""});
         return true;
     }
     CVirtualRack::Clear();
@@ -152,7 +164,7 @@ bool InstallInputs(const tag_RECORDOPTIONS& options, DWORD& dwRevision, std::vec
             strError = strReason.substr(strReason.find(strFile));
             return false;
         }
-        boards.push_back({CVirtualRack::GetBoard(nDevice)->GetCameraFrameSize(0, dwRevision), strFile});
+        boards.push_back({CVirtualRack::GetBoard(nDevice)->GetCameraFrameSize(0, dwRevision), 1, strFile});
     }
     return true;
 }
@@ -334,7 +346,7 @@ void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
 // Opens the boards and cameras of the plan and a new file for each camera; false with
 // what failed. The files of cameras opened so far stay open for the caller to close.
 bool OpenCameras(CVideo& video, CRecordHost& host, DWORD dwRevision, const std::vector<tag_BOARDPLAN>& boards,
-                 const std::string& strDirectory, std::string& strError)
+                 const std::string& strDirectory, const std::vector<DWORD>& soundDevices, std::string& strError)
 {
     if (video.Open(&host, dwRevision) != ZNRET_OK || video.GetBoardNum() < static_cast<int>(boards.size())) {
         strError = "the virtual boards aren't found";
@@ -351,8 +363,7 @@ bool OpenCameras(CVideo& video, CRecordHost& host, DWORD dwRevision, const std::
         }
         CEncodeParam param;
         AddWholePictureArea(param, info.nWidth, info.nHeight);
-        const int nCameras = boards[nBoard].strFootage.empty() ? video.GetCameraNum(nBoard) : 1;
-        for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
+        for (int nCamera = 0; nCamera < boards[nBoard].nCameras; ++nCamera) {
             tag_CAMERARECORDING recording;
             recording.nBoard = nBoard;
             recording.nCamera = info.nCamera = nCamera;
@@ -366,6 +377,11 @@ bool OpenCameras(CVideo& video, CRecordHost& host, DWORD dwRevision, const std::
                 strError = recording.strFile + ": can't be made";
                 return false;
             }
+            // With sound, the cameras in the order of the plan record the devices chosen for them.
+            const std::size_t nIndex = host.m_cameras.size();
+            param.m_bEncodeSound = nIndex < soundDevices.size() ? 1 : 0;
+            if (param.m_bEncodeSound)
+                param.m_dwSoundDev = soundDevices[nIndex];
             host.m_cameras.push_back(std::move(recording));
             if (video.OpenCamera(nBoard, nCamera, &param, nullptr) != ZNRET_OK) {
                 strError = "camera " + std::to_string(nCamera) + " of board " + std::to_string(nBoard) +
@@ -406,6 +422,8 @@ struct tag_READBACK {
     DWORD dwBlocks = 0;
     DWORD dwWithVideo = 0;
     DWORD dwDecoded = 0;
+    // The sound code of the frames, in order.
+    std::vector<BYTE> sound;
 };
 
 // Reads every frame of a recording and decodes those that have a picture.
@@ -431,6 +449,8 @@ tag_READBACK ReadBack(const std::string& strFile, DWORD dwRevision)
     frame.pSound = sound.data();
     while (reader.ReadOneFrame(&frame, -1, 0) == 1) {
         ++result.dwFrames;
+        if ((frame.wFlags & ZNFRAME_SOUND) != 0)
+            result.sound.insert(result.sound.end(), frame.pSound, frame.pSound + frame.dwSoundLen);
         if ((frame.wFlags & ZNFRAME_LOST) != 0 || frame.dwVideoLen == 0)
             continue;
         ++result.dwWithVideo;
@@ -442,12 +462,14 @@ tag_READBACK ReadBack(const std::string& strFile, DWORD dwRevision)
 }
 
 // Prints what each camera recorded and what its file holds; true when every frame the
-// file took is in it and every picture in it decodes. A camera without signal is
-// reported as such and is no failure: its frames carry no picture by design.
-bool PrintSummary(const CRecordHost& host, DWORD dwRevision)
+// file took is in it and every picture in it decodes, and, with sound, when some camera
+// has sound and each virtual microphone's sound decodes to its signal. A camera without
+// signal is reported as such and is no failure: its frames carry no picture by design.
+bool PrintSummary(const CRecordHost& host, DWORD dwRevision, const tag_RECORDOPTIONS& options)
 {
     const double dSeconds = host.GetElapsed() / 1000.0;
     bool bAllKept = true;
+    bool bAnySound = false;
     std::printf("\nsummary, %.1f s:\n", dSeconds);
     for (const tag_CAMERARECORDING& recording : host.m_cameras) {
         const DWORD dwSpan = recording.dwLastStamp - recording.dwFirstStamp;
@@ -474,13 +496,22 @@ bool PrintSummary(const CRecordHost& host, DWORD dwRevision)
                     static_cast<unsigned long>(file.dwWithVideo));
         const bool bAllFrames = recording.bWriteFailed || file.dwFrames == recording.dwTaken;
         bAllKept = bAllKept && bAllFrames && file.dwDecoded == file.dwWithVideo;
+        if (options.bSound) {
+            std::string strSound;
+            bAllKept = DescribeRecordedSound(recording.nName, options.strSoundDevice.empty(), file.sound, strSound) &&
+                       bAllKept;
+            bAnySound = bAnySound || !file.sound.empty();
+            std::printf("    %s\n", strSound.c_str());
+        }
     }
-    return bAllKept;
+    if (options.bSound && !bAnySound)
+        std::printf("  no camera recorded sound\n");
+    return bAllKept && (bAnySound || !options.bSound);
 }
 
 // Records with the checked inputs; the exit status.
 int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector<tag_BOARDPLAN>& boards,
-           CStopSignals& stopSignals)
+           const std::vector<DWORD>& soundDevices, CStopSignals& stopSignals)
 {
     CRecordHost host(options.nSeconds);
     int nSignal = 0;
@@ -488,7 +519,7 @@ int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector
     {
         CVideo video;
         std::string strError;
-        bOpened = OpenCameras(video, host, dwRevision, boards, options.strDirectory, strError);
+        bOpened = OpenCameras(video, host, dwRevision, boards, options.strDirectory, soundDevices, strError);
         if (!bOpened) {
             std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
         } else {
@@ -506,7 +537,7 @@ int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector
         return kExitFailure;
     if (nSignal != 0)
         std::printf("stopped by signal %d (%s)\n", nSignal, strsignal(nSignal));
-    const bool bAllKept = PrintSummary(host, dwRevision);
+    const bool bAllKept = PrintSummary(host, dwRevision, options);
     if (host.HasWriteFailed() || !bClosed || !bAllKept)
         return kExitFailure;
     return nSignal != 0 ? kExitSignalBase + nSignal : 0;
@@ -527,12 +558,18 @@ int RunRecordCommand(std::span<char* const> args)
     }
     DWORD dwRevision = 0;
     std::vector<tag_BOARDPLAN> boards;
-    if (!InstallInputs(options, dwRevision, boards, strError) || !PrepareStore(options.strDirectory, strError)) {
+    std::vector<DWORD> soundDevices;
+    int nCameras = 0;
+    bool bReady = InstallInputs(options, dwRevision, boards, strError);
+    for (const tag_BOARDPLAN& board : boards)
+        nCameras += board.nCameras;
+    bReady = bReady && (!options.bSound || ChooseSoundDevices(options.strSoundDevice, nCameras, soundDevices, strError));
+    if (!bReady || !PrepareStore(options.strDirectory, strError)) {
         std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
         CVirtualRack::Clear();
         return kExitFailure;
     }
-    const int nExit = Record(options, dwRevision, boards, stopSignals);
+    const int nExit = Record(options, dwRevision, boards, soundDevices, stopSignals);
     CVirtualRack::Clear();
     return nExit;
 }
