@@ -161,7 +161,8 @@ bool InstallInputs(const tag_RECORDOPTIONS& options, DWORD& dwRevision, std::vec
         const int nDevice = CVirtualRack::InstallBoard(board, &strReason);
         if (nDevice < 0) {
             // The rack names the camera first; here each file is a board of its own.
-            strError = strReason.substr(strReason.find(strFile));
+            const std::size_t nFile = strReason.find(strFile);
+            strError = nFile == std::string::npos ? strReason : strReason.substr(nFile);
             return false;
         }
         boards.push_back({CVirtualRack::GetBoard(nDevice)->GetCameraFrameSize(0, dwRevision), 1, strFile});
@@ -528,7 +529,8 @@ int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector
             std::printf("recording %zu camera(s) %s into %s\n", host.m_cameras.size(), strHowLong.c_str(),
                         options.strDirectory.c_str());
             std::fflush(stdout);
-            stopSignals.Watch(WM_ZNREC_STOP);
+            if (!stopSignals.Watch(WM_ZNREC_STOP))
+                std::fprintf(stderr, "zndvr record: stop signals can't be watched; the run ends with its time\n");
             nSignal = host.Run();
         }
     }
