@@ -243,7 +243,7 @@ void CCameraWnd::DeliverLostFrame(DWORD dwTime)
     m_pFrameData->dwVideoLen = 0;
     AttachSound();
     AdvanceCadence();
-    FillRecord(1);
+    FillRecord();
     m_nStatus = CAMSTATUS_HOST;
     SendToHost();
 }
@@ -288,7 +288,7 @@ LRESULT CCameraWnd::OnEncoded(WPARAM, LPARAM)
     m_nStatus = CAMSTATUS_HOST;
     m_pFrameData->wFlags = m_pParam->AnalyseMotion(m_dwRevision, m_areaMoveTest) ? ZNFRAME_ALARM : 0;
     AttachSound();
-    FillRecord(0);
+    FillRecord();
     SendToHost();
     return 0;
 }
@@ -346,9 +346,9 @@ LRESULT CCameraWnd::OnWaveInData(WPARAM hWaveIn, LPARAM pHdr)
     return 0;
 }
 
-void CCameraWnd::FillRecord(int bVideoLost)
+// The signal flag was set when the frame arrived.
+void CCameraWnd::FillRecord()
 {
-    m_pRecord->bVideoLost = bVideoLost;
     m_pRecord->pInfo = &m_Info;
     m_pRecord->pData = m_pFrameData;
     m_pRecord->pRaw = m_pFrame;

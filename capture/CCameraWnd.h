@@ -73,7 +73,7 @@ private:
     void AttachSound();
     void OpenSound();
     void CloseSound();
-    void FillRecord(int bVideoLost);
+    void FillRecord();
     void SendToHost();
     void FreeBuffers();
 

@@ -28,6 +28,7 @@ protected:
     void CheckStampAndMoveClock(const tag_ZNCAPTUREFRAME* pFrame)
     {
         EXPECT_EQ(pFrame->pData->dwTimeStamp, m_clock.GetTime());
+        EXPECT_NE(pFrame->pParam, nullptr);
         m_clock.Advance(40);
     }
 
@@ -296,9 +297,11 @@ TEST_F(CameraChannelPipeline, SignalIsTestedAtTheDeliveredSize)
 
 TEST_F(CameraChannelPipeline, EncoderThatRefusesTheSizeLeavesTheCameraClosed)
 {
+    CCameraWnd unboarded;
+    CEncodeParam param;
+    EXPECT_EQ(unboarded.Open(0, nullptr, &param, STREAM_REVISION_20020114), 0);
     // A first-revision size on a second-revision board: the encoder knows no such size.
     OpenBoard(SOURCE_SYNTHETIC, FRAMESIZE_240X176, 2);
-    CEncodeParam param;
     EXPECT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_FAILED);
     EXPECT_EQ(m_video.IsCameraStart(0, 0), 0);
     EXPECT_FALSE(CVirtualRack::GetBoard(0)->GetStreamRecord(0).bStarted);
@@ -369,6 +372,13 @@ TEST_F(CameraChannelMotion, AreasSetDuringCaptureAreScaledToTheFrameSizeAndClear
     ASSERT_EQ(m_video.SetMask(0, 0, nullptr), ZNRET_OK);
     ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
     EXPECT_EQ(current.m_MaskList.GetCount(), 0);
+    // Parameters given whole bring their areas, which move into the channel.
+    CEncodeParam withArea;
+    withArea.AddMaskInfo(&area, 176, 144);
+    ASSERT_EQ(m_video.SetEncodeParam(0, 0, &withArea), ZNRET_OK);
+    EXPECT_EQ(withArea.m_MaskList.GetCount(), 0);
+    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
+    EXPECT_EQ(current.m_MaskList.GetCount(), 1);
 }
 
 TEST_F(CameraChannelMotion, AreaOfNoStoredSizeIsTakenUnscaledAndCaptureGoesOn)

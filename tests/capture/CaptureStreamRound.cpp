@@ -69,6 +69,7 @@ TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
     board.GetVideoSize(&nWidth, &nHeight, &nStandard);
     EXPECT_EQ(nHeight, 112);
     CEncodeParam param;
+    ASSERT_TRUE(board.OpenCamera(2, &param));
     ASSERT_TRUE(board.OpenCamera(3, &param));
     int nInfoHeight = 0;
     host.m_pfnOnFrame = [&](HWND, tag_ZNCAPTUREFRAME* pFrame) { nInfoHeight = pFrame->pInfo->nHeight; };
@@ -76,10 +77,10 @@ TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
     EXPECT_EQ(nInfoHeight, 112);
     EXPECT_GT(host.m_frames.back().dwVideoLen, 0u);
     // Closing the board closes the cameras its streams still have.
-    const HWND hCamera = board.GetCameraWnd(3);
-    ASSERT_TRUE(IsWindow(hCamera));
+    const HWND hCameras[] = {board.GetCameraWnd(2), board.GetCameraWnd(3)};
     board.Close();
-    EXPECT_FALSE(IsWindow(hCamera));
+    for (HWND hCamera : hCameras)
+        EXPECT_FALSE(IsWindow(hCamera));
     board.DestroyWindow();
 }
 
@@ -156,6 +157,9 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
     CCaptureWnd refused;
     ASSERT_TRUE(refused.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
     EXPECT_FALSE(refused.Open(0, 240, STANDARD_NTSC, 0, STREAM_REVISION_20020114)) << "no width";
+    EXPECT_FALSE(refused.Open(320, 0, STANDARD_NTSC, 0, STREAM_REVISION_20020114)) << "no height";
+    EXPECT_TRUE(refused.Open(2, 1, STANDARD_NTSC, 0, STREAM_REVISION_20020114)) << "the smallest picture";
+    refused.Close();
     refused.DestroyWindow();
     for (const auto& c : cases) {
         // Two streams and the first revision's sizes meet only below the facade.
@@ -171,8 +175,10 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
                       std::vector<DWORD>({expected.dwInput, expected.dwFlags, expected.dwLeft, expected.dwTop,
                                           expected.dwWidth, expected.dwHeight}))
                 << c.nWidth << " x " << c.nHeight << " stream " << nStream;
-            EXPECT_EQ(record.pciPort.dwWidth, static_cast<DWORD>(c.nDeliveredWidth));
-            EXPECT_EQ(record.pciPort.dwHeight, static_cast<DWORD>(c.nDeliveredHeight));
+            const tag_PciPort& pci = record.pciPort;
+            EXPECT_EQ(std::vector<DWORD>({pci.dwBase, pci.dwLeft, pci.dwTop, pci.dwWidth, pci.dwHeight}),
+                      std::vector<DWORD>({0, 0, 0, static_cast<DWORD>(c.nDeliveredWidth),
+                                          static_cast<DWORD>(c.nDeliveredHeight)}));
         }
         board.Close();
         board.DestroyWindow();
@@ -252,12 +258,14 @@ protected:
         --m_nOpen;
     }
 
-    // The read of nCamera has ended; the channels then do all they can.
-    void Deliver(int nCamera)
+    // The read of nCamera has ended; the channels then do all they can. The stream's
+    // answer: 1 when it ordered the next read, 0 when it ordered none.
+    LRESULT Deliver(int nCamera)
     {
-        ::SendMessage(m_hCapture, WM_ZN_FRAME, 0, nCamera);
+        const LRESULT nResult = ::SendMessage(m_hCapture, WM_ZN_FRAME, 0, nCamera);
         // The stream's driver thread and an encoder thread per open camera.
-        ASSERT_TRUE(SettleThreads(1 + m_nOpen));
+        EXPECT_TRUE(SettleThreads(1 + m_nOpen));
+        return nResult;
     }
 
     tag_STREAMRECORD Record() { return CVirtualRack::GetBoard(0)->GetStreamRecord(0); }
@@ -288,9 +296,9 @@ TEST_F(CaptureRoundByHand, OrdersNameTheCamerasThatFollow)
     ExpectOrder(Record(), 1, 1, 1);
     Close(1);
     Open({0, 2});
-    Deliver(0);
+    EXPECT_EQ(Deliver(0), 1);
     ExpectOrder(Record(), 2, 0, 2);
-    Deliver(2);
+    EXPECT_EQ(Deliver(2), 1);
     ExpectOrder(Record(), 0, 2, 0);
     EXPECT_EQ(m_host.CountFrames(0), 1);
     EXPECT_EQ(m_host.CountFrames(2), 1);
@@ -315,7 +323,7 @@ TEST_F(CaptureRoundByHand, RoundWaitsForTheChannelServedLast)
     ASSERT_EQ(m_host.m_frames.size(), 1u);
     ExpectOrder(Record(), 1, 0, 1);
     Deliver(1);
-    Deliver(1);
+    EXPECT_EQ(Deliver(1), 1);
     EXPECT_EQ(m_host.m_frames.size(), 1u);
     ExpectOrder(Record(), 1, 1, 1);
     m_host.m_bHold = false;
@@ -337,7 +345,7 @@ TEST_F(CaptureRoundByHand, BusyChannelGetsNoFrameWhileItsHostServesMessages)
         if (bNested || pFrame->pInfo->nCamera != 0)
             return;
         bNested = true;
-        ::SendMessage(m_hCapture, WM_ZN_FRAME, 0, 0);
+        EXPECT_EQ(::SendMessage(m_hCapture, WM_ZN_FRAME, 0, 0), 1);
         EXPECT_EQ(m_host.CountFrames(0), 1);
         ExpectOrder(Record(), 0, 0, 0);
     };
@@ -368,14 +376,14 @@ TEST_F(CaptureRoundByHand, FirstCameraStartsTheStreamAndTheLastStopsIt)
     Open({0, 2});
     EXPECT_EQ(Record().dwStarts, 1u);
     const DWORD dwOrders = Record().dwOrders;
-    Deliver(-1);
-    Deliver(4);
+    EXPECT_EQ(Deliver(-1), 0);
+    EXPECT_EQ(Deliver(4), 0);
     EXPECT_EQ(Record().dwOrders, dwOrders);
     Close(0);
     EXPECT_TRUE(Record().bStarted);
     Close(2);
     EXPECT_EQ(Record().dwStops, 1u);
-    Deliver(2);
+    EXPECT_EQ(Deliver(2), 0);
     EXPECT_EQ(Record().dwStops, 2u);
     EXPECT_EQ(Record().dwOrders, dwOrders);
     EXPECT_TRUE(m_host.m_frames.empty());
