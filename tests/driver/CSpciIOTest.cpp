@@ -136,7 +136,8 @@ TEST_F(DeviceTest, GenerationDecidesStreamsAndCameras)
 
 // Footage gets the frame size that shows its picture best: its own where the revision
 // has it, else the largest that fits inside it (a field size only for its own picture),
-// else the smallest. A drawn scene suits every size.
+// else the smallest. A drawn scene suits every size. A camera the board doesn't have
+// takes no source.
 TEST_F(DeviceTest, FootagePicksTheFrameSizeOfItsPicture)
 {
     struct {
@@ -166,6 +167,11 @@ TEST_F(DeviceTest, FootagePicksTheFrameSizeOfItsPicture)
         EXPECT_EQ(pBoard->GetCameraFrameSize(1, c.dwRevision), FRAMESIZE_INVALID);
         EXPECT_EQ(pBoard->GetCameraFrameSize(2, c.dwRevision), FRAMESIZE_INVALID);
     }
+    const std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(MakeTestBoard(2, 1));
+    std::string strError;
+    EXPECT_FALSE(pBoard->SetCameraSource(2, tag_CAMERASOURCE{}, &strError));
+    EXPECT_EQ(strError, "the board has no camera 2");
+    EXPECT_FALSE(pBoard->SetCameraSource(-1, tag_CAMERASOURCE{}));
 }
 
 } // namespace

@@ -221,6 +221,7 @@ TEST(FrameSources, RefusesY4mFilesThatAreNot8Bit420OrAreBroken)
         {"zerowidth", "YUV4MPEG2 W0 H2\n" + strFrame},
         {"negative", "YUV4MPEG2 W-4 H2\n" + strFrame},
         {"huge", "YUV4MPEG2 W100000 H100000\n" + strFrame},
+        {"toowide", "YUV4MPEG2 W4097 H2\n" + strFrame},
         {"garbage", "YUV4MPEG2 W4x H2\n" + strFrame},
         {"c422", "YUV4MPEG2 W4 H2 C422\n" + strFrame},
         {"zerorate", "YUV4MPEG2 W4 H2 F0:1\n" + strFrame},
