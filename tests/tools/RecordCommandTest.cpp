@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -76,38 +77,48 @@ tag_TOOLRUN RunTool(const std::vector<std::string>& args, const tag_RUNEVENTS& e
     return run;
 }
 
-// Frames that can be read from a recording file one after the other, or -1 if it can't
-// be opened.
-int CountFrames(const fs::path& file)
+// Frames that can be read from a recording file one after the other, and those of them
+// that carry an alarm; -1 frames if it can't be opened.
+std::pair<int, int> CountFrames(const fs::path& file)
 {
     CZnFile reader;
     tag_CAMERAINFO info{};
     if (reader.Open(file.string().c_str(), &info, STREAM_REVISION_20020219, ZNFILE_READ) != 1)
-        return -1;
+        return {-1, 0};
     std::vector<BYTE> video(static_cast<std::size_t>(reader.GetVideoWidth()) * reader.GetVideoHeight() * 2);
     std::vector<BYTE> sound(ZNFRAME_SOUND_BUFFER_SIZE);
     tag_ZNFRAMEDATA frame{};
     frame.pVideo = video.data();
     frame.pSound = sound.data();
-    int nFrames = 0;
-    while (reader.ReadOneFrame(&frame, -1, 0) == 1)
-        ++nFrames;
-    return nFrames;
+    std::pair<int, int> counts{0, 0};
+    while (reader.ReadOneFrame(&frame, -1, 0) == 1) {
+        ++counts.first;
+        counts.second += (frame.wFlags & ZNFRAME_ALARM) != 0;
+    }
+    return counts;
 }
 
-// The frames each camera got, by the summary's "camera N: F frames" lines.
-std::map<int, int> ReceivedFrames(const std::string& strOut)
+// The frames and the alarms each camera got, by the summary's "camera N: F frames, ...,
+// A alarms" lines, and its frame rate.
+struct tag_CAMERASUMMARY {
+    std::pair<int, int> counts;
+    double dRate;
+};
+
+std::map<int, tag_CAMERASUMMARY> ReadSummary(const std::string& strOut)
 {
-    std::map<int, int> received;
-    std::size_t nPos = 0;
-    while ((nPos = strOut.find("\n  camera ", nPos)) != std::string::npos) {
+    std::map<int, tag_CAMERASUMMARY> cameras;
+    for (std::size_t nPos = 0; (nPos = strOut.find("\n  camera ", nPos)) != std::string::npos; ++nPos) {
         int nCamera = 0;
-        int nFrames = 0;
-        if (std::sscanf(strOut.c_str() + nPos, "\n  camera %d: %d frames", &nCamera, &nFrames) == 2)
-            received[nCamera] = nFrames;
-        ++nPos;
+        tag_CAMERASUMMARY summary{};
+        int nLost = 0;
+        int nKilobytes = 0;
+        if (std::sscanf(strOut.c_str() + nPos, "\n  camera %d: %d frames, %lf a second, %d without signal, %d KB coded, %d alarms",
+                        &nCamera, &summary.counts.first, &summary.dRate, &nLost, &nKilobytes,
+                        &summary.counts.second) == 6)
+            cameras[nCamera] = summary;
     }
-    return received;
+    return cameras;
 }
 
 // The recordings of a store, by camera, oldest run first (names sort by the run).
@@ -188,45 +199,66 @@ TEST_F(RecordCommand, RefusesWhatItCannotUseBeforeRecording)
 }
 
 // A stop signal at any moment closes cameras and files, so each file holds every frame
-// its camera got; the exit status tells the signal. Runs never replace one another.
+// (and alarm) its camera got; the exit status tells the signal. Runs never replace one
+// another: the first is named by camera and start time, a later one of the same second
+// gets a count.
 TEST_F(RecordCommand, StopSignalsKeepEverythingRecorded)
 {
     const fs::path store = m_dir / "store";
     const tag_RUNEVENTS stops[] = {{SIGINT, 1, 0}, {SIGTERM, 2, 0}, {SIGHUP, 3, 0}};
-    std::vector<std::map<int, int>> runs;
+    std::vector<std::map<int, tag_CAMERASUMMARY>> runs;
     for (const tag_RUNEVENTS& stop : stops) {
         const tag_TOOLRUN run = RunTool({"-s", "0", "-d", store.string()}, stop);
         EXPECT_EQ(run.nStatus, 128 + stop.nSignal) << run.strOut;
         EXPECT_NE(run.strOut.find("stopped by signal " + std::to_string(stop.nSignal)), std::string::npos);
-        runs.push_back(ReceivedFrames(run.strOut));
+        runs.push_back(ReadSummary(run.strOut));
         EXPECT_EQ(runs.back().size(), 4u) << run.strOut;
     }
     const std::map<int, std::vector<fs::path>> recordings = Recordings(store);
     ASSERT_EQ(recordings.size(), 4u);
     for (const auto& [nCamera, files] : recordings) {
         // A run that ended before a camera's first frame left no file of it.
-        std::vector<int> expected;
-        for (const std::map<int, int>& run : runs) {
-            if (run.at(nCamera) > 0)
-                expected.push_back(run.at(nCamera));
+        std::vector<std::pair<int, int>> expected;
+        for (const std::map<int, tag_CAMERASUMMARY>& run : runs) {
+            if (run.at(nCamera).counts.first > 0)
+                expected.push_back(run.at(nCamera).counts);
         }
-        std::vector<int> stored;
+        std::vector<std::pair<int, int>> stored;
         for (const fs::path& file : files)
             stored.push_back(CountFrames(file));
         EXPECT_EQ(stored, expected) << "camera " << nCamera;
+        const std::string strFirst = files[0].filename().string();
+        EXPECT_TRUE(std::regex_match(strFirst, std::regex("camera[0-3]-[0-9]{8}-[0-9]{6}\\.zn"))) << strFirst;
     }
 }
 
-// Footage of 352 x 288 gets a board of its own and is recorded at that size and standard;
-// black footage is a camera without signal, which is reported and fails nothing.
+// Footage of 352 x 288 gets a board of its own and is recorded at that size and standard,
+// with sound; black footage is a camera without signal, which is reported and fails
+// nothing.
 TEST_F(RecordCommand, FootageKeepsItsSizeAndSpeedAndNoSignalIsNoFailure)
 {
     const fs::path cif = m_dir / "cif.y4m";
     const fs::path black = m_dir / "black.y4m";
     WriteFootage(cif, 352, 288, 5, 60, 30);
     WriteFootage(black, 176, 144, 1, 16, 0);
-    const tag_TOOLRUN run = RunTool({"-s", "2", "-d", (m_dir / "store").string(), cif.string(), black.string()});
+    const tag_TOOLRUN run =
+        RunTool({"-s", "2", "--sound", "-d", (m_dir / "store").string(), cif.string(), black.string()});
     EXPECT_EQ(run.nStatus, 0) << run.strOut;
+    // A progress line a second (fewer if a loaded machine holds the timer up), and the
+    // run ends with its time.
+    const std::regex progress("\n +[0-9]+s  cam0 ");
+    const auto nProgress =
+        std::distance(std::sregex_iterator(run.strOut.begin(), run.strOut.end(), progress), std::sregex_iterator());
+    EXPECT_GE(nProgress, 1) << run.strOut;
+    EXPECT_LE(nProgress, 2) << run.strOut;
+    // Each camera records its own microphone, which the summary checks.
+    const std::string strSound = "dB from its microphone's signal";
+    EXPECT_NE(run.strOut.find(strSound, run.strOut.find(strSound) + 1), std::string::npos) << run.strOut;
+    // No camera gets more than its stream's 25 frames a second.
+    const std::map<int, tag_CAMERASUMMARY> cameras = ReadSummary(run.strOut);
+    ASSERT_EQ(cameras.size(), 2u);
+    EXPECT_LE(cameras.at(0).dRate, 25.0);
+    EXPECT_GT(cameras.at(0).dRate, 0.0);
     EXPECT_NE(run.strOut.find(" a second, 0 without signal"), std::string::npos) << run.strOut;
     EXPECT_NE(run.strOut.find("no video signal"), std::string::npos) << run.strOut;
     const std::map<int, std::vector<fs::path>> recordings = Recordings(m_dir / "store");
@@ -254,7 +286,7 @@ TEST_F(RecordCommand, FullDiskEndsTheRunAndKeepsWhatWasStored)
     EXPECT_EQ(run.strOut.find(" 20s "), std::string::npos) << "the run ended early";
     const std::vector<fs::path> files = Recordings(store)[0];
     ASSERT_EQ(files.size(), 1u);
-    EXPECT_GE(CountFrames(files[0]), 0);
+    EXPECT_GE(CountFrames(files[0]).first, 0);
 }
 
 } // namespace
