@@ -8,7 +8,7 @@ int RunDevicesCommand(std::span<char* const> args);
 
 namespace {
 
-constexpr ToolCommand kCommands[] = {
+constexpr tag_TOOLCOMMAND kCommands[] = {
     {"volumes", "[DIR...]", "show the volume of each directory and whether it can hold recordings",
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
@@ -22,7 +22,7 @@ constexpr ToolCommand kCommands[] = {
 
 } // namespace
 
-std::span<const ToolCommand> GetToolCommands()
+std::span<const tag_TOOLCOMMAND> GetToolCommands()
 {
     return kCommands;
 }

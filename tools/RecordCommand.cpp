@@ -39,7 +39,9 @@ constexpr long kDefaultSeconds = 5;
 constexpr long kMaxSeconds = 7L * 24 * 60 * 60;
 constexpr char kDefaultDirectory[] = "store";
 constexpr UINT kProgressTimer = 1;
-constexpr DWORD kProgressPeriodMs = 1000;
+constexpr DWORD kMillisecondsPerSecond = 1000;
+constexpr unsigned long long kBytesPerKilobyte = 1024;
+constexpr DWORD kProgressPeriodMs = kMillisecondsPerSecond;
 // A footage file gets a board of its own, so that its camera has the stream's whole
 // rate; a machine holds four boards.
 constexpr int kMaxFootageFiles = 4;
@@ -290,14 +292,14 @@ protected:
     LRESULT OnProgress(WPARAM, LPARAM)
     {
         const DWORD dwElapsed = GetTickCount() - m_dwStart;
-        std::printf("%4lus", static_cast<unsigned long>((dwElapsed + 500) / 1000));
+        std::printf("%4lus", static_cast<unsigned long>((dwElapsed + kMillisecondsPerSecond / 2) / kMillisecondsPerSecond));
         for (const tag_CAMERARECORDING& recording : m_cameras) {
             std::printf("  cam%d %lu fr %llu KB %lu al", recording.nName, static_cast<unsigned long>(recording.dwFrames),
-                        recording.nBytes / 1024, static_cast<unsigned long>(recording.dwAlarms));
+                        recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms));
         }
         std::printf("\n");
         std::fflush(stdout);
-        if (m_nSeconds > 0 && dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * 1000)
+        if (m_nSeconds > 0 && dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * kMillisecondsPerSecond)
             PostQuitMessage(0);
         return 0;
     }
@@ -468,16 +470,17 @@ tag_READBACK ReadBack(const std::string& strFile, DWORD dwRevision)
 // signal is reported as such and is no failure: its frames carry no picture by design.
 bool PrintSummary(const CRecordHost& host, DWORD dwRevision, const tag_RECORDOPTIONS& options)
 {
-    const double dSeconds = host.GetElapsed() / 1000.0;
+    const double dSeconds = static_cast<double>(host.GetElapsed()) / kMillisecondsPerSecond;
     bool bAllKept = true;
     bool bAnySound = false;
     std::printf("\nsummary, %.1f s:\n", dSeconds);
     for (const tag_CAMERARECORDING& recording : host.m_cameras) {
         const DWORD dwSpan = recording.dwLastStamp - recording.dwFirstStamp;
-        const double dRate = dwSpan > 0 ? (recording.dwFrames - 1) * 1000.0 / dwSpan : 0.0;
+        const double dRate =
+            dwSpan > 0 ? static_cast<double>(recording.dwFrames - 1) * kMillisecondsPerSecond / dwSpan : 0.0;
         std::printf("  camera %d: %lu frames, %.1f a second, %lu without signal, %llu KB coded, %lu alarms\n",
                     recording.nName, static_cast<unsigned long>(recording.dwFrames), dRate,
-                    static_cast<unsigned long>(recording.dwLost), recording.nBytes / 1024,
+                    static_cast<unsigned long>(recording.dwLost), recording.nBytes / kBytesPerKilobyte,
                     static_cast<unsigned long>(recording.dwAlarms));
         if (recording.dwFrames > 0 && recording.dwLost == recording.dwFrames)
             std::printf("    no video signal\n");

@@ -209,7 +209,7 @@ TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
     pCamera->GetWindowText(strName, sizeof(strName));
     EXPECT_STREQ(strName, "Camera(0,5)");
     EXPECT_EQ(pCamera->GetDlgCtrlID(), 105);
-    EXPECT_EQ(pCamera->GetParent(), video.m_ppCaptureWnd[0]);
+    EXPECT_EQ(pCamera->GetParent(), video.m_ppCaptureWnd[0].get());
     ASSERT_EQ(video.CloseCamera(0, 5), ZNRET_OK);
     EXPECT_EQ(video.IsCameraStart(0, 5), 0);
 }
