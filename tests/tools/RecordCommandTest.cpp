@@ -14,6 +14,7 @@
 #include <map>
 #include <regex>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -44,6 +45,8 @@ tag_TOOLRUN RunTool(const std::vector<std::string>& args, const tag_RUNEVENTS& e
         return {-1, "no pipe"};
     const pid_t pid = fork();
     if (pid == 0) {
+        // The tool ends with the test, also with one stopped for hanging.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(out[1], STDOUT_FILENO);
         dup2(out[1], STDERR_FILENO);
         close(out[0]);
