@@ -17,6 +17,10 @@ namespace {
 constexpr BYTE kSignalLuma = 20;
 constexpr int kSignalSamples = 10;
 
+// The quantisers the encoder takes.
+constexpr int kMinQuantiser = 1;
+constexpr int kMaxQuantiser = 31;
+
 constexpr int kMinCheckSen = 1;
 constexpr int kMaxCheckSen = 31;
 // Revision 0x20020219 codes at half size, where one step of sensitivity counts half.
@@ -63,6 +67,7 @@ CCameraWnd::~CCameraWnd()
 
 int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
 {
+    nQi = std::clamp(nQi, kMinQuantiser, kMaxQuantiser);
     if (dwRevision != STREAM_REVISION_20020219)
         return nQi;
     if (nQi < 8)
@@ -203,10 +208,14 @@ void CCameraWnd::PrepareEncodeSettings()
     // reads back what the encoder used.
     m_pParam->m_nCheckSen = std::clamp(m_pParam->m_nCheckSen, kMinCheckSen, kMaxCheckSen);
     m_encodeSettings.nQuantiser = MapQuantiser(m_pParam->m_nQi, m_dwRevision);
-    int nScale = m_dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale;
-    if (!m_pParam->m_bEncodeMode)
-        nScale = kMoveThresholdScale;
-    m_encodeSettings.nThreshold = m_pParam->m_nCheckSen * nScale;
+    m_encodeSettings.nThreshold = GetEncoderThreshold(m_pParam->m_nCheckSen, !m_pParam->m_bEncodeMode, m_dwRevision);
+}
+
+int CCameraWnd::GetEncoderThreshold(int nCheckSen, BOOL bDetectOnly, DWORD dwRevision)
+{
+    if (bDetectOnly)
+        return nCheckSen * kMoveThresholdScale;
+    return nCheckSen * (dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale);
 }
 
 int CCameraWnd::OnFrame(std::unique_ptr<BYTE[]>& pFrame)
@@ -252,7 +261,7 @@ void CCameraWnd::DeliverLostFrame(DWORD dwTime)
     m_pFrameData->dwVideoLen = 0;
     AttachSound();
     AdvanceCadence();
-    FillRecord(1);
+    FillRecord();
     m_nStatus = CAMSTATUS_HOST;
     SendToHost();
 }
@@ -297,7 +306,7 @@ LRESULT CCameraWnd::OnEncoded(WPARAM, LPARAM)
     m_nStatus = CAMSTATUS_HOST;
     m_pFrameData->wFlags = AnalyseMotion() ? ZNFRAME_ALARM : 0;
     AttachSound();
-    FillRecord(0);
+    FillRecord();
     SendToHost();
     return 0;
 }
@@ -355,15 +364,17 @@ LRESULT CCameraWnd::OnWaveInData(WPARAM hWaveIn, LPARAM pHdr)
     return 0;
 }
 
-void CCameraWnd::FillRecord(int bVideoLost)
+// The signal flag was set when the frame arrived.
+void CCameraWnd::FillRecord()
 {
-    m_pRecord->bVideoLost = bVideoLost;
     m_pRecord->pInfo = &m_Info;
     m_pRecord->pData = m_pFrameData.get();
     m_pRecord->pRaw = m_pFrame.get();
     m_pRecord->pParam = m_pParam.get();
 }
 
+// The host may close this camera, its board or the library in its handler: nothing of
+// this object is touched after the call, here or in its callers.
 void CCameraWnd::SendToHost()
 {
     ::SendMessage(m_pCaptureWnd->GetParentWnd(), WM_ZN_FRAME, reinterpret_cast<WPARAM>(m_hWnd),

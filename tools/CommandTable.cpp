@@ -8,7 +8,7 @@ constexpr tag_TOOLCOMMAND kCommands[] = {
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
-    {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]",
+    {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [FOOTAGE.y4m...]",
      "record from the virtual boards (default rack, or one camera per Y4M file) into a store of day directories; "
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},

@@ -8,9 +8,12 @@
 #include "driver/virtual/CVirtualBus.h"
 #include "driver/virtual/FrameSources.h"
 #include "platform/Export.h"
+#include "vocabulary/FrameSizes.h"
+#include "vocabulary/StreamRevision.h"
 
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 // Faults a board shows on request; all off by default.
@@ -61,8 +64,9 @@ struct tag_STREAMRECORD {
 
 class ZNDVR_API CVirtualBoard {
 public:
-    // Null if a camera's source can't be made (a file that can't be read as Y4M).
-    static std::shared_ptr<CVirtualBoard> Create(const tag_VIRTUALBOARD& setup);
+    // Null if a camera's source can't be made (a file that can't be read), with the
+    // camera, the file and the reason in *pstrError.
+    static std::shared_ptr<CVirtualBoard> Create(const tag_VIRTUALBOARD& setup, std::string* pstrError = nullptr);
 
     CVirtualBoard(const CVirtualBoard&) = delete;
     CVirtualBoard& operator=(const CVirtualBoard&) = delete;
@@ -81,6 +85,14 @@ public:
     // The source record of board-wide camera nCamera; a default record for a camera the
     // board doesn't have.
     tag_CAMERASOURCE GetCameraSource(int nCamera) const;
+    // Plugs another source into camera nCamera, as a camera is changed or unplugged on
+    // a running board; false (and the old source kept) if it can't be made.
+    bool SetCameraSource(int nCamera, const tag_CAMERASOURCE& source, std::string* pstrError = nullptr);
+    // The frame size of revision dwRevision that shows the picture of camera nCamera
+    // best: its own size and standard where the revision has them, else the largest size
+    // that fits inside it, else the smallest. FRAMESIZE_INVALID for a drawn scene,
+    // which suits every size.
+    tag_FRAMESIZE GetCameraFrameSize(int nCamera, DWORD dwRevision) const;
 
     tag_PACING GetPacing() const;
     int GetFramesPerSecond(tag_VIDEOSTANDARD1 nStandard) const;
