@@ -1,8 +1,9 @@
-// Time per call of every form of the codec kernels: the scalar transforms, the SIMD
-// transforms in SSE2 and in their portable emulation, the quantiser, the macroblock
-// operations and the colour conversions. After the usual table it prints each form's
-// speed-up over the plain form of the same kernel.
-#include "codec/KernelForms.h"
+// Time per call of every form of the codec kernels, each taken from a kernel table filled
+// for that form: the scalar transforms, the SIMD transform form in its portable
+// emulation ("plain") and in SIMD code, the quantiser, the macroblock operations and the
+// colour conversions. After the usual table it prints each form's speed-up over the plain
+// form of the same kernel (for the SIMD transform form, over the scalar transform).
+#include "codec/KernelTable.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
 
@@ -22,20 +23,22 @@ namespace {
 constexpr int kBlocks = 64;
 constexpr int kBenchQp = 8;
 
-enum class Form { Plain, Portable, SSE2 };
+// A form of every kernel: its name and a table filled for it.
+struct tag_FORM {
+    const char* strName;
+    tag_KERNELTABLE table;
+};
 
-const char* FormName(Form form)
+// The plain forms, then one per feature that this build and processor offer.
+std::vector<tag_FORM> AvailableForms()
 {
-    return form == Form::Plain ? "plain" : form == Form::Portable ? "portable" : "sse2";
-}
-
-// SSE2 runs with the SIMD switch on, the plain and portable forms with it off.
-void SelectForm(Form form)
-{
-    if (form == Form::SSE2)
-        EnableSIMDKernels();
-    else
-        DisableSIMDKernels();
+    std::vector<tag_FORM> forms(1, tag_FORM{"plain", {}});
+    FillKernelTable(forms[0].table, 0);
+    if ((GetKernelFeatures() & KERNEL_FEATURE_SSE2) != 0) {
+        forms.push_back({"sse2", {}});
+        FillKernelTable(forms.back().table, KERNEL_FEATURE_SSE2);
+    }
+    return forms;
 }
 
 std::vector<short> PictureLikeBlocks(int nLow, int nHigh)
@@ -48,9 +51,8 @@ std::vector<short> PictureLikeBlocks(int nLow, int nHigh)
     return values;
 }
 
-void BenchForward(benchmark::State& state, void (*pfnForward)(short*, short*), Form form)
+void BenchForward(benchmark::State& state, void (*pfnForward)(short*, short*))
 {
-    SelectForm(form);
     const std::vector<short> input = PictureLikeBlocks(0, 255);
     short block[BLOCK_SAMPLES], coeff[BLOCK_SAMPLES];
     int n = 0;
@@ -62,9 +64,8 @@ void BenchForward(benchmark::State& state, void (*pfnForward)(short*, short*), F
     }
 }
 
-void BenchInverse(benchmark::State& state, void (*pfnInverse)(const short*, short*), Form form)
+void BenchInverse(benchmark::State& state, void (*pfnInverse)(const short*, short*))
 {
-    SelectForm(form);
     const std::vector<short> input = PictureLikeBlocks(-300, 300);
     short block[BLOCK_SAMPLES];
     int n = 0;
@@ -87,22 +88,20 @@ std::vector<short> DifferenceCoefficients()
     return values;
 }
 
-void BenchQuantBlock(benchmark::State& state, Form form)
+void BenchQuantBlock(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    SelectForm(form);
     const std::vector<short> input = DifferenceCoefficients();
     short levels[BLOCK_SAMPLES];
     int n = 0;
     for (auto _ : state) {
-        QuantBlock(&input[BLOCK_SAMPLES * n], levels, kBenchQp, QUANT_MODE_INTER);
+        table.pfnQuantBlock(&input[BLOCK_SAMPLES * n], levels, kBenchQp, QUANT_MODE_INTER);
         benchmark::DoNotOptimize(levels);
         n = (n + 1) % kBlocks;
     }
 }
 
-void BenchDequantBlock(benchmark::State& state, Form form)
+void BenchDequantBlock(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    SelectForm(form);
     const std::vector<short> coeff = DifferenceCoefficients();
     std::vector<short> levels(coeff.size());
     for (int b = 0; b < kBlocks; ++b)
@@ -110,7 +109,7 @@ void BenchDequantBlock(benchmark::State& state, Form form)
     short output[BLOCK_SAMPLES];
     int n = 0;
     for (auto _ : state) {
-        DequantBlock(&levels[BLOCK_SAMPLES * n], output, kBenchQp, QUANT_MODE_INTER);
+        table.pfnDequantBlock(&levels[BLOCK_SAMPLES * n], output, kBenchQp, QUANT_MODE_INTER);
         benchmark::DoNotOptimize(output);
         n = (n + 1) % kBlocks;
     }
@@ -127,9 +126,8 @@ YUV_Block MacroblockOf(int nSeed)
     return mb;
 }
 
-void BenchQuantMB(benchmark::State& state, void (*pfnQuant)(short*, const YUV_Block*, int, int), Form form)
+void BenchQuantMB(benchmark::State& state, void (*pfnQuant)(short*, const YUV_Block*, int, int))
 {
-    SelectForm(form);
     const YUV_Block mb = MacroblockOf(1);
     short levels[MB_BLOCKS * BLOCK_SAMPLES];
     for (auto _ : state) {
@@ -138,9 +136,8 @@ void BenchQuantMB(benchmark::State& state, void (*pfnQuant)(short*, const YUV_Bl
     }
 }
 
-void BenchDequantMB(benchmark::State& state, void (*pfnDequant)(const short*, YUV_Block*, int, int), Form form)
+void BenchDequantMB(benchmark::State& state, void (*pfnDequant)(const short*, YUV_Block*, int, int))
 {
-    SelectForm(form);
     const YUV_Block mb = MacroblockOf(2);
     short levels[MB_BLOCKS * BLOCK_SAMPLES];
     QuantMB(levels, &mb, kBenchQp, QUANT_MODE_INTRA);
@@ -184,25 +181,23 @@ void BenchGetMB(benchmark::State& state)
     }
 }
 
-void BenchPutMB(benchmark::State& state, Form form)
+void BenchPutMB(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    SelectForm(form);
     tag_PLANES planes;
     const YUV_Block mb = MacroblockOf(3);
     int n = 0;
     for (auto _ : state) {
-        PutMB(n % 22, n / 22 % 18, planes.Image(), tag_PLANES::kWidth, &mb);
+        table.pfnPutMB(n % 22, n / 22 % 18, planes.Image(), tag_PLANES::kWidth, &mb);
         benchmark::ClobberMemory();
         ++n;
     }
 }
 
-void BenchSADMB(benchmark::State& state, Form form)
+void BenchSADMB(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    SelectForm(form);
     const YUV_Block a = MacroblockOf(4), b = MacroblockOf(5);
     for (auto _ : state)
-        benchmark::DoNotOptimize(SADMB(&a, &b));
+        benchmark::DoNotOptimize(table.pfnSADMB(&a, &b));
 }
 
 void BenchSADMBBytes(benchmark::State& state)
@@ -216,13 +211,12 @@ void BenchSADMBBytes(benchmark::State& state)
         benchmark::DoNotOptimize(SADMBBytes(a, b));
 }
 
-void BenchYUVToRGB24(benchmark::State& state, Form form)
+void BenchYUVToRGB24(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    SelectForm(form);
     tag_PLANES planes;
     std::vector<BYTE> rgb(tag_PLANES::kWidth * tag_PLANES::kHeight * 3);
     for (auto _ : state) {
-        YUVToRGB24(rgb.data(), planes.Image(), tag_PLANES::kWidth, tag_PLANES::kHeight);
+        table.pfnYUVToRGB24(rgb.data(), planes.Image(), tag_PLANES::kWidth, tag_PLANES::kHeight);
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * tag_PLANES::kWidth * tag_PLANES::kHeight);
@@ -284,42 +278,36 @@ private:
     std::map<std::string, double> m_times;
 };
 
-void Register(const std::string& strKernel, Form form, std::function<void(benchmark::State&)> fn)
+void Register(const std::string& strKernel, const char* strForm, std::function<void(benchmark::State&)> fn)
 {
-    benchmark::RegisterBenchmark((strKernel + "/" + FormName(form)).c_str(),
-                                 [fn](benchmark::State& state) { fn(state); })
+    benchmark::RegisterBenchmark((strKernel + "/" + strForm).c_str(), [fn](benchmark::State& state) { fn(state); })
         ->Unit(benchmark::kNanosecond);
 }
 
 void RegisterAll()
 {
-    std::vector<Form> simdForms = {Form::Portable};
-    if (HasSIMDKernels())
-        simdForms.push_back(Form::SSE2);
-    std::vector<Form> twinForms = {Form::Plain};
-    if (HasSIMDKernels())
-        twinForms.push_back(Form::SSE2);
-
-    Register("FDCTBlock", Form::Plain, [](auto& state) { BenchForward(state, FDCTBlock, Form::Plain); });
-    Register("IDCTBlock", Form::Plain, [](auto& state) { BenchInverse(state, IDCTBlock, Form::Plain); });
-    Register("QuantMB", Form::Plain, [](auto& state) { BenchQuantMB(state, QuantMB, Form::Plain); });
-    Register("DequantMB", Form::Plain, [](auto& state) { BenchDequantMB(state, DequantMB, Form::Plain); });
-    for (Form form : simdForms) {
-        Register("FDCTBlockMMX", form, [form](auto& state) { BenchForward(state, FDCTBlockMMX, form); });
-        Register("IDCTBlockMMX", form, [form](auto& state) { BenchInverse(state, IDCTBlockMMX, form); });
-        Register("QuantMBwithMMX", form, [form](auto& state) { BenchQuantMB(state, QuantMBwithMMX, form); });
-        Register("DequantMBwithMMX", form, [form](auto& state) { BenchDequantMB(state, DequantMBwithMMX, form); });
+    static const std::vector<tag_FORM> forms = AvailableForms();
+    Register("FDCTBlock", "plain", [](auto& state) { BenchForward(state, FDCTBlock); });
+    Register("IDCTBlock", "plain", [](auto& state) { BenchInverse(state, IDCTBlock); });
+    Register("GetMB", "plain", [](auto& state) { BenchGetMB(state); });
+    Register("SADMBBytes", "plain", [](auto& state) { BenchSADMBBytes(state); });
+    Register("UYVYToYUV420_352x288", "plain", [](auto& state) { BenchUYVYToYUV420(state); });
+    for (const tag_FORM& form : forms) {
+        const tag_KERNELTABLE* pTable = &form.table;
+        Register("FDCTBlockMMX", form.strName, [pTable](auto& state) { BenchForward(state, pTable->pfnFDCTBlockMMX); });
+        Register("IDCTBlockMMX", form.strName, [pTable](auto& state) { BenchInverse(state, pTable->pfnIDCTBlockMMX); });
+        Register("QuantMB", form.strName, [pTable](auto& state) { BenchQuantMB(state, pTable->pfnQuantMB); });
+        Register("DequantMB", form.strName, [pTable](auto& state) { BenchDequantMB(state, pTable->pfnDequantMB); });
+        Register("QuantMBwithMMX", form.strName,
+                 [pTable](auto& state) { BenchQuantMB(state, pTable->pfnQuantMBwithMMX); });
+        Register("DequantMBwithMMX", form.strName,
+                 [pTable](auto& state) { BenchDequantMB(state, pTable->pfnDequantMBwithMMX); });
+        Register("QuantBlock", form.strName, [pTable](auto& state) { BenchQuantBlock(state, *pTable); });
+        Register("DequantBlock", form.strName, [pTable](auto& state) { BenchDequantBlock(state, *pTable); });
+        Register("PutMB", form.strName, [pTable](auto& state) { BenchPutMB(state, *pTable); });
+        Register("SADMB", form.strName, [pTable](auto& state) { BenchSADMB(state, *pTable); });
+        Register("YUVToRGB24_352x288", form.strName, [pTable](auto& state) { BenchYUVToRGB24(state, *pTable); });
     }
-    Register("GetMB", Form::Plain, [](auto& state) { BenchGetMB(state); });
-    Register("SADMBBytes", Form::Plain, [](auto& state) { BenchSADMBBytes(state); });
-    for (Form form : twinForms) {
-        Register("QuantBlock", form, [form](auto& state) { BenchQuantBlock(state, form); });
-        Register("DequantBlock", form, [form](auto& state) { BenchDequantBlock(state, form); });
-        Register("PutMB", form, [form](auto& state) { BenchPutMB(state, form); });
-        Register("SADMB", form, [form](auto& state) { BenchSADMB(state, form); });
-        Register("YUVToRGB24_352x288", form, [form](auto& state) { BenchYUVToRGB24(state, form); });
-    }
-    Register("UYVYToYUV420_352x288", Form::Plain, [](auto& state) { BenchUYVYToYUV420(state); });
 }
 
 } // namespace
@@ -333,7 +321,6 @@ int main(int argc, char** argv)
     CSpeedupReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.PrintSpeedups();
-    EnableSIMDKernels();
     benchmark::Shutdown();
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "codec/CDecoder.h"
 
 #include "codec/BitstreamTables.h"
+#include "codec/CodecMemory.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
 
@@ -10,9 +11,9 @@
 
 namespace {
 
-constexpr DWORD kRevision20020219 = 0x20020219;
 constexpr int kLumaCapacity = CDecoder::MAX_WIDTH * CDecoder::MAX_HEIGHT;
 constexpr int kChromaCapacity = kLumaCapacity / 4;
+constexpr int kPlaneSetBytes = kLumaCapacity + 2 * kChromaCapacity;
 constexpr BYTE kBlackLuma = 0;
 constexpr BYTE kNeutralChroma = 128;
 
@@ -47,23 +48,14 @@ std::uint64_t LoadBigEndian64(const BYTE* p)
     return (std::uint64_t{LoadBigEndian32(p)} << 32) | LoadBigEndian32(p + 4);
 }
 
-BYTE* AllocatePlanes(IMAGE& img)
+// Points img at one plane set of the full capacity at pbyPlanes, cleared to black.
+void AssignPlanes(IMAGE& img, BYTE* pbyPlanes)
 {
-    BYTE* pPlanes = new (std::nothrow) BYTE[kLumaCapacity + 2 * kChromaCapacity];
-    if (pPlanes == nullptr)
-        return nullptr;
-    std::memset(pPlanes, kBlackLuma, kLumaCapacity);
-    std::memset(pPlanes + kLumaCapacity, kNeutralChroma, 2 * kChromaCapacity);
-    img.Y = pPlanes;
-    img.U = pPlanes + kLumaCapacity;
-    img.V = pPlanes + kLumaCapacity + kChromaCapacity;
-    return pPlanes;
-}
-
-void FreePlanes(IMAGE& img)
-{
-    delete[] img.Y;   // one allocation, starting at Y
-    img = {};
+    std::memset(pbyPlanes, kBlackLuma, kLumaCapacity);
+    std::memset(pbyPlanes + kLumaCapacity, kNeutralChroma, 2 * kChromaCapacity);
+    img.Y = pbyPlanes;
+    img.U = pbyPlanes + kLumaCapacity;
+    img.V = pbyPlanes + kLumaCapacity + kChromaCapacity;
 }
 
 // Each row: out[2x] = s[x], out[2x + 1] the mean of s[x] and s[x + 1]; the last pair
@@ -123,13 +115,15 @@ BOOL CDecoder::Create(DWORD dwRevision)
 {
     FreeAllMemory();
     m_dwRevision = dwRevision;
-    m_pBitStream = new (std::nothrow) BYTE[BITSTREAM_BYTES]();
-    m_pBitReader = new (std::nothrow) tag_BITREADER();
-    if (m_pBitStream == nullptr || m_pBitReader == nullptr || AllocatePlanes(m_imgDisplay) == nullptr ||
-        AllocatePlanes(m_imgDecoded) == nullptr) {
+    m_pBitStream = AllocateArray<BYTE>(BITSTREAM_BYTES);
+    m_pBitReader.reset(new (std::nothrow) tag_BITREADER());
+    m_pPlanes = AllocateArray<BYTE>(2 * kPlaneSetBytes);
+    if (!m_pBitStream || !m_pBitReader || !m_pPlanes) {
         FreeAllMemory();
         return FALSE;
     }
+    AssignPlanes(m_imgDecoded, m_pPlanes.get());
+    AssignPlanes(m_imgDisplay, m_pPlanes.get() + kPlaneSetBytes);
     m_nBitStreamLen = 0;
     m_bUseMMX = HasMMX();
     return TRUE;
@@ -137,12 +131,10 @@ BOOL CDecoder::Create(DWORD dwRevision)
 
 void CDecoder::FreeAllMemory()
 {
-    delete[] m_pBitStream;
-    delete m_pBitReader;
-    m_pBitStream = nullptr;
-    m_pBitReader = nullptr;
-    FreePlanes(m_imgDisplay);
-    FreePlanes(m_imgDecoded);
+    m_pBitStream.reset();
+    m_pBitReader.reset();
+    m_pPlanes.reset();
+    m_imgDecoded = m_imgDisplay = {};
 }
 
 void CDecoder::SetDecoderPara(int nHeight, int nWidth, int nQi, int nQp)
@@ -177,7 +169,7 @@ void CDecoder::SetQp(int nQp)
 void CDecoder::InitBitStreamBuf()
 {
     tag_BITREADER& r = *m_pBitReader;
-    r.rdptr = m_pBitStream;
+    r.rdptr = m_pBitStream.get();
     std::memset(r.inbfr, 0, sizeof r.inbfr);
     r.incnt = 0;
     r.bitcnt = 0;
@@ -226,17 +218,17 @@ inline void CDecoder::FlushWindowBits(tag_BITREADER& r, int nBits, const BYTE* p
 
 void CDecoder::FillBitStreamBuffer()
 {
-    FillWindow(*m_pBitReader, m_pBitStream + BITSTREAM_BYTES);
+    FillWindow(*m_pBitReader, m_pBitStream.get() + BITSTREAM_BYTES);
 }
 
 inline unsigned CDecoder::ShowBits(int nBits)
 {
-    return ShowWindowBits(*m_pBitReader, nBits, m_pBitStream + BITSTREAM_BYTES);
+    return ShowWindowBits(*m_pBitReader, nBits, m_pBitStream.get() + BITSTREAM_BYTES);
 }
 
 inline void CDecoder::FlushBits(int nBits)
 {
-    FlushWindowBits(*m_pBitReader, nBits, m_pBitStream + BITSTREAM_BYTES);
+    FlushWindowBits(*m_pBitReader, nBits, m_pBitStream.get() + BITSTREAM_BYTES);
 }
 
 inline unsigned CDecoder::GetBits(int nBits)
@@ -252,7 +244,7 @@ inline unsigned CDecoder::GetBits(int nBits)
 DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut, BOOL bKeepSize)
 {
     DECODER_RETURN result = {FALSE, FALSE, m_nWidth, m_nHeight, 0, FALSE};
-    if (m_pBitStream == nullptr || nInLen < 0 || nInLen > BITSTREAM_BYTES || (pIn == nullptr && nInLen > 0)) {
+    if (!m_pBitStream || nInLen < 0 || nInLen > BITSTREAM_BYTES || (pIn == nullptr && nInLen > 0)) {
         result.bError = TRUE;
         return result;
     }
@@ -304,15 +296,15 @@ DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut,
 void CDecoder::CopyInput(const BYTE* pIn, int nInLen)
 {
     if (nInLen > 0)
-        std::memcpy(m_pBitStream, pIn, static_cast<std::size_t>(nInLen));
+        std::memcpy(m_pBitStream.get(), pIn, static_cast<std::size_t>(nInLen));
     if (m_nBitStreamLen > nInLen)
-        std::memset(m_pBitStream + nInLen, 0, static_cast<std::size_t>(m_nBitStreamLen - nInLen));
+        std::memset(m_pBitStream.get() + nInLen, 0, static_cast<std::size_t>(m_nBitStreamLen - nInLen));
     m_nBitStreamLen = nInLen;
 }
 
 void CDecoder::WriteOutput(BYTE* pOut, BOOL bKeepSize, DECODER_RETURN& result)
 {
-    if (m_dwRevision == kRevision20020219) {
+    if (m_dwRevision == STREAM_REVISION_20020219) {
         int nWidth = m_nWidth;
         int nHeight = m_nHeight;
         IQImage(m_imgDisplay, m_imgDecoded, nWidth, nHeight, bKeepSize);
@@ -392,7 +384,7 @@ BOOL CDecoder::DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp)
 {
     const int nQ = bQp ? m_nQp : m_nQi;
     const int e = nQ % 2 == 0 ? 1 : 0;
-    const BYTE* pEnd = m_pBitStream + BITSTREAM_BYTES;
+    const BYTE* pEnd = m_pBitStream.get() + BITSTREAM_BYTES;
     tag_BITREADER r = *m_pBitReader;
     BOOL bGood = FALSE;
     for (int nPos = bInter ? 0 : 1;;) {

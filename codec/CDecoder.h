@@ -7,6 +7,9 @@
 #include "platform/CObject.h"
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
+#include "vocabulary/StreamRevision.h"
+
+#include <memory>
 
 // What DecodeOneFrame did with one record.
 struct DECODER_RETURN {
@@ -58,13 +61,15 @@ protected:
     int m_nMBCount = 0;
     int m_nQi = 0;
     int m_nQp = 0;
-    BYTE* m_pBitStream = nullptr;
+    std::unique_ptr<BYTE[]> m_pBitStream;
     int m_nBitStreamLen = 0;
-    tag_BITREADER* m_pBitReader = nullptr;
+    std::unique_ptr<tag_BITREADER> m_pBitReader;
     IMAGE m_imgDecoded = {};
     IMAGE m_imgDisplay = {};
-    DWORD m_dwRevision = 0x20020114;
+    DWORD m_dwRevision = STREAM_REVISION_20020114;
     BOOL m_bUseMMX = FALSE;
+    // The memory behind both plane sets, which the records point into.
+    std::unique_ptr<BYTE[]> m_pPlanes;
 
 private:
     using IDCTFunction = void (*)(const short*, short*);

@@ -1,6 +1,7 @@
 #include "codec/CEncoder.h"
 
 #include "codec/BitstreamTables.h"
+#include "codec/CodecMemory.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
 #include "platform/TickClock.h"
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace {
@@ -71,24 +71,23 @@ constexpr tag_SIZEENTRY kRevision20020219Sizes[] = {
     {704, 288, 352, 288, 352, 288},
 };
 
-BYTE* AllocatePlaneSet(IMAGE& img, int nWidth, int nHeight)
+std::size_t PlaneSetBytes(int nWidth, int nHeight)
 {
     const std::size_t nLuma = static_cast<std::size_t>(nWidth) * nHeight;
-    BYTE* pPlanes = new (std::nothrow) BYTE[nLuma + nLuma / 2];
-    if (pPlanes == nullptr)
-        return nullptr;
-    std::memset(pPlanes, kBlackLuma, nLuma);
-    std::memset(pPlanes + nLuma, kNeutralChroma, nLuma / 2);
-    img.Y = pPlanes;
-    img.U = pPlanes + nLuma;
-    img.V = pPlanes + nLuma + nLuma / 4;
-    return pPlanes;
+    return nLuma + nLuma / 2;
 }
 
-void FreePlaneSet(IMAGE& img)
+// Points img at a plane set at pbyPlanes and clears it to black; returns the byte after
+// the set.
+BYTE* AssignPlaneSet(IMAGE& img, BYTE* pbyPlanes, int nWidth, int nHeight)
 {
-    delete[] img.Y;   // the three planes are one allocation, starting at Y
-    img = {};
+    const std::size_t nLuma = static_cast<std::size_t>(nWidth) * nHeight;
+    std::memset(pbyPlanes, kBlackLuma, nLuma);
+    std::memset(pbyPlanes + nLuma, kNeutralChroma, nLuma / 2);
+    img.Y = pbyPlanes;
+    img.U = pbyPlanes + nLuma;
+    img.V = pbyPlanes + nLuma + nLuma / 4;
+    return pbyPlanes + PlaneSetBytes(nWidth, nHeight);
 }
 
 void CopyPlaneSet(const IMAGE& imgDst, const IMAGE& imgSrc, int nWidth, int nHeight)
@@ -171,45 +170,42 @@ BOOL CEncoder::Create(int nWidth, int nHeight, DWORD dwRevision, int nCoprocesso
     return TRUE;
 }
 
+// One allocation for the plane sets and one for the coprocessor's groups; the records
+// point into them.
 BOOL CEncoder::AllocateBuffers()
 {
-    m_pBitBuffer = new (std::nothrow) BYTE[GetMaxRecordLength(m_nWidth, m_nHeight)];
-    m_pMoveMap = new (std::nothrow) int[m_nMBCount]();
-    m_pCopBatch = new (std::nothrow) BYTE[COP_BATCH_BYTES]();
-    if (m_pBitBuffer == nullptr || m_pMoveMap == nullptr || m_pCopBatch == nullptr)
+    m_pBitBuffer = AllocateArray<BYTE>(GetMaxRecordLength(m_nWidth, m_nHeight));
+    m_pMoveMap = AllocateArray<int>(static_cast<std::size_t>(m_nMBCount));
+    m_pCopBatch = AllocateArray<BYTE>(COP_BATCH_BYTES);
+    m_pCopGroups = AllocateArray<BYTE>(COP_MAX_GROUPS * (COP_GROUP_BITS_BYTES + COP_RECON_BYTES));
+    const bool bReduced = m_dwRevision == STREAM_REVISION_20020219 && m_nCaptureHeight != m_nHeight;
+    const std::size_t nCaptureBytes = bReduced ? PlaneSetBytes(m_nCaptureWidth, m_nCaptureHeight) : 0;
+    m_pPlanes = AllocateArray<BYTE>(nCaptureBytes + 3 * PlaneSetBytes(m_nWidth, m_nHeight));
+    if (!m_pBitBuffer || !m_pMoveMap || !m_pCopBatch || !m_pCopGroups || !m_pPlanes)
         return FALSE;
     for (int g = 0; g < COP_MAX_GROUPS; ++g) {
-        m_pCopBits[g] = new (std::nothrow) BYTE[COP_GROUP_BITS_BYTES];
-        m_pCopRecon[g] = new (std::nothrow) BYTE[COP_RECON_BYTES];
-        if (m_pCopBits[g] == nullptr || m_pCopRecon[g] == nullptr)
-            return FALSE;
+        m_pCopBits[g] = m_pCopGroups.get() + g * (COP_GROUP_BITS_BYTES + COP_RECON_BYTES);
+        m_pCopRecon[g] = m_pCopBits[g] + COP_GROUP_BITS_BYTES;
     }
-    const bool bReduced = m_dwRevision == STREAM_REVISION_20020219 && m_nCaptureHeight != m_nHeight;
-    if (bReduced && AllocatePlaneSet(m_imgCapture, m_nCaptureWidth, m_nCaptureHeight) == nullptr)
-        return FALSE;
-    return AllocatePlaneSet(m_imgPrevious, m_nWidth, m_nHeight) != nullptr &&
-           AllocatePlaneSet(m_imgReference, m_nWidth, m_nHeight) != nullptr &&
-           AllocatePlaneSet(m_imgCurrent, m_nWidth, m_nHeight) != nullptr;
+    BYTE* pbyNext = m_pPlanes.get();
+    if (bReduced)
+        pbyNext = AssignPlaneSet(m_imgCapture, pbyNext, m_nCaptureWidth, m_nCaptureHeight);
+    pbyNext = AssignPlaneSet(m_imgPrevious, pbyNext, m_nWidth, m_nHeight);
+    pbyNext = AssignPlaneSet(m_imgReference, pbyNext, m_nWidth, m_nHeight);
+    AssignPlaneSet(m_imgCurrent, pbyNext, m_nWidth, m_nHeight);
+    return TRUE;
 }
 
 void CEncoder::FreeBuffers()
 {
-    delete[] m_pBitBuffer;
-    delete[] m_pMoveMap;
-    delete[] m_pCopBatch;
-    m_pBitBuffer = nullptr;
-    m_pMoveMap = nullptr;
-    m_pCopBatch = nullptr;
-    for (int g = 0; g < COP_MAX_GROUPS; ++g) {
-        delete[] m_pCopBits[g];
-        delete[] m_pCopRecon[g];
-        m_pCopBits[g] = nullptr;
-        m_pCopRecon[g] = nullptr;
-    }
-    FreePlaneSet(m_imgCapture);
-    FreePlaneSet(m_imgCurrent);
-    FreePlaneSet(m_imgReference);
-    FreePlaneSet(m_imgPrevious);
+    m_pBitBuffer.reset();
+    m_pMoveMap.reset();
+    m_pCopBatch.reset();
+    m_pCopGroups.reset();
+    m_pPlanes.reset();
+    std::fill(std::begin(m_pCopBits), std::end(m_pCopBits), nullptr);
+    std::fill(std::begin(m_pCopRecon), std::end(m_pCopRecon), nullptr);
+    m_imgCapture = m_imgCurrent = m_imgReference = m_imgPrevious = {};
     m_pBitPtr = nullptr;
 }
 
@@ -274,8 +270,8 @@ DWORD CEncoder::CopTickCount()
 
 ENCODER_RETURN CEncoder::Encode(BYTE* pbyFrame, BOOL bDetectOnly, int nFrameType)
 {
-    ENCODER_RETURN result = {bDetectOnly, FALSE, nFrameType, 0, m_pBitBuffer};
-    if (m_pBitBuffer == nullptr)
+    ENCODER_RETURN result = {bDetectOnly, FALSE, nFrameType, 0, m_pBitBuffer.get()};
+    if (!m_pBitBuffer)
         return result;
     ClearMoveMap();
     InitBitWriter();
@@ -293,7 +289,7 @@ ENCODER_RETURN CEncoder::Encode(BYTE* pbyFrame, BOOL bDetectOnly, int nFrameType
 
 void CEncoder::ClearMoveMap()
 {
-    std::fill(m_pMoveMap, m_pMoveMap + m_nMBCount, 0);
+    std::fill(m_pMoveMap.get(), m_pMoveMap.get() + m_nMBCount, 0);
 }
 
 void CEncoder::BringFrameIn(BYTE* pbyFrame)
@@ -328,7 +324,7 @@ BOOL CEncoder::DetectMove()
 
 ENCODER_RETURN CEncoder::EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType)
 {
-    ENCODER_RETURN result = {FALSE, FALSE, nFrameType, 0, m_pBitBuffer};
+    ENCODER_RETURN result = {FALSE, FALSE, nFrameType, 0, m_pBitBuffer.get()};
     PutBits(kStartCodeZeroBits, 0);
     PutBits(kStartCodeTailBits, kStartCodeTail);
     if (nFrameType == 0 || nFrameType == 1) {
@@ -409,7 +405,7 @@ BOOL CEncoder::IsAreaMove(int nLeft, int nTop, int nRight, int nBottom) const
 
 void CEncoder::InitBitWriter()
 {
-    m_pBitPtr = m_pBitBuffer;
+    m_pBitPtr = m_pBitBuffer.get();
     m_wBitAcc = 0;
     m_nBitsFree = 16;
     m_nBitLen = 0;
@@ -725,8 +721,8 @@ void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAG
         const int nIndex = nGroupStart + g;
         const int nCol = nIndex % m_nMBCols;
         const int nRow = nIndex / m_nMBCols;
-        BYTE* pRecord = m_pCopBatch + 1 + g * COP_RECORD_BYTES;
-        BYTE* pReference = m_pCopBatch + COP_REFERENCE_OFFSET + g * MB_SAMPLES;
+        BYTE* pRecord = m_pCopBatch.get() + 1 + g * COP_RECORD_BYTES;
+        BYTE* pReference = m_pCopBatch.get() + COP_REFERENCE_OFFSET + g * MB_SAMPLES;
         pRecord[0] = static_cast<BYTE>(nQ);
         GetMBBytes(nCol, nRow, imgCurrent, m_nWidth, pRecord + 2);
         bool bInter = false;
@@ -777,7 +773,7 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             break;
         }
         FillCopBatch(nGroupStart, imgCurrent, imgTarget, nQ, bPFrame, nIntraCop);
-        if (CopSubmit(m_pCopBatch) != 0) {
+        if (CopSubmit(m_pCopBatch.get()) != 0) {
             bFallback = true;
             break;
         }
@@ -794,14 +790,14 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             bFallback = true;
             break;
         }
-        CopFetch(m_pCopBatch, nResultLength);
+        CopFetch(m_pCopBatch.get(), nResultLength);
         codeInWindow(kSecondWindowMs, false);
-        if (CopFetchDone(m_pCopBatch, nResultLength) != 0) {
+        if (CopFetchDone(m_pCopBatch.get(), nResultLength) != 0) {
             bFallback = true;
             break;
         }
-        std::memcpy(m_pCopRecon[nGroups], m_pCopBatch, COP_RECON_BYTES);
-        std::memcpy(m_pCopBits[nGroups], m_pCopBatch + COP_RECON_BYTES, static_cast<std::size_t>(nBitsLength));
+        std::memcpy(m_pCopRecon[nGroups], m_pCopBatch.get(), COP_RECON_BYTES);
+        std::memcpy(m_pCopBits[nGroups], m_pCopBatch.get() + COP_RECON_BYTES, static_cast<std::size_t>(nBitsLength));
         m_nCopLength[nGroups] = nBitsLength;
         ++nGroups;
         const int nRemainder = m_nMBCount - nCop - nCpu;

@@ -9,6 +9,7 @@
 #include "vocabulary/StreamRevision.h"
 
 #include <cstddef>
+#include <memory>
 
 // What Encode produced for one frame.
 struct ENCODER_RETURN {
@@ -75,8 +76,8 @@ protected:
     int m_nMBCount = 0;
     int m_nMBCols = 0;
     int m_nMBRows = 0;
-    int* m_pMoveMap = nullptr;
-    BYTE* m_pBitBuffer = nullptr;
+    std::unique_ptr<int[]> m_pMoveMap;
+    std::unique_ptr<BYTE[]> m_pBitBuffer;
     BYTE* m_pBitPtr = nullptr;
     WORD m_wBitAcc = 0;
     int m_nBitsFree = 16;
@@ -89,15 +90,18 @@ protected:
     IMAGE m_imgPrevious = {};
     int m_nCaptureWidth = 0;
     int m_nCaptureHeight = 0;
-    BYTE* m_pCopBatch = nullptr;
+    std::unique_ptr<BYTE[]> m_pCopBatch;
     int m_nCopLength[COP_MAX_GROUPS] = {};
-    BYTE* m_pCopBits[COP_MAX_GROUPS] = {};
+    BYTE* m_pCopBits[COP_MAX_GROUPS] = {};   // in m_pCopGroups
     BOOL m_bUseCoprocessor = FALSE;
     BOOL m_bUseMMX = FALSE;
     DWORD m_dwRevision = STREAM_REVISION_20020114;
     // Reconstructions of the coprocessor's finished groups, held back from the reference
     // until the picture is complete, so that a fallback codes against the true reference.
-    BYTE* m_pCopRecon[COP_MAX_GROUPS] = {};
+    BYTE* m_pCopRecon[COP_MAX_GROUPS] = {};   // in m_pCopGroups
+    // The memory behind the four plane sets, and behind the coprocessor's groups.
+    std::unique_ptr<BYTE[]> m_pPlanes;
+    std::unique_ptr<BYTE[]> m_pCopGroups;
 
     // Bit writer.
     void InitBitWriter();

@@ -45,7 +45,7 @@ public:
         AlignBits();
         for (int g = 0; g < COP_GROUP_MBS; ++g)
             GetMBBytes(g, 0, m_imgReference, m_nWidth, pbyResult + g * MB_SAMPLES);
-        std::memcpy(pbyResult + COP_RECON_BYTES, m_pBitBuffer, static_cast<std::size_t>(m_nBitLen));
+        std::memcpy(pbyResult + COP_RECON_BYTES, m_pBitBuffer.get(), static_cast<std::size_t>(m_nBitLen));
         return COP_RECON_BYTES + m_nBitLen;
     }
 };
