@@ -11,6 +11,8 @@
 
 #include <memory>
 
+struct tag_KERNELTABLE;
+
 // What DecodeOneFrame did with one record.
 struct DECODER_RETURN {
     BOOL bError;         // the record could not be decoded to its end, or was refused
@@ -41,17 +43,14 @@ public:
     DECODER_RETURN DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut, BOOL bKeepSize);
 
 protected:
-    // The reader's window: 16 bytes, of which the last 12 are live (4 kept from the
-    // previous fetch and 8 fetched), incnt bits of them still unread; bitcnt counts
-    // the bits consumed since the start of the record. The live bytes are also held
-    // as big-endian numbers, so that reading bits is shifting and masking.
+    // The reader: the next bytes to fetch, a cache whose incnt bits from the top are
+    // still unread, and the bits consumed since the start of the record, which is what
+    // alignment counts from.
     struct tag_BITREADER {
         const BYTE* rdptr;
-        BYTE inbfr[16];
+        unsigned long long qwCache;
         int incnt;
         int bitcnt;
-        DWORD dwKept;            // inbfr[4..7]
-        unsigned long long qwFetched;   // inbfr[8..15]
     };
 
     int m_nHeight = 0;
@@ -71,15 +70,14 @@ protected:
     // The memory behind both plane sets, which the records point into.
     std::unique_ptr<BYTE[]> m_pPlanes;
 
+    // The kernels the decoder runs, the process's table from Create on.
+    const tag_KERNELTABLE* m_pKernels = nullptr;
+
 private:
-    using IDCTFunction = void (*)(const short*, short*);
+    // An inverse transform form on natural-order blocks, in place.
+    using IDCTFunction = void (*)(short* const* ppsBlocks, int nBlocks);
 
-    // The reader's operations on a given state: the members below apply them to
-    // m_pBitReader, and the coefficient loop to a copy that stays in registers.
-    static void FillWindow(tag_BITREADER& r, const BYTE* pEnd);
-    static inline unsigned ShowWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd);
-    static inline void FlushWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd);
-
+    static inline void FillCache(tag_BITREADER& r, const BYTE* pEnd);
     void InitBitStreamBuf();
     void FillBitStreamBuffer();
     inline unsigned ShowBits(int nBits);
@@ -89,7 +87,6 @@ private:
     BOOL GetStartBitStream();
     int GetCBPY();
     BOOL DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp);
-    static void FillMBFromSubMB(int nBlock, YUV_Block* pMB, const short* psBlock);
     BOOL IFrameDecode(const IMAGE& img);
     BOOL PFrameDecode(const IMAGE& img);
     BOOL IFrameDecodewithMMX(const IMAGE& img);

@@ -4,11 +4,13 @@
 #pragma once
 
 #include "codec/CodecTypes.h"
+#include "codec/KernelTable.h"
 #include "platform/CObject.h"
 #include "platform/WinTypes.h"
 #include "vocabulary/StreamRevision.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 // What Encode produced for one frame.
@@ -78,9 +80,11 @@ protected:
     int m_nMBRows = 0;
     std::unique_ptr<int[]> m_pMoveMap;
     std::unique_ptr<BYTE[]> m_pBitBuffer;
+    // Bit writer: next byte, bits not yet complete at the top of the accumulator, how
+    // many, and the bytes complete so far.
     BYTE* m_pBitPtr = nullptr;
-    WORD m_wBitAcc = 0;
-    int m_nBitsFree = 16;
+    std::uint64_t m_qwBitAcc = 0;
+    int m_nBitsHeld = 0;
     int m_nBitLen = 0;
     int m_nIntraThreshold = 3840;
     int m_nMoveThreshold = 2048;
@@ -103,16 +107,16 @@ protected:
     std::unique_ptr<BYTE[]> m_pPlanes;
     std::unique_ptr<BYTE[]> m_pCopGroups;
 
+    // The kernels the encoder runs, the process's table from Create on.
+    const tag_KERNELTABLE* m_pKernels = nullptr;
+
     // Bit writer.
     void InitBitWriter();
     void PutBits(int nBits, unsigned nValue);
     int AlignBits();
     void PutCBPY(int nPattern, BOOL bInter);
-    int PutDCTCoeff(int nRun, int nAbsLevel, int nLast);
     void EncodeDCTCoeff(BOOL bInter, const short* psLevel, int nBlock, int nBlockLength);
     void PutMBHeader(BOOL bPFrame, BOOL bInter, BOOL bSkip, int nPattern);
-    void PutMBBlocks(const short* psLevel, BOOL bInter, int nPattern, int nBlockLength);
-    static int GetCBP(const short* psLevel, int nFirst, int nBlockLength);
 
     // Macroblocks and picture bodies.
     void IFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
@@ -130,41 +134,47 @@ protected:
     int PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
 
 private:
-    // The transform pair of a body: scalar or SIMD form.
-    using QuantMBFunction = void (*)(short*, const YUV_Block*, int, int);
-    using DequantMBFunction = void (*)(const short*, YUV_Block*, int, int);
+    // The transform pair of a body on natural-order blocks, in place: scalar or SIMD form.
     struct tag_TRANSFORMPAIR {
-        QuantMBFunction pfnQuant;
-        DequantMBFunction pfnDequant;
+        void (*pfnForward)(short* const* ppsBlocks, int nBlocks);
+        void (*pfnInverse)(short* const* ppsBlocks, int nBlocks);
     };
-    struct tag_BITWRITERSTATE {
-        BYTE* pBitPtr;
-        WORD wBitAcc;
-        int nBitsFree;
-        int nBitLen;
+    // The six blocks of a macroblock in natural order, and where their values are not 0.
+    struct tag_MBLEVELS {
+        alignas(32) short sBlocks[MB_BLOCKS * BLOCK_SAMPLES];
+        std::uint64_t qwNonZero[MB_BLOCKS];
     };
 
     BOOL AllocateBuffers();
     void FreeBuffers();
     void ClearMoveMap();
     void BringFrameIn(BYTE* pbyFrame);
+    int LumaSAD(int nIndex, const IMAGE& imgFirst, const IMAGE& imgSecond) const;
     BOOL DetectMove();
     ENCODER_RETURN EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType);
-    int EncodePFrameBody();
-    void RestoreReference();
+    int CountIntraMacroblocks();
+    void EncodePFrameBody();
     void PutEvent(int nLast, int nRun, int nLevel);
+    void PutEvents(const short* psScanLevels, std::uint64_t qwPositions, int nFirst);
+    void PutDC(int nDC);
+    void PutMBBlocks(const tag_MBLEVELS& levels, BOOL bInter, int nPattern);
+    static int GetCBP(const tag_MBLEVELS& levels, int nFirst);
+    static bool IsBlockCoded(int nPattern, int nBlock);
     BYTE* ReserveGroupsField();
-    tag_BITWRITERSTATE SaveBitWriter() const;
-    void RestoreBitWriter(const tag_BITWRITERSTATE& state);
-    int EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
-                                  BOOL bPFrame);
-    void FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                      BOOL bPFrame, int& nIntraCount);
-    void CodeIntraMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+    static tag_TRANSFORMPAIR ScalarTransforms();
+    tag_TRANSFORMPAIR SIMDTransforms() const;
+    void QuantizeMB(tag_MBLEVELS& levels, int nQ, int nMode, const tag_TRANSFORMPAIR& transforms) const;
+    void ReconstructMB(tag_MBLEVELS& levels, int nPattern, int nQ, int nMode,
+                       const tag_TRANSFORMPAIR& transforms) const;
+    void CodeIntraMB(int nIndex, BOOL bPFrame, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
                      const tag_TRANSFORMPAIR& transforms);
     void CodePredictedMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
                          const IMAGE& imgTarget, int nQ, int& nIntraCount,
                          const tag_TRANSFORMPAIR& transforms);
+    int EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+                                  BOOL bPFrame);
+    void FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
+                      BOOL bPFrame, int& nIntraCount);
     void CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
                    BOOL bPFrame, int& nIntraCount);
 };

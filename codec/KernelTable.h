@@ -9,6 +9,8 @@
 #include "codec/CodecTypes.h"
 #include "platform/WinTypes.h"
 
+#include <cstdint>
+
 // The SIMD forms are written with x86 intrinsics; a portable build leaves them out.
 #if !defined(ZNDVR_PORTABLE) && defined(__x86_64__) && defined(__SSE2__)
 #define ZNDVR_KERNELS_X86 1
@@ -16,25 +18,39 @@
 #define ZNDVR_KERNELS_X86 0
 #endif
 
-// Instruction-set extensions that a kernel form may use.
+// Instruction-set extensions that a kernel form may use, in the order in which the
+// forms build on each other.
 enum tag_KERNELFEATURE : DWORD {
     KERNEL_FEATURE_SSE2 = 1u << 0,
+    KERNEL_FEATURE_AVX2 = 1u << 1,
 };
 
 struct tag_KERNELTABLE {
-    // The SIMD transform form; its reference form is a portable emulation of the same
-    // 16-bit steps.
-    void (*pfnFDCTBlockMMX)(short* psBlock, short* psCoeff);
-    void (*pfnIDCTBlockMMX)(const short* psCoeff, short* psBlock);
+    // The SIMD transform form on natural-order blocks, in place, nBlocks of them at
+    // ppsBlocks; its reference form is a portable emulation of the same 16-bit steps.
+    void (*pfnFDCTMMX)(short* const* ppsBlocks, int nBlocks);
+    void (*pfnIDCTMMX)(short* const* ppsBlocks, int nBlocks);
+    // The quantiser on 64 values; position 0 is the DC, the others need no order.
     void (*pfnQuantBlock)(const short* psCoeff, short* psLevel, int nQp, int nMode);
     void (*pfnDequantBlock)(const short* psLevel, short* psCoeff, int nQp, int nMode);
-    // Transform and quantiser of a whole macroblock, in each transform form.
-    void (*pfnQuantMB)(short* psLevel, const YUV_Block* pMB, int nQp, int nMode);
-    void (*pfnDequantMB)(const short* psLevel, YUV_Block* pMB, int nQp, int nMode);
-    void (*pfnQuantMBwithMMX)(short* psLevel, const YUV_Block* pMB, int nQp, int nMode);
-    void (*pfnDequantMBwithMMX)(const short* psLevel, YUV_Block* pMB, int nQp, int nMode);
-    void (*pfnPutMB)(int nCol, int nRow, const IMAGE& img, int nWidth, const YUV_Block* pMB);
-    int (*pfnSADMB)(const YUV_Block* pFirst, const YUV_Block* pSecond);
+    // Bit n set where value n of the 64 is not 0.
+    std::uint64_t (*pfnNonZeroMask)(const short* psBlock);
+
+    // The six natural-order blocks of the macroblock at (nCol, nRow): its samples, or
+    // its samples less those of the reference.
+    void (*pfnLoadMB)(const IMAGE& img, int nCol, int nRow, int nWidth, short* psBlocks);
+    void (*pfnLoadDifferenceMB)(const IMAGE& img, const IMAGE& imgReference, int nCol, int nRow, int nWidth,
+                                short* psBlocks);
+    // Six blocks clipped to 0..255 into the macroblock's place.
+    void (*pfnStoreMB)(const short* psBlocks, const IMAGE& img, int nCol, int nRow, int nWidth);
+    // Each block whose bit 5 - b is set in nPattern added to the reference, clipped, into
+    // the target; the others copied from the reference where the target is elsewhere.
+    void (*pfnStoreSumMB)(const short* psBlocks, int nPattern, const IMAGE& imgReference, const IMAGE& imgTarget,
+                          int nCol, int nRow, int nWidth);
+    // Sum of absolute differences of two 16x16 squares of bytes.
+    int (*pfnSADLuma)(const BYTE* pbyFirst, const BYTE* pbySecond, int nStride);
+
+    void (*pfnUYVYToYUV420)(const BYTE* pbyFrame, const IMAGE& img, int nWidth, int nHeight);
     void (*pfnYUVToRGB24)(BYTE* pbyDst, const IMAGE& img, int nWidth, int nHeight);
 };
 
@@ -46,11 +62,12 @@ void FillKernelTable(tag_KERNELTABLE& table, DWORD dwFeatures);
 // The process's table, filled for GetKernelFeatures().
 const tag_KERNELTABLE& GetKernelTable();
 
-// Each kernel file enters its forms: the plain ones always, the others for the features
-// given.
-void FillTransformKernels(tag_KERNELTABLE& table, DWORD dwFeatures);
-void FillPixelKernels(tag_KERNELTABLE& table, DWORD dwFeatures);
+// Each kernel file enters its forms.
+void FillTransformKernels(tag_KERNELTABLE& table);
+void FillPixelKernels(tag_KERNELTABLE& table);
 #if ZNDVR_KERNELS_X86
-void FillTransformKernelsX86(tag_KERNELTABLE& table, DWORD dwFeatures);
-void FillPixelKernelsX86(tag_KERNELTABLE& table, DWORD dwFeatures);
+void FillTransformKernelsSSE2(tag_KERNELTABLE& table);
+void FillPixelKernelsSSE2(tag_KERNELTABLE& table);
+void FillTransformKernelsAVX2(tag_KERNELTABLE& table);
+void FillPixelKernelsAVX2(tag_KERNELTABLE& table);
 #endif

@@ -1,7 +1,7 @@
-// Macroblock loads, stores and arithmetic, colour conversions and the processor probes,
-// in their plain forms. Where hand-written SIMD beats what the compiler makes of the
-// plain loop, a faster form stands in PixelKernelsX86.cpp and the kernel table chooses;
-// the other kernels are plain loops that the compiler vectorises.
+// Macroblock loads, stores and arithmetic, and the colour conversions, in their plain
+// forms. The kernels of the table have faster forms in PixelKernelsSSE2.cpp and
+// PixelKernelsAVX2.cpp; their plain forms here follow the macroblock operations step by
+// step and are the reference of the others.
 #include "codec/PixelKernels.h"
 
 #include "codec/KernelTable.h"
@@ -11,10 +11,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-
-#if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
-#endif
 
 namespace {
 
@@ -67,14 +63,6 @@ void ScatterMB(const tag_MBPLANES& planes, const T* pY, const T* pU, const T* pV
     }
 }
 
-int SADMBPlain(const YUV_Block* pFirst, const YUV_Block* pSecond)
-{
-    int nSum = 0;
-    for (int n = 0; n < MB_LUMA_SAMPLES; ++n)
-        nSum += std::abs(pFirst->Y[n] - pSecond->Y[n]);
-    return nSum;
-}
-
 void YUVToRGB24Plain(BYTE* pbyDst, const IMAGE& img, int nWidth, int nHeight)
 {
     for (int y = 0; y < nHeight; ++y) {
@@ -83,62 +71,76 @@ void YUVToRGB24Plain(BYTE* pbyDst, const IMAGE& img, int nWidth, int nHeight)
     }
 }
 
-void PutMBPlain(int nCol, int nRow, const IMAGE& img, int nWidth, const YUV_Block* pMB)
+int SADLumaPlain(const BYTE* pbyFirst, const BYTE* pbySecond, int nStride)
 {
-    ScatterMB(LocateMB(nCol, nRow, img, nWidth), pMB->Y, pMB->U, pMB->V);
+    int nSum = 0;
+    for (int r = 0; r < MB_LUMA_SIZE; ++r) {
+        for (int c = 0; c < MB_LUMA_SIZE; ++c)
+            nSum += std::abs(pbyFirst[r * nStride + c] - pbySecond[r * nStride + c]);
+    }
+    return nSum;
 }
 
-// ---- Processor probes ---------------------------------------------------------------
-
-constexpr unsigned kAlignmentCheckFlag = 18;
-constexpr unsigned kIdFlag = 21;
-constexpr unsigned kMMXFeatureBit = 23;
-constexpr unsigned kExtendedMMXFeatureBit = 31;
-constexpr unsigned kExtendedLeafBase = 0x80000000u;
-
-#if defined(__x86_64__) || defined(__i386__)
-
-#if defined(__x86_64__)
-using Flags = unsigned long long;
-// Steps over the red zone below the stack pointer, where the compiler may keep values
-// that the pushes of the probe would overwrite.
-#define ZNDVR_ENTER_PROBE_STACK "add $-128, %%rsp\n\t"
-#define ZNDVR_LEAVE_PROBE_STACK "sub $-128, %%rsp\n\t"
-#else
-using Flags = unsigned int;
-#define ZNDVR_ENTER_PROBE_STACK ""
-#define ZNDVR_LEAVE_PROBE_STACK ""
-#endif
-
-// Whether a bit of the processor flags can be changed. The toggled flags are read back
-// and the original restored within one instruction sequence: with the alignment-check
-// bit set, any unaligned access the compiler placed in between would trap.
-bool CanToggleFlag(unsigned nBit)
+void UYVYToYUV420Plain(const BYTE* pbyFrame, const IMAGE& img, int nWidth, int nHeight)
 {
-    const Flags mask = Flags{1} << nBit;
-    Flags original;
-    Flags toggled;
-    __asm__ volatile(ZNDVR_ENTER_PROBE_STACK
-                     "pushf\n\t"
-                     "pop %0\n\t"
-                     "mov %0, %1\n\t"
-                     "xor %2, %1\n\t"
-                     "push %1\n\t"
-                     "popf\n\t"
-                     "pushf\n\t"
-                     "pop %1\n\t"
-                     "push %0\n\t"
-                     "popf\n\t" ZNDVR_LEAVE_PROBE_STACK
-                     : "=&r"(original), "=&r"(toggled)
-                     : "r"(mask)
-                     : "cc", "memory");
-    return ((original ^ toggled) & mask) != 0;
+    const std::ptrdiff_t nRowBytes = 2 * static_cast<std::ptrdiff_t>(nWidth);
+    for (int r = 0; r < nHeight / 2; ++r) {
+        const BYTE* pbyA = pbyFrame + 2 * r * nRowBytes;
+        BYTE* pbyYA = img.Y + static_cast<std::ptrdiff_t>(2 * r) * nWidth;
+        const std::ptrdiff_t nChroma = static_cast<std::ptrdiff_t>(r) * (nWidth / 2);
+        ConvertPixelPairs(pbyA, pbyA + nRowBytes, pbyYA, pbyYA + nWidth, img.U + nChroma, img.V + nChroma, 0, nWidth);
+    }
 }
 
-#undef ZNDVR_ENTER_PROBE_STACK
-#undef ZNDVR_LEAVE_PROBE_STACK
+// The blocks of the macroblock in the planes, as GetMB loads it.
+void LoadMBPlain(const IMAGE& img, int nCol, int nRow, int nWidth, short* psBlocks)
+{
+    YUV_Block mb;
+    GetMB(nCol, nRow, img, nWidth, &mb);
+    for (int b = 0; b < MB_BLOCKS; ++b)
+        CopyBlockFromMB(&mb, b, psBlocks + BLOCK_SAMPLES * b);
+}
 
-#endif
+// GetMB of both, then SubMB.
+void LoadDifferenceMBPlain(const IMAGE& img, const IMAGE& imgReference, int nCol, int nRow, int nWidth,
+                           short* psBlocks)
+{
+    YUV_Block mb;
+    YUV_Block reference;
+    GetMB(nCol, nRow, img, nWidth, &mb);
+    GetMB(nCol, nRow, imgReference, nWidth, &reference);
+    SubMB(&mb, &reference);
+    for (int b = 0; b < MB_BLOCKS; ++b)
+        CopyBlockFromMB(&mb, b, psBlocks + BLOCK_SAMPLES * b);
+}
+
+// ClipMB, then PutMB.
+void StoreMBPlain(const short* psBlocks, const IMAGE& img, int nCol, int nRow, int nWidth)
+{
+    YUV_Block mb;
+    for (int b = 0; b < MB_BLOCKS; ++b)
+        CopyBlockToMB(psBlocks + BLOCK_SAMPLES * b, b, &mb);
+    ClipMB(&mb);
+    PutMB(nCol, nRow, img, nWidth, &mb);
+}
+
+// A block outside the pattern is a difference of zeros, so AddMB leaves the reference
+// there; then ClipMB and PutMB into the target.
+void StoreSumMBPlain(const short* psBlocks, int nPattern, const IMAGE& imgReference, const IMAGE& imgTarget, int nCol,
+                     int nRow, int nWidth)
+{
+    YUV_Block difference;
+    const short zeros[BLOCK_SAMPLES] = {};
+    for (int b = 0; b < MB_BLOCKS; ++b) {
+        const bool bCoded = (nPattern & (1 << (MB_BLOCKS - 1 - b))) != 0;
+        CopyBlockToMB(bCoded ? psBlocks + BLOCK_SAMPLES * b : zeros, b, &difference);
+    }
+    YUV_Block reference;
+    GetMB(nCol, nRow, imgReference, nWidth, &reference);
+    AddMB(&difference, &reference);
+    ClipMB(&difference);
+    PutMB(nCol, nRow, imgTarget, nWidth, &difference);
+}
 
 } // namespace
 
@@ -149,7 +151,7 @@ void GetMB(int nCol, int nRow, const IMAGE& img, int nWidth, YUV_Block* pMB)
 
 void PutMB(int nCol, int nRow, const IMAGE& img, int nWidth, const YUV_Block* pMB)
 {
-    GetKernelTable().pfnPutMB(nCol, nRow, img, nWidth, pMB);
+    ScatterMB(LocateMB(nCol, nRow, img, nWidth), pMB->Y, pMB->U, pMB->V);
 }
 
 void GetMBBytes(int nCol, int nRow, const IMAGE& img, int nWidth, BYTE* pbyMB)
@@ -181,34 +183,21 @@ void AddMB(YUV_Block* pFirst, const YUV_Block* pSecond)
 
 int SADMB(const YUV_Block* pFirst, const YUV_Block* pSecond)
 {
-    return GetKernelTable().pfnSADMB(pFirst, pSecond);
-}
-
-int SADMBBytes(const BYTE* pbyFirst, const BYTE* pbySecond)
-{
     int nSum = 0;
     for (int n = 0; n < MB_LUMA_SAMPLES; ++n)
-        nSum += std::abs(pbyFirst[n] - pbySecond[n]);
+        nSum += std::abs(pFirst->Y[n] - pSecond->Y[n]);
     return nSum;
+}
+
+// The luma of a byte-sample macroblock is 16 rows of 16 bytes.
+int SADMBBytes(const BYTE* pbyFirst, const BYTE* pbySecond)
+{
+    return GetKernelTable().pfnSADLuma(pbyFirst, pbySecond, MB_LUMA_SIZE);
 }
 
 void UYVYToYUV420(const BYTE* pbyFrame, const IMAGE& img, int nWidth, int nHeight)
 {
-    const std::ptrdiff_t nRowBytes = 2 * static_cast<std::ptrdiff_t>(nWidth);
-    const std::ptrdiff_t nSamples = static_cast<std::ptrdiff_t>(nWidth) * nHeight;
-    for (std::ptrdiff_t i = 0; i < nSamples; ++i)
-        img.Y[i] = pbyFrame[2 * i + 1];
-    const int nChromaWidth = nWidth / 2;
-    for (int r = 0; r < nHeight / 2; ++r) {
-        const BYTE* pbyA = pbyFrame + 2 * r * nRowBytes;
-        const BYTE* pbyB = pbyA + nRowBytes;
-        BYTE* pbyU = img.U + static_cast<std::ptrdiff_t>(r) * nChromaWidth;
-        BYTE* pbyV = img.V + static_cast<std::ptrdiff_t>(r) * nChromaWidth;
-        for (int c = 0; c < nChromaWidth; ++c) {
-            pbyU[c] = static_cast<BYTE>((pbyA[4 * c] + pbyB[4 * c]) >> 1);
-            pbyV[c] = static_cast<BYTE>((pbyA[4 * c + 2] + pbyB[4 * c + 2]) >> 1);
-        }
-    }
+    GetKernelTable().pfnUYVYToYUV420(pbyFrame, img, nWidth, nHeight);
 }
 
 namespace {
@@ -238,57 +227,22 @@ void YUVToRGB24(BYTE* pbyDst, const IMAGE& img, int nWidth, int nHeight)
     GetKernelTable().pfnYUVToRGB24(pbyDst, img, nWidth, nHeight);
 }
 
-BOOL IsIntelMMX()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    if (!CanToggleFlag(kAlignmentCheckFlag))
-        return FALSE;
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    if (!__get_cpuid(0, &a, &b, &c, &d))
-        return FALSE;
-    char strVendor[12];
-    std::memcpy(strVendor, &b, 4);
-    std::memcpy(strVendor + 4, &d, 4);
-    std::memcpy(strVendor + 8, &c, 4);
-    if (std::memcmp(strVendor, "GenuineIntel", sizeof strVendor) != 0)
-        return FALSE;
-    if (!__get_cpuid(1, &a, &b, &c, &d))
-        return FALSE;
-    return (d >> kMMXFeatureBit) & 1 ? TRUE : FALSE;
-#else
-    return FALSE;
-#endif
-}
-
-BOOL HasExtendedMMX()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    if (!CanToggleFlag(kIdFlag))
-        return FALSE;
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    __cpuid(kExtendedLeafBase, a, b, c, d);
-    if (a <= kExtendedLeafBase)
-        return FALSE;
-    __cpuid(kExtendedLeafBase + 1, a, b, c, d);
-    return (d >> kExtendedMMXFeatureBit) & 1 ? TRUE : FALSE;
-#else
-    return FALSE;
-#endif
-}
-
+// The SIMD form of the transforms runs on every processor: in SIMD code where the
+// processor has it, which every x86-64 processor does, and elsewhere in its portable
+// emulation, which gives the same bits. So every machine takes it, and a recording
+// decodes to the same pictures wherever it was made or is played.
 BOOL HasMMX()
 {
-    return IsIntelMMX() || HasExtendedMMX() ? TRUE : FALSE;
+    return TRUE;
 }
 
-void FillPixelKernels(tag_KERNELTABLE& table, DWORD dwFeatures)
+void FillPixelKernels(tag_KERNELTABLE& table)
 {
-    table.pfnPutMB = PutMBPlain;
-    table.pfnSADMB = SADMBPlain;
+    table.pfnLoadMB = LoadMBPlain;
+    table.pfnLoadDifferenceMB = LoadDifferenceMBPlain;
+    table.pfnStoreMB = StoreMBPlain;
+    table.pfnStoreSumMB = StoreSumMBPlain;
+    table.pfnSADLuma = SADLumaPlain;
+    table.pfnUYVYToYUV420 = UYVYToYUV420Plain;
     table.pfnYUVToRGB24 = YUVToRGB24Plain;
-#if ZNDVR_KERNELS_X86
-    FillPixelKernelsX86(table, dwFeatures);
-#else
-    static_cast<void>(dwFeatures);
-#endif
 }

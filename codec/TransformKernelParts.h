@@ -254,12 +254,6 @@ void FDCTPassLanes(typename L::tag_V16 (&x)[kLanes])
 
 // The reorderings between scan and natural order, unrolled over fixed offsets.
 template <std::size_t... K>
-void ScanToTransposedUnrolled(const short* psScan, short* psOut, std::index_sequence<K...>)
-{
-    ((psOut[K] = psScan[g_byZigZag[BLOCK_SIZE * (K % BLOCK_SIZE) + K / BLOCK_SIZE]]), ...);
-}
-
-template <std::size_t... K>
 void ScanToNaturalUnrolled(const short* psScan, short* psNatural, std::index_sequence<K...>)
 {
     ((psNatural[K] = psScan[g_byZigZag[K]]), ...);
@@ -269,12 +263,6 @@ template <std::size_t... K>
 void NaturalToScanUnrolled(const short* psNatural, short* psScan, std::index_sequence<K...>)
 {
     ((psScan[g_byZigZag[K]] = psNatural[K]), ...);
-}
-
-// Scan order into the transpose of natural order: psOut[8 * column + row].
-inline void ScanToTransposed(const short* psScan, short* psOut)
-{
-    ScanToTransposedUnrolled(psScan, psOut, std::make_index_sequence<BLOCK_SAMPLES>());
 }
 
 inline void ScanToNatural(const short* psScan, short* psNatural)
@@ -287,88 +275,51 @@ inline void NaturalToScan(const short* psNatural, short* psScan)
     NaturalToScanUnrolled(psNatural, psScan, std::make_index_sequence<BLOCK_SAMPLES>());
 }
 
-// Row pass (input shifts 4 and 2), then column pass (2 and 0), from scan-order
-// coefficients to a natural-order block. The coefficients are gathered straight into
-// the lane layout of the row pass, where x[k] holds input k of every row.
+// The L::kBlocks natural-order blocks at ppsBlocks, transformed in place: row pass, then
+// column pass. A lane type holds one row of each of its blocks; the rows are turned into
+// columns so that the first pass works on all rows at once.
 template <class L>
-void IDCTBlockLanes(const short* psCoeff, short* psBlock)
-{
-    short transposed[BLOCK_SAMPLES];
-    ScanToTransposed(psCoeff, transposed);
-    typename L::tag_V16 x[kLanes];
-    for (int n = 0; n < kLanes; ++n)
-        x[n] = L::LoadRow(transposed + BLOCK_SIZE * n);
-    IDCTPassLanes<L, 4, 2, true>(x);
-    L::Transpose(x);
-    IDCTPassLanes<L, 2, 0, false>(x);
-    for (int n = 0; n < kLanes; ++n)
-        L::StoreRow(psBlock + BLOCK_SIZE * n, x[n]);
-}
-
-// Row pass (input shift 2), then column pass (0); the natural-order result is left in
-// psBlock and written to psCoeff in scan order.
-template <class L>
-void FDCTBlockLanes(short* psBlock, short* psCoeff)
+void FDCTLanes(short* const* ppsBlocks)
 {
     typename L::tag_V16 x[kLanes];
     for (int n = 0; n < kLanes; ++n)
-        x[n] = L::LoadRow(psBlock + BLOCK_SIZE * n);
+        x[n] = L::LoadRow(ppsBlocks, n);
     L::Transpose(x);
     FDCTPassLanes<L, 2, true>(x);
     L::Transpose(x);
     FDCTPassLanes<L, 0, false>(x);
     for (int n = 0; n < kLanes; ++n)
-        L::StoreRow(psBlock + BLOCK_SIZE * n, x[n]);
-    NaturalToScan(psBlock, psCoeff);
+        L::StoreRow(ppsBlocks, n, x[n]);
 }
 
-// The natural-order 8x8 block b of a macroblock: luma blocks at row 8 * (b / 2) and
-// column 8 * (b % 2) of Y, block 4 is U, block 5 is V.
-inline void CopyBlockFromMB(const YUV_Block* pMB, int nBlock, short* psBlock)
+// Row pass (input shifts 4 and 2), then column pass (2 and 0).
+template <class L>
+void IDCTLanes(short* const* ppsBlocks)
 {
-    if (nBlock >= 4) {
-        std::memcpy(psBlock, nBlock == 4 ? pMB->U : pMB->V, BLOCK_SAMPLES * sizeof(short));
-        return;
-    }
-    const short* psSource = pMB->Y + MB_LUMA_SIZE * BLOCK_SIZE * (nBlock / 2) + BLOCK_SIZE * (nBlock % 2);
-    for (int r = 0; r < BLOCK_SIZE; ++r)
-        std::memcpy(psBlock + BLOCK_SIZE * r, psSource + MB_LUMA_SIZE * r, BLOCK_SIZE * sizeof(short));
+    typename L::tag_V16 x[kLanes];
+    for (int n = 0; n < kLanes; ++n)
+        x[n] = L::LoadRow(ppsBlocks, n);
+    L::Transpose(x);
+    IDCTPassLanes<L, 4, 2, true>(x);
+    L::Transpose(x);
+    IDCTPassLanes<L, 2, 0, false>(x);
+    for (int n = 0; n < kLanes; ++n)
+        L::StoreRow(ppsBlocks, n, x[n]);
 }
 
-inline void CopyBlockToMB(const short* psBlock, int nBlock, YUV_Block* pMB)
+// nBlocks blocks, L::kBlocks at a time; a last block that fills no lane type alone is
+// transformed in all its lanes, which store the same values to it.
+template <class L, void (*TRANSFORM)(short* const*)>
+void TransformBlocks(short* const* ppsBlocks, int nBlocks)
 {
-    if (nBlock >= 4) {
-        std::memcpy(nBlock == 4 ? pMB->U : pMB->V, psBlock, BLOCK_SAMPLES * sizeof(short));
-        return;
-    }
-    short* psTarget = pMB->Y + MB_LUMA_SIZE * BLOCK_SIZE * (nBlock / 2) + BLOCK_SIZE * (nBlock % 2);
-    for (int r = 0; r < BLOCK_SIZE; ++r)
-        std::memcpy(psTarget + MB_LUMA_SIZE * r, psBlock + BLOCK_SIZE * r, BLOCK_SIZE * sizeof(short));
-}
-
-// For blocks 0 to 5: forward transform, then the quantiser.
-template <void (*FORWARD)(short*, short*), void (*QUANT)(const short*, short*, int, int)>
-void QuantMBOf(short* psLevel, const YUV_Block* pMB, int nQp, int nMode)
-{
-    for (int b = 0; b < MB_BLOCKS; ++b) {
-        short block[BLOCK_SAMPLES];
-        short coeff[BLOCK_SAMPLES];
-        CopyBlockFromMB(pMB, b, block);
-        FORWARD(block, coeff);
-        QUANT(coeff, psLevel + BLOCK_SAMPLES * b, nQp, nMode);
-    }
-}
-
-// For blocks 0 to 5: inverse quantiser, then the inverse transform, into place.
-template <void (*INVERSE)(const short*, short*), void (*DEQUANT)(const short*, short*, int, int)>
-void DequantMBOf(const short* psLevel, YUV_Block* pMB, int nQp, int nMode)
-{
-    for (int b = 0; b < MB_BLOCKS; ++b) {
-        short coeff[BLOCK_SAMPLES];
-        short block[BLOCK_SAMPLES];
-        DEQUANT(psLevel + BLOCK_SAMPLES * b, coeff, nQp, nMode);
-        INVERSE(coeff, block);
-        CopyBlockToMB(block, b, pMB);
+    int n = 0;
+    for (; n + L::kBlocks <= nBlocks; n += L::kBlocks)
+        TRANSFORM(ppsBlocks + n);
+    if (n < nBlocks) {
+        short* apsRest[L::kBlocks];
+        for (int k = 0; k < L::kBlocks; ++k)
+            apsRest[k] = ppsBlocks[n + k < nBlocks ? n + k : nBlocks - 1];
+        TRANSFORM(apsRest);
     }
 }
 

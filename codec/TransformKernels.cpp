@@ -1,10 +1,11 @@
 // The 8x8 transforms and the quantiser in their plain forms: the scalar transforms on
 // 32-bit integers that wrap, the portable emulation of the SIMD form's 16-bit lanes, and
-// the plain quantiser loops. The SIMD forms stand in TransformKernelsX86.cpp; the
-// kernel table chooses.
+// the plain quantiser loops. The faster forms stand in TransformKernelsSSE2.cpp and
+// TransformKernelsAVX2.cpp; the kernel table chooses.
 #include "codec/TransformKernels.h"
 
 #include "codec/KernelTable.h"
+#include "codec/PixelKernelParts.h"
 #include "codec/TransformKernelParts.h"
 
 #include <algorithm>
@@ -58,6 +59,8 @@ short Saturate16(int v)
 // Eight 16-bit lanes computed one at a time; each operation is the integer operation of
 // its SSE2 counterpart.
 struct CPortableLanes {
+    static constexpr int kBlocks = 1;
+
     struct tag_V16 {
         short n[kLanes];
     };
@@ -65,16 +68,16 @@ struct CPortableLanes {
         std::int32_t n[kLanes];
     };
 
-    static tag_V16 LoadRow(const short* ps)
+    static tag_V16 LoadRow(short* const* ppsBlocks, int nRow)
     {
         tag_V16 v;
-        std::memcpy(v.n, ps, sizeof v.n);
+        std::memcpy(v.n, ppsBlocks[0] + BLOCK_SIZE * nRow, sizeof v.n);
         return v;
     }
 
-    static void StoreRow(short* ps, const tag_V16& v)
+    static void StoreRow(short* const* ppsBlocks, int nRow, const tag_V16& v)
     {
-        std::memcpy(ps, v.n, sizeof v.n);
+        std::memcpy(ppsBlocks[0] + BLOCK_SIZE * nRow, v.n, sizeof v.n);
     }
 
     static void Transpose(tag_V16 (&x)[kLanes])
@@ -178,6 +181,64 @@ struct CPortableLanes {
     }
 };
 
+void FDCTMMXPlain(short* const* ppsBlocks, int nBlocks)
+{
+    TransformBlocks<CPortableLanes, FDCTLanes<CPortableLanes>>(ppsBlocks, nBlocks);
+}
+
+void IDCTMMXPlain(short* const* ppsBlocks, int nBlocks)
+{
+    TransformBlocks<CPortableLanes, IDCTLanes<CPortableLanes>>(ppsBlocks, nBlocks);
+}
+
+std::uint64_t NonZeroMaskPlain(const short* psBlock)
+{
+    std::uint64_t qwMask = 0;
+    for (int n = 0; n < BLOCK_SAMPLES; ++n)
+        qwMask |= static_cast<std::uint64_t>(psBlock[n] != 0) << n;
+    return qwMask;
+}
+
+// A macroblock's levels in scan order from its transform: each block in natural order
+// through the forward transform and the quantiser, then reordered.
+void QuantMBWith(void (*pfnForward)(short* const*, int), short* psLevel, const YUV_Block* pMB, int nQp,
+                 int nMode)
+{
+    const tag_KERNELTABLE& kernels = GetKernelTable();
+    for (int b = 0; b < MB_BLOCKS; ++b) {
+        short block[BLOCK_SAMPLES];
+        short* psBlock = block;
+        CopyBlockFromMB(pMB, b, block);
+        pfnForward(&psBlock, 1);
+        kernels.pfnQuantBlock(block, block, nQp, nMode);
+        NaturalToScan(block, psLevel + BLOCK_SAMPLES * b);
+    }
+}
+
+void DequantMBWith(void (*pfnInverse)(short* const*, int), const short* psLevel, YUV_Block* pMB, int nQp,
+                   int nMode)
+{
+    const tag_KERNELTABLE& kernels = GetKernelTable();
+    for (int b = 0; b < MB_BLOCKS; ++b) {
+        short block[BLOCK_SAMPLES];
+        short* psBlock = block;
+        ScanToNatural(psLevel + BLOCK_SAMPLES * b, block);
+        kernels.pfnDequantBlock(block, block, nQp, nMode);
+        pfnInverse(&psBlock, 1);
+        CopyBlockToMB(block, b, pMB);
+    }
+}
+
+void FDCTMMXOfTable(short* const* ppsBlocks, int nBlocks)
+{
+    GetKernelTable().pfnFDCTMMX(ppsBlocks, nBlocks);
+}
+
+void IDCTMMXOfTable(short* const* ppsBlocks, int nBlocks)
+{
+    GetKernelTable().pfnIDCTMMX(ppsBlocks, nBlocks);
+}
+
 } // namespace
 
 void FDCT1D(short* psData, int nStride)
@@ -231,32 +292,48 @@ void IDCT1D(short* psData, int nStride)
     p[4 * nStride] = Store16(R17(a3 - b3));
 }
 
+void FDCTNatural(short* const* ppsBlocks, int nBlocks)
+{
+    for (int b = 0; b < nBlocks; ++b) {
+        for (int r = 0; r < BLOCK_SIZE; ++r)
+            FDCT1D(ppsBlocks[b] + BLOCK_SIZE * r, 1);
+        for (int c = 0; c < BLOCK_SIZE; ++c)
+            FDCT1D(ppsBlocks[b] + c, BLOCK_SIZE);
+    }
+}
+
+void IDCTNatural(short* const* ppsBlocks, int nBlocks)
+{
+    for (int b = 0; b < nBlocks; ++b) {
+        for (int r = 0; r < BLOCK_SIZE; ++r)
+            IDCT1D(ppsBlocks[b] + BLOCK_SIZE * r, 1);
+        for (int c = 0; c < BLOCK_SIZE; ++c)
+            IDCT1D(ppsBlocks[b] + c, BLOCK_SIZE);
+    }
+}
+
 void FDCTBlock(short* psBlock, short* psCoeff)
 {
-    for (int r = 0; r < BLOCK_SIZE; ++r)
-        FDCT1D(psBlock + BLOCK_SIZE * r, 1);
-    for (int c = 0; c < BLOCK_SIZE; ++c)
-        FDCT1D(psBlock + c, BLOCK_SIZE);
+    FDCTNatural(&psBlock, 1);
     NaturalToScan(psBlock, psCoeff);
 }
 
 void IDCTBlock(const short* psCoeff, short* psBlock)
 {
     ScanToNatural(psCoeff, psBlock);
-    for (int r = 0; r < BLOCK_SIZE; ++r)
-        IDCT1D(psBlock + BLOCK_SIZE * r, 1);
-    for (int c = 0; c < BLOCK_SIZE; ++c)
-        IDCT1D(psBlock + c, BLOCK_SIZE);
+    IDCTNatural(&psBlock, 1);
 }
 
 void FDCTBlockMMX(short* psBlock, short* psCoeff)
 {
-    GetKernelTable().pfnFDCTBlockMMX(psBlock, psCoeff);
+    GetKernelTable().pfnFDCTMMX(&psBlock, 1);
+    NaturalToScan(psBlock, psCoeff);
 }
 
 void IDCTBlockMMX(const short* psCoeff, short* psBlock)
 {
-    GetKernelTable().pfnIDCTBlockMMX(psCoeff, psBlock);
+    ScanToNatural(psCoeff, psBlock);
+    GetKernelTable().pfnIDCTMMX(&psBlock, 1);
 }
 
 void QuantBlock(const short* psCoeff, short* psLevel, int nQp, int nMode)
@@ -271,37 +348,29 @@ void DequantBlock(const short* psLevel, short* psCoeff, int nQp, int nMode)
 
 void QuantMB(short* psLevel, const YUV_Block* pMB, int nQp, int nMode)
 {
-    GetKernelTable().pfnQuantMB(psLevel, pMB, nQp, nMode);
+    QuantMBWith(FDCTNatural, psLevel, pMB, nQp, nMode);
 }
 
 void QuantMBwithMMX(short* psLevel, const YUV_Block* pMB, int nQp, int nMode)
 {
-    GetKernelTable().pfnQuantMBwithMMX(psLevel, pMB, nQp, nMode);
+    QuantMBWith(FDCTMMXOfTable, psLevel, pMB, nQp, nMode);
 }
 
 void DequantMB(const short* psLevel, YUV_Block* pMB, int nQp, int nMode)
 {
-    GetKernelTable().pfnDequantMB(psLevel, pMB, nQp, nMode);
+    DequantMBWith(IDCTNatural, psLevel, pMB, nQp, nMode);
 }
 
 void DequantMBwithMMX(const short* psLevel, YUV_Block* pMB, int nQp, int nMode)
 {
-    GetKernelTable().pfnDequantMBwithMMX(psLevel, pMB, nQp, nMode);
+    DequantMBWith(IDCTMMXOfTable, psLevel, pMB, nQp, nMode);
 }
 
-void FillTransformKernels(tag_KERNELTABLE& table, DWORD dwFeatures)
+void FillTransformKernels(tag_KERNELTABLE& table)
 {
-    table.pfnFDCTBlockMMX = FDCTBlockLanes<CPortableLanes>;
-    table.pfnIDCTBlockMMX = IDCTBlockLanes<CPortableLanes>;
+    table.pfnFDCTMMX = FDCTMMXPlain;
+    table.pfnIDCTMMX = IDCTMMXPlain;
     table.pfnQuantBlock = QuantBlockPlain;
     table.pfnDequantBlock = DequantBlockPlain;
-    table.pfnQuantMB = QuantMBOf<FDCTBlock, QuantBlockPlain>;
-    table.pfnDequantMB = DequantMBOf<IDCTBlock, DequantBlockPlain>;
-    table.pfnQuantMBwithMMX = QuantMBOf<FDCTBlockLanes<CPortableLanes>, QuantBlockPlain>;
-    table.pfnDequantMBwithMMX = DequantMBOf<IDCTBlockLanes<CPortableLanes>, DequantBlockPlain>;
-#if ZNDVR_KERNELS_X86
-    FillTransformKernelsX86(table, dwFeatures);
-#else
-    static_cast<void>(dwFeatures);
-#endif
+    table.pfnNonZeroMask = NonZeroMaskPlain;
 }

@@ -23,6 +23,11 @@ inline constexpr int INTRA_DC_SCALE = 8;
 void FDCT1D(short* psData, int nStride);
 void IDCT1D(short* psData, int nStride);
 
+// The scalar transforms of nBlocks natural-order blocks at ppsBlocks, in place: rows,
+// then columns. The SIMD form on natural-order blocks is in the kernel table.
+void FDCTNatural(short* const* ppsBlocks, int nBlocks);
+void IDCTNatural(short* const* ppsBlocks, int nBlocks);
+
 // Forward transform of a natural-order 8x8 block (rows, then columns; psBlock is
 // destroyed), written to psCoeff in scan order.
 void FDCTBlock(short* psBlock, short* psCoeff);

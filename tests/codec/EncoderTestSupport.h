@@ -134,7 +134,7 @@ public:
     using CEncoder::m_bUseCoprocessor;
     using CEncoder::m_imgReference;
     using CEncoder::m_nBitLen;
-    using CEncoder::m_nBitsFree;
+    using CEncoder::m_nBitsHeld;
     using CEncoder::m_nQi;
     using CEncoder::m_nQp;
     using CEncoder::m_pBitBuffer;

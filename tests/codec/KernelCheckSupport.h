@@ -91,7 +91,7 @@ inline std::vector<tag_KERNELFORM> KernelForms()
     const struct {
         DWORD dwFeature;
         const char* strName;
-    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}};
+    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}, {KERNEL_FEATURE_AVX2, "avx2"}};
     std::vector<tag_KERNELFORM> forms(1);
     forms[0].strName = "plain";
     FillKernelTable(forms[0].table, 0);

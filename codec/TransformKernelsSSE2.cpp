@@ -1,6 +1,6 @@
-// The SIMD forms of the transform kernels for x86: the SIMD transform form in SSE2
-// lanes, which gives the bits of its portable emulation, and SSE2 twins of the quantiser,
-// which give the bits of its plain loops.
+// The SSE2 forms of the transform kernels: the SIMD transform form in eight 16-bit lanes,
+// which gives the bits of its portable emulation, and twins of the quantiser, which give
+// the bits of its plain loops.
 #include "codec/KernelTable.h"
 
 #if ZNDVR_KERNELS_X86
@@ -18,6 +18,8 @@ namespace {
 // ---- Transform lanes ----------------------------------------------------------------
 
 struct CSSE2Lanes {
+    static constexpr int kBlocks = 1;
+
     struct tag_V16 {
         __m128i v;
     };
@@ -27,14 +29,14 @@ struct CSSE2Lanes {
         __m128i hi;
     };
 
-    static tag_V16 LoadRow(const short* ps)
+    static tag_V16 LoadRow(short* const* ppsBlocks, int nRow)
     {
-        return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(ps))};
+        return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(ppsBlocks[0] + BLOCK_SIZE * nRow))};
     }
 
-    static void StoreRow(short* ps, const tag_V16& a)
+    static void StoreRow(short* const* ppsBlocks, int nRow, const tag_V16& a)
     {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(ps), a.v);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(ppsBlocks[0] + BLOCK_SIZE * nRow), a.v);
     }
 
     static void Transpose(tag_V16 (&x)[kLanes])
@@ -230,20 +232,39 @@ void DequantBlockSSE2(const short* psLevel, short* psCoeff, int nQp, int nMode)
         psCoeff[0] = static_cast<short>(nDC * INTRA_DC_SCALE);
 }
 
+void FDCTMMXSSE2(short* const* ppsBlocks, int nBlocks)
+{
+    TransformBlocks<CSSE2Lanes, FDCTLanes<CSSE2Lanes>>(ppsBlocks, nBlocks);
+}
+
+void IDCTMMXSSE2(short* const* ppsBlocks, int nBlocks)
+{
+    TransformBlocks<CSSE2Lanes, IDCTLanes<CSSE2Lanes>>(ppsBlocks, nBlocks);
+}
+
+// Lanes compared with zero, narrowed to bytes with saturation, which keeps every value
+// that is not 0 so; one bit a value.
+std::uint64_t NonZeroMaskSSE2(const short* psBlock)
+{
+    const __m128i zero = _mm_setzero_si128();
+    std::uint64_t qwMask = 0;
+    for (int n = 0; n < BLOCK_SAMPLES; n += 2 * kLanes) {
+        const __m128i bytes = _mm_packs_epi16(LoadLanes(psBlock + n), LoadLanes(psBlock + n + kLanes));
+        const unsigned nZero = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero)));
+        qwMask |= static_cast<std::uint64_t>(~nZero & 0xFFFFu) << n;
+    }
+    return qwMask;
+}
+
 } // namespace
 
-void FillTransformKernelsX86(tag_KERNELTABLE& table, DWORD dwFeatures)
+void FillTransformKernelsSSE2(tag_KERNELTABLE& table)
 {
-    if ((dwFeatures & KERNEL_FEATURE_SSE2) == 0)
-        return;
-    table.pfnFDCTBlockMMX = FDCTBlockLanes<CSSE2Lanes>;
-    table.pfnIDCTBlockMMX = IDCTBlockLanes<CSSE2Lanes>;
+    table.pfnFDCTMMX = FDCTMMXSSE2;
+    table.pfnIDCTMMX = IDCTMMXSSE2;
     table.pfnQuantBlock = QuantBlockSSE2;
     table.pfnDequantBlock = DequantBlockSSE2;
-    table.pfnQuantMB = QuantMBOf<FDCTBlock, QuantBlockSSE2>;
-    table.pfnDequantMB = DequantMBOf<IDCTBlock, DequantBlockSSE2>;
-    table.pfnQuantMBwithMMX = QuantMBOf<FDCTBlockLanes<CSSE2Lanes>, QuantBlockSSE2>;
-    table.pfnDequantMBwithMMX = DequantMBOf<IDCTBlockLanes<CSSE2Lanes>, DequantBlockSSE2>;
+    table.pfnNonZeroMask = NonZeroMaskSSE2;
 }
 
 #endif
