@@ -24,6 +24,8 @@ inline constexpr int TCOEF_ESCAPE_LENGTH = 7;
 inline constexpr int TCOEF_ESCAPE_LAST_BITS = 1;
 inline constexpr int TCOEF_ESCAPE_RUN_BITS = 6;
 inline constexpr int TCOEF_ESCAPE_LEVEL_BITS = 8;
+inline constexpr int TCOEF_ESCAPE_EVENT_BITS =
+    TCOEF_ESCAPE_LENGTH + TCOEF_ESCAPE_LAST_BITS + TCOEF_ESCAPE_RUN_BITS + TCOEF_ESCAPE_LEVEL_BITS;
 // The longest TCOEF code with its sign bit; the reader's lookahead.
 inline constexpr int TCOEF_MAX_LENGTH_WITH_SIGN = 13;
 inline constexpr int TCOEF_LOOKAHEAD_BITS = 12;

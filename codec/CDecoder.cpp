@@ -32,9 +32,6 @@ constexpr int kGroupMacroblocks = 10;
 constexpr int kPFrameType = 2;
 constexpr unsigned kForbiddenDC = 128;
 constexpr unsigned kDCStoredFor128 = 255;
-// ESCAPE with LAST, RUN and LEVEL.
-constexpr int kEscapeBits = TCOEF_ESCAPE_LENGTH + TCOEF_ESCAPE_LAST_BITS + TCOEF_ESCAPE_RUN_BITS +
-                            TCOEF_ESCAPE_LEVEL_BITS;
 constexpr int kCacheBits = 64;
 // Zero bytes behind the copy of the input, which a refill at its end reads.
 constexpr int kFetchPadding = 8;
@@ -380,7 +377,7 @@ BOOL CDecoder::DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp)
             break;
         // Both readings are formed and one is taken by a mask, as a branch on ESCAPE would
         // guess wrong too often on busy pictures.
-        const auto nFields = static_cast<int>(r.qwCache >> (kCacheBits - kEscapeBits));
+        const auto nFields = static_cast<int>(r.qwCache >> (kCacheBits - TCOEF_ESCAPE_EVENT_BITS));
         const int nEscape = -static_cast<int>(IsTCoefEscape(entry));
         const int nSign = -(static_cast<int>(r.qwCache >> (kCacheBits - 1 - entry.byLength)) & 1);
         const int nTableLevel = (entry.byLevel ^ nSign) - nSign;
@@ -390,7 +387,7 @@ BOOL CDecoder::DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp)
         const int nRun = ((nFields >> TCOEF_ESCAPE_LEVEL_BITS) & ((1 << TCOEF_ESCAPE_RUN_BITS) - 1) & nEscape) |
                          (entry.byRun & ~nEscape);
         const int nLevel = (nEscapeLevel & nEscape) | (nTableLevel & ~nEscape);
-        const int nBits = entry.byLength + 1 + ((kEscapeBits - entry.byLength - 1) & nEscape);
+        const int nBits = entry.byLength + 1 + ((TCOEF_ESCAPE_EVENT_BITS - entry.byLength - 1) & nEscape);
         r.qwCache <<= nBits;
         r.incnt -= nBits;
         r.bitcnt += nBits;

@@ -53,12 +53,9 @@ constexpr int kCopMaxMacroblocks = CEncoder::COP_MAX_GROUPS * CEncoder::COP_GROU
 // no short group exists.
 constexpr int kCopMinRemainder = 12;
 
-// ESCAPE with LAST, RUN and LEVEL.
-constexpr int kEscapeBits = TCOEF_ESCAPE_LENGTH + TCOEF_ESCAPE_LAST_BITS + TCOEF_ESCAPE_RUN_BITS +
-                            TCOEF_ESCAPE_LEVEL_BITS;
 // The worst macroblock: an inter macroblock whose 384 coefficients all take ESCAPE,
 // behind COD, MODE, the longest CBPY and CBPC.
-constexpr int kMaxMacroblockBits = 1 + 1 + CBPY_LOOKAHEAD_BITS + kCBPCBits + MB_SAMPLES * kEscapeBits;
+constexpr int kMaxMacroblockBits = 1 + 1 + CBPY_LOOKAHEAD_BITS + kCBPCBits + MB_SAMPLES * TCOEF_ESCAPE_EVENT_BITS;
 // Start code, type, size, quantiser, marker, padding and GROUPS.
 constexpr int kMaxHeaderBytes = 10;
 
@@ -434,14 +431,36 @@ void CEncoder::InitBitWriter()
 // Appends the low nBits (1 to 32) of nValue.
 void CEncoder::PutBits(int nBits, unsigned nValue)
 {
-    m_qwBitAcc |= (nValue & ((std::uint64_t{1} << nBits) - 1)) << (kAccumulatorBits - m_nBitsHeld - nBits);
-    m_nBitsHeld += nBits;
-    StoreBigEndian64(m_pBitPtr, m_qwBitAcc);
-    const int nBytes = m_nBitsHeld >> 3;
-    m_pBitPtr += nBytes;
-    m_nBitLen += nBytes;
-    m_qwBitAcc <<= 8 * nBytes;
-    m_nBitsHeld &= 7;
+    tag_BITWRITER writer = TakeBitWriter();
+    WriteBits(writer, nBits, nValue);
+    KeepBitWriter(writer);
+}
+
+// The writer's state as a value, which the compiler can keep in registers while bytes
+// go out through a pointer that might, for all it knows, point at the encoder itself.
+CEncoder::tag_BITWRITER CEncoder::TakeBitWriter() const
+{
+    return {m_pBitPtr, m_qwBitAcc, m_nBitsHeld, m_nBitLen};
+}
+
+void CEncoder::KeepBitWriter(const tag_BITWRITER& writer)
+{
+    m_pBitPtr = writer.pBitPtr;
+    m_qwBitAcc = writer.qwBitAcc;
+    m_nBitsHeld = writer.nBitsHeld;
+    m_nBitLen = writer.nBitLen;
+}
+
+inline void CEncoder::WriteBits(tag_BITWRITER& writer, int nBits, unsigned nValue)
+{
+    writer.qwBitAcc |= (nValue & ((std::uint64_t{1} << nBits) - 1)) << (kAccumulatorBits - writer.nBitsHeld - nBits);
+    writer.nBitsHeld += nBits;
+    StoreBigEndian64(writer.pBitPtr, writer.qwBitAcc);
+    const int nBytes = writer.nBitsHeld >> 3;
+    writer.pBitPtr += nBytes;
+    writer.nBitLen += nBytes;
+    writer.qwBitAcc <<= 8 * nBytes;
+    writer.nBitsHeld &= 7;
 }
 
 // Pads with 0 to the next 16-bit boundary, counted from the start of the record; the
@@ -472,20 +491,20 @@ void CEncoder::PutCBPY(int nPattern, BOOL bInter)
 // A table code and its sign bit in one write, or ESCAPE with LAST, RUN and LEVEL. Both
 // are formed and one is taken by a mask, as a branch would guess wrong too often on busy
 // pictures; |LEVEL| beyond the table looks up column 0, which has no code.
-void CEncoder::PutEvent(int nLast, int nRun, int nLevel)
+inline void CEncoder::PutEvent(tag_BITWRITER& writer, int nLast, int nRun, int nLevel)
 {
     const int nSign = nLevel >> 31;
     const int nAbsLevel = (nLevel ^ nSign) - nSign;
     const tag_VLCCODE& code = g_vlcTCoefWrite[nLast][nRun][nAbsLevel < TCOEF_WRITE_LEVELS ? nAbsLevel : 0];
     const unsigned nEscape = code.byLength == 0 ? ~0u : 0u;
     const unsigned nTableBits = (unsigned{code.wCode} << 1) | static_cast<unsigned>(nSign & 1);
-    const unsigned nEscapeBits = (TCOEF_ESCAPE_CODE << (kEscapeBits - TCOEF_ESCAPE_LENGTH)) |
+    const unsigned nEscapeBits = (TCOEF_ESCAPE_CODE << (TCOEF_ESCAPE_EVENT_BITS - TCOEF_ESCAPE_LENGTH)) |
                                  (static_cast<unsigned>(nLast) << (TCOEF_ESCAPE_RUN_BITS + TCOEF_ESCAPE_LEVEL_BITS)) |
                                  (static_cast<unsigned>(nRun) << TCOEF_ESCAPE_LEVEL_BITS) |
                                  (static_cast<unsigned>(nLevel) & 0xFF);
-    const int nLength = static_cast<int>((static_cast<unsigned>(kEscapeBits) & nEscape) |
+    const int nLength = static_cast<int>((static_cast<unsigned>(TCOEF_ESCAPE_EVENT_BITS) & nEscape) |
                                          (static_cast<unsigned>(code.byLength + 1) & ~nEscape));
-    PutBits(nLength, (nEscapeBits & nEscape) | (nTableBits & ~nEscape));
+    WriteBits(writer, nLength, (nEscapeBits & nEscape) | (nTableBits & ~nEscape));
 }
 
 // The events of the levels at the scan positions set in qwPositions, which follow
@@ -493,13 +512,15 @@ void CEncoder::PutEvent(int nLast, int nRun, int nLevel)
 // last one carries LAST 1. Only the levels that are not 0 are read.
 void CEncoder::PutEvents(const short* psScanLevels, std::uint64_t qwPositions, int nFirst)
 {
+    tag_BITWRITER writer = TakeBitWriter();
     int nPrevious = nFirst - 1;
     while (qwPositions != 0) {
         const int nPos = std::countr_zero(qwPositions);
         qwPositions &= qwPositions - 1;
-        PutEvent(qwPositions == 0 ? 1 : 0, nPos - nPrevious - 1, psScanLevels[nPos]);
+        PutEvent(writer, qwPositions == 0 ? 1 : 0, nPos - nPrevious - 1, psScanLevels[nPos]);
         nPrevious = nPos;
     }
+    KeepBitWriter(writer);
 }
 
 void CEncoder::PutDC(int nDC)
@@ -625,12 +646,10 @@ void CEncoder::CodeIntraMB(int nIndex, BOOL bPFrame, const IMAGE& imgCurrent, co
 // when the luma SAD against it is above the intra threshold. A block without levels
 // reconstructs to the reference exactly, as its transform is all zeros.
 void CEncoder::CodePredictedMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                               const IMAGE& imgTarget, int nQ, int& nIntraCount,
-                               const tag_TRANSFORMPAIR& transforms)
+                               const IMAGE& imgTarget, int nQ, const tag_TRANSFORMPAIR& transforms)
 {
     if (LumaSAD(nIndex, imgCurrent, imgReference) > m_nIntraThreshold) {
         m_pMoveMap[nIndex] = 1;
-        ++nIntraCount;
         CodeIntraMB(nIndex, TRUE, imgCurrent, imgTarget, nQ, transforms);
         return;
     }
@@ -660,16 +679,15 @@ void CEncoder::IFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const 
     CodeIntraMB(nIndex, FALSE, imgCurrent, imgTarget, nQ, SIMDTransforms());
 }
 
-void CEncoder::PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                              int& nIntraCount)
+void CEncoder::PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ)
 {
-    CodePredictedMB(nIndex, imgCurrent, imgReference, imgReference, nQ, nIntraCount, ScalarTransforms());
+    CodePredictedMB(nIndex, imgCurrent, imgReference, imgReference, nQ, ScalarTransforms());
 }
 
 void CEncoder::PFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                                     const IMAGE& imgTarget, int nQ, int& nIntraCount)
+                                     const IMAGE& imgTarget, int nQ)
 {
-    CodePredictedMB(nIndex, imgCurrent, imgReference, imgTarget, nQ, nIntraCount, SIMDTransforms());
+    CodePredictedMB(nIndex, imgCurrent, imgReference, imgTarget, nQ, SIMDTransforms());
 }
 
 CEncoder::tag_TRANSFORMPAIR CEncoder::ScalarTransforms()
@@ -695,15 +713,13 @@ void CEncoder::IFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int
     pGroups[0] = pGroups[1] = 0;
 }
 
-int CEncoder::PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
+void CEncoder::PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
 {
     AlignBits();
     BYTE* pGroups = ReserveGroupsField();
-    int nIntraCount = 0;
     for (int i = 0; i < m_nMBCount; ++i)
-        PFrameEncodeMB(i, imgCurrent, imgTarget, nQ, nIntraCount);
+        PFrameEncodeMB(i, imgCurrent, imgTarget, nQ);
     pGroups[0] = pGroups[1] = 0;
-    return nIntraCount;
 }
 
 void CEncoder::IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
@@ -715,16 +731,14 @@ void CEncoder::IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarg
     pGroups[0] = pGroups[1] = 0;
 }
 
-int CEncoder::PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference, const IMAGE& imgTarget,
-                                  int nQ)
+void CEncoder::PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference, const IMAGE& imgTarget,
+                                   int nQ)
 {
     AlignBits();
     BYTE* pGroups = ReserveGroupsField();
-    int nIntraCount = 0;
     for (int i = 0; i < m_nMBCount; ++i)
-        PFrameEncodeMBwithMMX(i, imgCurrent, imgReference, imgTarget, nQ, nIntraCount);
+        PFrameEncodeMBwithMMX(i, imgCurrent, imgReference, imgTarget, nQ);
     pGroups[0] = pGroups[1] = 0;
-    return nIntraCount;
 }
 
 // ---------------------------------------------------------------------------
@@ -736,23 +750,22 @@ void CEncoder::IFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, 
     EncodeBodyWithCoprocessor(imgCurrent, imgTarget, nQ, FALSE);
 }
 
-int CEncoder::PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
+void CEncoder::PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
 {
-    return EncodeBodyWithCoprocessor(imgCurrent, imgTarget, nQ, TRUE);
+    EncodeBodyWithCoprocessor(imgCurrent, imgTarget, nQ, TRUE);
 }
 
-void CEncoder::CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame,
-                         int& nIntraCount)
+void CEncoder::CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame)
 {
     if (bPFrame)
-        PFrameEncodeMB(nCpu, imgCurrent, imgTarget, nQ, nIntraCount);
+        PFrameEncodeMB(nCpu, imgCurrent, imgTarget, nQ);
     else
         IFrameEncodeMB(nCpu, imgCurrent, imgTarget, nQ);
     ++nCpu;
 }
 
 void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                            BOOL bPFrame, int& nIntraCount)
+                            BOOL bPFrame)
 {
     m_pCopBatch[0] = bPFrame ? 1 : 0;
     for (int g = 0; g < COP_GROUP_MBS; ++g) {
@@ -768,7 +781,6 @@ void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAG
             GetMBBytes(nCol, nRow, imgReference, m_nWidth, pReference);
             bInter = SADMBBytes(pRecord + 2, pReference) <= m_nIntraThreshold;
             m_pMoveMap[nIndex] = bInter ? 0 : 1;
-            nIntraCount += bInter ? 0 : 1;
         }
         pRecord[1] = bInter ? 1 : 0;
         if (!bInter)
@@ -776,10 +788,10 @@ void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAG
     }
 }
 
-// Returns the number of intra macroblocks. Finished groups keep their reconstruction
-// aside until the picture is complete: a fallback after a finished group then codes
-// those macroblocks again against the reference that a decoder holds.
-int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame)
+// Finished groups keep their reconstruction aside until the picture is complete: a
+// fallback after a finished group then codes those macroblocks again against the
+// reference that a decoder holds.
+void CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame)
 {
     AlignBits();
     BYTE* pGroups = ReserveGroupsField();
@@ -788,8 +800,6 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
     int nGroups = 0;
     int nGroupStart = m_nMBCount - COP_GROUP_MBS;
     int nTail = 0;
-    int nIntraCpu = 0;
-    int nIntraCop = 0;
     bool bDone = false;
     bool bFallback = m_nMBCount < COP_GROUP_MBS;
     const auto codeInWindow = [&](int nWindowMs, bool bWaitOut) {
@@ -798,7 +808,7 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             if (!bDone && nCop + nCpu == m_nMBCount)
                 bDone = true;
             if (!bDone)
-                CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
+                CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame);
             else if (bWaitOut)
                 Sleep(1);
             else
@@ -810,7 +820,7 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             nTail = m_nMBCount - nCop - nCpu;
             break;
         }
-        FillCopBatch(nGroupStart, imgCurrent, imgTarget, nQ, bPFrame, nIntraCop);
+        FillCopBatch(nGroupStart, imgCurrent, imgTarget, nQ, bPFrame);
         if (CopSubmit(m_pCopBatch.get()) != 0) {
             bFallback = true;
             break;
@@ -848,15 +858,15 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             break;
     }
     if (bFallback) {
-        // The CPU codes everything from its next macroblock on and counts those intra
-        // macroblocks itself; nothing of the coprocessor's work is used.
+        // The CPU codes everything from its next macroblock on; nothing of the
+        // coprocessor's work is used.
         while (nCpu < m_nMBCount)
-            CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
+            CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame);
         pGroups[0] = pGroups[1] = 0;
-        return nIntraCpu;
+        return;
     }
     for (int i = 0; i < nTail; ++i)
-        CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
+        CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame);
     AlignBits();
     for (int g = nGroups - 1; g >= 0; --g) {
         std::memcpy(m_pBitPtr, m_pCopBits[g], static_cast<std::size_t>(m_nCopLength[g]));
@@ -872,5 +882,4 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
     }
     pGroups[0] = 0;
     pGroups[1] = static_cast<BYTE>(nGroups);
-    return nIntraCpu + nIntraCop;
 }

@@ -120,24 +120,29 @@ protected:
 
     // Macroblocks and picture bodies.
     void IFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    void PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                        int& nIntraCount);
+    void PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ);
     void IFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
     void PFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                               const IMAGE& imgTarget, int nQ, int& nIntraCount);
+                               const IMAGE& imgTarget, int nQ);
     void IFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    int PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
     void IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    int PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference,
-                            const IMAGE& imgTarget, int nQ);
+    void PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference,
+                             const IMAGE& imgTarget, int nQ);
     void IFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    int PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
 
 private:
     // The transform pair of a body on natural-order blocks, in place: scalar or SIMD form.
     struct tag_TRANSFORMPAIR {
         void (*pfnForward)(short* const* ppsBlocks, int nBlocks);
         void (*pfnInverse)(short* const* ppsBlocks, int nBlocks);
+    };
+    struct tag_BITWRITER {
+        BYTE* pBitPtr;
+        std::uint64_t qwBitAcc;
+        int nBitsHeld;
+        int nBitLen;
     };
     // The six blocks of a macroblock in natural order, and where their values are not 0.
     struct tag_MBLEVELS {
@@ -154,7 +159,10 @@ private:
     ENCODER_RETURN EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType);
     int CountIntraMacroblocks();
     void EncodePFrameBody();
-    void PutEvent(int nLast, int nRun, int nLevel);
+    tag_BITWRITER TakeBitWriter() const;
+    void KeepBitWriter(const tag_BITWRITER& writer);
+    static void WriteBits(tag_BITWRITER& writer, int nBits, unsigned nValue);
+    static void PutEvent(tag_BITWRITER& writer, int nLast, int nRun, int nLevel);
     void PutEvents(const short* psScanLevels, std::uint64_t qwPositions, int nFirst);
     void PutDC(int nDC);
     void PutMBBlocks(const tag_MBLEVELS& levels, BOOL bInter, int nPattern);
@@ -169,12 +177,10 @@ private:
     void CodeIntraMB(int nIndex, BOOL bPFrame, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
                      const tag_TRANSFORMPAIR& transforms);
     void CodePredictedMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                         const IMAGE& imgTarget, int nQ, int& nIntraCount,
-                         const tag_TRANSFORMPAIR& transforms);
-    int EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
-                                  BOOL bPFrame);
+                         const IMAGE& imgTarget, int nQ, const tag_TRANSFORMPAIR& transforms);
+    void EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+                                   BOOL bPFrame);
     void FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                      BOOL bPFrame, int& nIntraCount);
-    void CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
-                   BOOL bPFrame, int& nIntraCount);
+                      BOOL bPFrame);
+    void CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame);
 };

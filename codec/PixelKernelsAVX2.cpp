@@ -143,44 +143,59 @@ void StorePixels(BYTE* pbyDst, const tag_SHUFFLES& shuffles, __m256i b, __m256i 
     }
 }
 
-void ConvertRowAVX2(const tag_ROWPOINTERS& row, int nPixels, const tag_SHUFFLES& shuffles)
+// The chroma terms of 32 pixels, TB, TR and TG as 16 values each, one per pixel pair.
+struct tag_CHROMATERMS {
+    __m256i tb;
+    __m256i tr;
+    __m256i tg;
+};
+
+tag_CHROMATERMS ChromaTerms(const BYTE* pbyU, const BYTE* pbyV)
 {
     const __m256i ones = _mm256_set1_epi16(1);
     const __m256i twos = _mm256_set1_epi16(2);
     const __m256i centre = _mm256_set1_epi16(128);
     const __m256i greenZero = _mm256_set1_epi16(2 * kGreenZero);
-    const __m256i blue = PairConstant(kBlueScale, kBlueOffset);
-    const __m256i red = PairConstant(kRedScale, kRedOffset);
-    const __m256i green = PairConstant(kGreenWeight, kGreenOffset);
-    const __m256i zero = _mm256_setzero_si256();
-    for (int x = 0; x < nPixels; x += kPixelsPerStep) {
-        const __m256i u = _mm256_cvtepu8_epi16(Load16(row.pbyU + x / 2));
-        const __m256i v = _mm256_cvtepu8_epi16(Load16(row.pbyV + x / 2));
-        const __m256i tb = ScaleLanes(_mm256_sub_epi16(u, centre), ones, blue, kColourShift);
-        const __m256i tr = ScaleLanes(_mm256_sub_epi16(v, centre), ones, red, kColourShift);
-        const __m256i tg = ScaleLanes(_mm256_sub_epi16(_mm256_sub_epi16(greenZero, u), v), twos, green, 16);
-        // Unpacking within halves pairs pixels 0-7 and 16-23 in lo, 8-15 and 24-31 in hi,
-        // for the luma as for the doubled chroma; packing puts them back in order.
-        const __m256i y = Load32(row.pbyY + x);
-        const __m256i yLo = _mm256_unpacklo_epi8(y, zero);
-        const __m256i yHi = _mm256_unpackhi_epi8(y, zero);
-        const auto channel = [&](__m256i t) {
-            return _mm256_packus_epi16(_mm256_add_epi16(yLo, _mm256_unpacklo_epi16(t, t)),
-                                       _mm256_add_epi16(yHi, _mm256_unpackhi_epi16(t, t)));
-        };
-        StorePixels(row.pbyDst + 3 * static_cast<std::ptrdiff_t>(x), shuffles, channel(tb), channel(tg), channel(tr));
-    }
+    const __m256i u = _mm256_cvtepu8_epi16(Load16(pbyU));
+    const __m256i v = _mm256_cvtepu8_epi16(Load16(pbyV));
+    return {ScaleLanes(_mm256_sub_epi16(u, centre), ones, PairConstant(kBlueScale, kBlueOffset), kColourShift),
+            ScaleLanes(_mm256_sub_epi16(v, centre), ones, PairConstant(kRedScale, kRedOffset), kColourShift),
+            ScaleLanes(_mm256_sub_epi16(_mm256_sub_epi16(greenZero, u), v), twos,
+                       PairConstant(kGreenWeight, kGreenOffset), 16)};
 }
 
-// Whole steps of 32 pixels run in AVX2, the rest of a row in the plain loop.
+// 32 pixels of one row from their luma and chroma terms. Unpacking within halves pairs
+// pixels 0-7 and 16-23 in lo, 8-15 and 24-31 in hi, for the luma as for the doubled
+// chroma; packing puts them back in order.
+void ConvertPixelsAVX2(BYTE* pbyDst, const BYTE* pbyY, const tag_CHROMATERMS& terms, const tag_SHUFFLES& shuffles)
+{
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i y = Load32(pbyY);
+    const __m256i yLo = _mm256_unpacklo_epi8(y, zero);
+    const __m256i yHi = _mm256_unpackhi_epi8(y, zero);
+    const auto channel = [&](__m256i t) {
+        return _mm256_packus_epi16(_mm256_add_epi16(yLo, _mm256_unpacklo_epi16(t, t)),
+                                   _mm256_add_epi16(yHi, _mm256_unpackhi_epi16(t, t)));
+    };
+    StorePixels(pbyDst, shuffles, channel(terms.tb), channel(terms.tg), channel(terms.tr));
+}
+
+// Two rows share their chroma, so its terms are formed once for both. Whole steps of
+// 32 pixels run in AVX2, the rest of a row in the plain loop.
 void YUVToRGB24AVX2(BYTE* pbyDst, const IMAGE& img, int nWidth, int nHeight)
 {
     const tag_SHUFFLES shuffles = MakeShuffles();
     const int nSimd = nWidth / kPixelsPerStep * kPixelsPerStep;
-    for (int y = 0; y < nHeight; ++y) {
-        const tag_ROWPOINTERS row = RowOf(pbyDst, img, nWidth, y);
-        ConvertRowAVX2(row, nSimd, shuffles);
-        ConvertPixels(row.pbyDst, row.pbyY, row.pbyU, row.pbyV, nSimd, nWidth);
+    for (int y = 0; y < nHeight; y += 2) {
+        const tag_ROWPOINTERS first = RowOf(pbyDst, img, nWidth, y);
+        const tag_ROWPOINTERS second = RowOf(pbyDst, img, nWidth, y + 1);
+        for (int x = 0; x < nSimd; x += kPixelsPerStep) {
+            const tag_CHROMATERMS terms = ChromaTerms(first.pbyU + x / 2, first.pbyV + x / 2);
+            ConvertPixelsAVX2(first.pbyDst + 3 * static_cast<std::ptrdiff_t>(x), first.pbyY + x, terms, shuffles);
+            ConvertPixelsAVX2(second.pbyDst + 3 * static_cast<std::ptrdiff_t>(x), second.pbyY + x, terms, shuffles);
+        }
+        ConvertPixels(first.pbyDst, first.pbyY, first.pbyU, first.pbyV, nSimd, nWidth);
+        ConvertPixels(second.pbyDst, second.pbyY, second.pbyU, second.pbyV, nSimd, nWidth);
     }
 }
 

@@ -1,22 +1,43 @@
 // Fuzz target of the decoder. The first byte chooses the stream revision, the display
 // mode and the transform form; then come up to eight records, each behind a 16-bit
-// big-endian length (cut to what is left). One decoder takes them in turn, so P pictures
-// meet the reference that the earlier records left. The output holds the largest
-// picture that a record can announce, and nothing more.
+// big-endian length (cut to what is left). The records go in turn to one decoder, so P
+// pictures meet the reference that the earlier records left. One decoder per revision
+// serves every input, as creating one clears a few megabytes; each input starts it with
+// no coded size, so that an input behaves alike whatever came before it but for the
+// samples in the planes. The output holds the largest picture that a record can
+// announce, and nothing more.
 #include "codec/CDecoder.h"
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace {
 
 class CFuzzDecoder : public CDecoder {
 public:
-    void SetSIMDForm(BOOL bUseMMX) { m_bUseMMX = bUseMMX; }
+    void Restart(BOOL bUseMMX)
+    {
+        m_nWidth = m_nHeight = m_nMBCols = m_nMBRows = m_nMBCount = 0;
+        m_nQi = m_nQp = 0;
+        m_bUseMMX = bUseMMX;
+    }
 };
 
 constexpr std::size_t kOutputBytes = static_cast<std::size_t>(CDecoder::MAX_WIDTH) * CDecoder::MAX_HEIGHT * 3;
 constexpr int kMaxRecords = 8;
+
+CFuzzDecoder* DecoderFor(DWORD dwRevision)
+{
+    static std::unique_ptr<CFuzzDecoder> decoders[2];
+    std::unique_ptr<CFuzzDecoder>& decoder = decoders[dwRevision == 0x20020219 ? 1 : 0];
+    if (!decoder) {
+        decoder = std::make_unique<CFuzzDecoder>();
+        if (!decoder->Create(dwRevision))
+            decoder.reset();
+    }
+    return decoder.get();
+}
 
 } // namespace
 
@@ -26,10 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
         return 0;
     static std::vector<BYTE> output(kOutputBytes);
     const BYTE byMode = pData[0];
-    CFuzzDecoder decoder;
-    if (!decoder.Create((byMode & 1) != 0 ? 0x20020219 : 0x20020114))
+    CFuzzDecoder* pDecoder = DecoderFor((byMode & 1) != 0 ? 0x20020219 : 0x20020114);
+    if (pDecoder == nullptr)
         return 0;
-    decoder.SetSIMDForm((byMode & 4) != 0);
+    pDecoder->Restart((byMode & 4) != 0);
     std::size_t nPos = 1;
     for (int r = 0; r < kMaxRecords && nPos + 2 <= nSize; ++r) {
         std::size_t nLength = static_cast<std::size_t>(pData[nPos] << 8 | pData[nPos + 1]);
@@ -40,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
         const std::vector<BYTE> record(pData + nPos, pData + nPos + nLength);
         nPos += nLength;
         const DECODER_RETURN result =
-            decoder.DecodeOneFrame(record.data(), static_cast<int>(record.size()), output.data(), (byMode & 2) != 0);
+            pDecoder->DecodeOneFrame(record.data(), static_cast<int>(record.size()), output.data(), (byMode & 2) != 0);
         if (static_cast<std::size_t>(result.nWidth) * result.nHeight * 3 > kOutputBytes)
             __builtin_trap();
     }

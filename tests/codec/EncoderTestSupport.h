@@ -4,6 +4,7 @@
 
 #include "codec/CDecoder.h"
 #include "codec/CEncoder.h"
+#include "codec/KernelTable.h"
 
 #include <cstdint>
 #include <cstring>
@@ -138,6 +139,7 @@ public:
     using CEncoder::m_nQi;
     using CEncoder::m_nQp;
     using CEncoder::m_pBitBuffer;
+    using CEncoder::m_pKernels;
     using CEncoder::m_pMoveMap;
     using CEncoder::AlignBits;
     using CEncoder::PutBits;
@@ -168,6 +170,7 @@ public:
     using CDecoder::m_imgDecoded;
     using CDecoder::m_nQi;
     using CDecoder::m_nQp;
+    using CDecoder::m_pKernels;
 
     CPlanes Decoded(int nWidth, int nHeight) const { return CTestEncoder::Copy(m_imgDecoded, nWidth, nHeight); }
     // The whole capacity of the planes, to prove that a refused record changed nothing.
