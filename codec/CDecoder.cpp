@@ -180,12 +180,12 @@ void CDecoder::InitBitStreamBuf()
     r.bitcnt = 0;
 }
 
-// A reader that runs past the copy reads the zeros at its end, as the bits beyond it are
-// zeros too: the fetch never starts past pLastFetch, and 8 zero bytes follow the copy.
+// A reader that runs past the copy stays at its end, where 8 zero bytes follow it, and
+// reads zeros, as the bits beyond the copy are zeros too.
 inline void CDecoder::FillCache(tag_BITREADER& r, const BYTE* pLastFetch)
 {
-    r.qwCache |= LoadBigEndian64(r.rdptr < pLastFetch ? r.rdptr : pLastFetch) >> r.incnt;
-    r.rdptr += (kCacheBits - 1 - r.incnt) >> 3;
+    r.qwCache |= LoadBigEndian64(r.rdptr) >> r.incnt;
+    r.rdptr = std::min(r.rdptr + ((kCacheBits - 1 - r.incnt) >> 3), pLastFetch);
     r.incnt |= kCacheBits - 8;
 }
 

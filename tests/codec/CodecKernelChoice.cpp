@@ -26,48 +26,35 @@ TEST(CodecKernelChoice, EncoderAndDecoderTakeTheSIMDFormAndTheProcessKernels)
     EXPECT_EQ(decoder.m_pKernels, &GetKernelTable());
 }
 
-// A recording of moving scenes, coded and decoded once with the process's kernels and
-// once with the plain table, whose SIMD transform form is the portable emulation: the
-// records and every decoded picture agree.
+// A recording of a moving scene decoded with the process's kernels and with the plain
+// table, whose SIMD transform form is the portable emulation: every picture agrees.
 TEST(CodecKernelChoice, RecordingDecodesAlikeInSIMDCodeAndPortableEmulation)
 {
     if (GetKernelFeatures() == 0)
         GTEST_SKIP() << "this build runs the portable emulation only";
     tag_KERNELTABLE plain{};
     FillKernelTable(plain, 0);
-    const tag_KERNELTABLE* forms[] = {&GetKernelTable(), &plain};
-    CTestEncoder encoders[2];
+    CTestEncoder encoder;
     CTestDecoder decoders[2];
-    for (int f = 0; f < 2; ++f) {
-        ASSERT_TRUE(encoders[f].Create(kWidth, kHeight, STREAM_REVISION_20020114, 0));
-        ASSERT_TRUE(decoders[f].Create(STREAM_REVISION_20020114));
-        encoders[f].m_pKernels = decoders[f].m_pKernels = forms[f];
-        encoders[f].SetQi(6);
-        encoders[f].SetQp(6);
-        encoders[f].SetIntraThreshold(1200);
-    }
+    ASSERT_TRUE(encoder.Create(kWidth, kHeight, STREAM_REVISION_20020114, 0));
+    encoder.SetQi(6);
+    encoder.SetQp(6);
+    encoder.SetIntraThreshold(1200);
+    for (CTestDecoder& decoder : decoders)
+        ASSERT_TRUE(decoder.Create(STREAM_REVISION_20020114));
+    decoders[1].m_pKernels = &plain;
     CScene scene(kWidth, kHeight, 7, 99, 4);
     std::vector<BYTE> pictures[2];
-    for (auto& picture : pictures)
-        picture.resize(static_cast<std::size_t>(kWidth) * kHeight * 3);
     int nCodedP = 0;
     for (int n = 0; n < 60; ++n) {
-        const std::vector<BYTE> frame = MakeFrame(scene.Next());
-        std::vector<BYTE> records[2];
+        std::vector<BYTE> frame = MakeFrame(scene.Next());
+        const ENCODER_RETURN enc = encoder.Encode(frame.data(), FALSE, n % 30 == 0 ? 0 : 2);
+        nCodedP += n % 30 != 0 && enc.nLength > 4;
         for (int f = 0; f < 2; ++f) {
-            std::vector<BYTE> buffer = frame;
-            const ENCODER_RETURN enc = encoders[f].Encode(buffer.data(), FALSE, n % 30 == 0 ? 0 : 2);
-            records[f].assign(enc.pBuffer, enc.pBuffer + enc.nLength);
-        }
-        ASSERT_EQ(records[0], records[1]) << "frame " << n;
-        nCodedP += n % 30 != 0 && records[0].size() > 4;
-        for (int f = 0; f < 2; ++f) {
-            const DECODER_RETURN dec = decoders[f].DecodeOneFrame(records[0].data(), static_cast<int>(records[0].size()),
-                                                                  pictures[f].data(), FALSE);
-            ASSERT_FALSE(dec.bError) << "frame " << n;
+            pictures[f].assign(static_cast<std::size_t>(kWidth) * kHeight * 3, 0);
+            ASSERT_FALSE(decoders[f].DecodeOneFrame(enc.pBuffer, enc.nLength, pictures[f].data(), FALSE).bError);
         }
         ASSERT_EQ(pictures[0], pictures[1]) << "frame " << n;
-        ASSERT_TRUE(SamePlanes(decoders[0].Decoded(kWidth, kHeight), decoders[1].Decoded(kWidth, kHeight)));
     }
     EXPECT_GT(nCodedP, 40);
 }

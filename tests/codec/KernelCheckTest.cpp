@@ -108,63 +108,43 @@ std::string Describe(const Block& input)
     return "input starts " + std::to_string(input[0]) + ", " + std::to_string(input[1]);
 }
 
-// Runs of one to six blocks, the counts that the encoder and decoder transform at once,
-// taken in turn from the check blocks; every block reaches both halves of a wide form.
-template <class Transform>
-void CheckTransformForms(KernelCheck& check, const std::vector<Block>& blocks, Transform transform)
+// Both transforms on runs of one to six blocks, the counts that the encoder and decoder
+// transform at once, taken in turn from the check blocks, so that every block reaches
+// both halves of a wide form; timed six blocks at a time, as a macroblock.
+TEST_F(KernelCheck, TransformFormsMatch)
 {
-    std::size_t nNext = 0;
-    for (int nRun = 0; nNext < blocks.size(); ++nRun) {
-        const int nBlocks = 1 + nRun % MB_BLOCKS;
-        std::vector<short> input(static_cast<std::size_t>(nBlocks) * BLOCK_SAMPLES);
-        for (int b = 0; b < nBlocks; ++b, ++nNext)
-            std::memcpy(&input[BLOCK_SAMPLES * b], blocks[nNext % blocks.size()].data(), sizeof(Block));
-        check.CheckForms<short>(input.size(), [&](const tag_KERNELTABLE& table, short* psOut) {
-            std::memcpy(psOut, input.data(), input.size() * sizeof(short));
-            short* apsBlocks[MB_BLOCKS];
-            for (int b = 0; b < nBlocks; ++b)
-                apsBlocks[b] = psOut + BLOCK_SAMPLES * b;
-            transform(table, apsBlocks, nBlocks);
-        }, std::to_string(nBlocks) + " blocks, the first starting " + std::to_string(input[0]));
-        if (::testing::Test::HasFatalFailure())
-            return;
-    }
-}
-
-// Six blocks at a time, as a macroblock is transformed.
-template <class Transform>
-void TimeTransformForms(const char* strKernel, const std::vector<tag_KERNELFORM>& forms,
-                        const std::vector<Block>& blocks, Transform transform)
-{
-    TimeForms(strKernel, forms, static_cast<long>(blocks.size() / MB_BLOCKS * MB_BLOCKS), [&](const tag_KERNELTABLE& table) {
-        std::vector<Block> work(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(blocks.size() / MB_BLOCKS * MB_BLOCKS));
-        for (std::size_t n = 0; n < work.size(); n += MB_BLOCKS) {
-            short* apsBlocks[MB_BLOCKS];
-            for (int b = 0; b < MB_BLOCKS; ++b)
-                apsBlocks[b] = work[n + b].data();
-            transform(table, apsBlocks, MB_BLOCKS);
+    const std::vector<Block> blocks = CheckBlocks(m_nSeed);
+    for (const bool bForward : {true, false}) {
+        const auto transform = [bForward](const tag_KERNELTABLE& table, short* const* ppsBlocks, int nBlocks) {
+            (bForward ? table.pfnFDCTMMX : table.pfnIDCTMMX)(ppsBlocks, nBlocks);
+        };
+        std::size_t nNext = 0;
+        for (int nRun = 0; nNext < blocks.size(); ++nRun) {
+            const int nBlocks = 1 + nRun % MB_BLOCKS;
+            std::vector<short> input(static_cast<std::size_t>(nBlocks) * BLOCK_SAMPLES);
+            for (int b = 0; b < nBlocks; ++b, ++nNext)
+                std::memcpy(&input[BLOCK_SAMPLES * b], blocks[nNext % blocks.size()].data(), sizeof(Block));
+            CheckForms<short>(input.size(), [&](const tag_KERNELTABLE& table, short* psOut) {
+                std::memcpy(psOut, input.data(), input.size() * sizeof(short));
+                short* apsBlocks[MB_BLOCKS];
+                for (int b = 0; b < nBlocks; ++b)
+                    apsBlocks[b] = psOut + BLOCK_SAMPLES * b;
+                transform(table, apsBlocks, nBlocks);
+            }, (bForward ? "FDCTMMX, " : "IDCTMMX, ") + std::to_string(nBlocks) + " blocks, " + Describe(blocks[nNext - nBlocks]));
+            if (HasFatalFailure())
+                return;
         }
-    });
-}
-
-TEST_F(KernelCheck, ForwardTransformFormsMatch)
-{
-    const std::vector<Block> blocks = CheckBlocks(m_nSeed);
-    const auto forward = [](const tag_KERNELTABLE& table, short* const* ppsBlocks, int nBlocks) {
-        table.pfnFDCTMMX(ppsBlocks, nBlocks);
-    };
-    CheckTransformForms(*this, blocks, forward);
-    TimeTransformForms("FDCTMMX", m_forms, blocks, forward);
-}
-
-TEST_F(KernelCheck, InverseTransformFormsMatch)
-{
-    const std::vector<Block> blocks = CheckBlocks(m_nSeed);
-    const auto inverse = [](const tag_KERNELTABLE& table, short* const* ppsBlocks, int nBlocks) {
-        table.pfnIDCTMMX(ppsBlocks, nBlocks);
-    };
-    CheckTransformForms(*this, blocks, inverse);
-    TimeTransformForms("IDCTMMX", m_forms, blocks, inverse);
+        const long nMacroblocks = static_cast<long>(blocks.size() / MB_BLOCKS);
+        std::vector<Block> work = blocks;   // transformed again and again, in place
+        TimeForms(bForward ? "FDCTMMX" : "IDCTMMX", m_forms, nMacroblocks * MB_BLOCKS, [&](const tag_KERNELTABLE& table) {
+            for (long n = 0; n < nMacroblocks; ++n) {
+                short* apsBlocks[MB_BLOCKS];
+                for (int b = 0; b < MB_BLOCKS; ++b)
+                    apsBlocks[b] = work[static_cast<std::size_t>(n * MB_BLOCKS + b)].data();
+                transform(table, apsBlocks, MB_BLOCKS);
+            }
+        });
+    }
 }
 
 Block RunForward(void (*pfnForward)(short*, short*), Block samples)
