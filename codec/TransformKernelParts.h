@@ -312,14 +312,11 @@ void IDCTLanes(short* const* ppsBlocks)
 template <class L, void (*TRANSFORM)(short* const*)>
 void TransformBlocks(short* const* ppsBlocks, int nBlocks)
 {
-    int n = 0;
-    for (; n + L::kBlocks <= nBlocks; n += L::kBlocks)
-        TRANSFORM(ppsBlocks + n);
-    if (n < nBlocks) {
-        short* apsRest[L::kBlocks];
+    for (int n = 0; n < nBlocks; n += L::kBlocks) {
+        short* apsBlocks[L::kBlocks];
         for (int k = 0; k < L::kBlocks; ++k)
-            apsRest[k] = ppsBlocks[n + k < nBlocks ? n + k : nBlocks - 1];
-        TRANSFORM(apsRest);
+            apsBlocks[k] = ppsBlocks[n + k < nBlocks ? n + k : nBlocks - 1];
+        TRANSFORM(apsBlocks);
     }
 }
 

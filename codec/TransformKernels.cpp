@@ -57,7 +57,8 @@ short Saturate16(int v)
 }
 
 // Eight 16-bit lanes computed one at a time; each operation is the integer operation of
-// its SSE2 counterpart.
+// its SSE2 counterpart. The operations stay calls: inlined, a pass of them grows beyond
+// what the compiler's debug information for sanitized builds handles in reasonable time.
 struct CPortableLanes {
     static constexpr int kBlocks = 1;
 
@@ -68,19 +69,19 @@ struct CPortableLanes {
         std::int32_t n[kLanes];
     };
 
-    static tag_V16 LoadRow(short* const* ppsBlocks, int nRow)
+    [[gnu::noinline]] static tag_V16 LoadRow(short* const* ppsBlocks, int nRow)
     {
         tag_V16 v;
         std::memcpy(v.n, ppsBlocks[0] + BLOCK_SIZE * nRow, sizeof v.n);
         return v;
     }
 
-    static void StoreRow(short* const* ppsBlocks, int nRow, const tag_V16& v)
+    [[gnu::noinline]] static void StoreRow(short* const* ppsBlocks, int nRow, const tag_V16& v)
     {
         std::memcpy(ppsBlocks[0] + BLOCK_SIZE * nRow, v.n, sizeof v.n);
     }
 
-    static void Transpose(tag_V16 (&x)[kLanes])
+    [[gnu::noinline]] static void Transpose(tag_V16 (&x)[kLanes])
     {
         for (int r = 0; r < kLanes; ++r) {
             for (int c = r + 1; c < kLanes; ++c)
@@ -89,7 +90,7 @@ struct CPortableLanes {
     }
 
     template <int N>
-    static tag_V16 ShiftLeft(const tag_V16& a)
+    [[gnu::noinline]] static tag_V16 ShiftLeft(const tag_V16& a)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -98,7 +99,7 @@ struct CPortableLanes {
     }
 
     template <int N>
-    static tag_V16 ShiftRight(const tag_V16& a)
+    [[gnu::noinline]] static tag_V16 ShiftRight(const tag_V16& a)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -106,7 +107,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V16 AddSat(const tag_V16& a, const tag_V16& b)
+    [[gnu::noinline]] static tag_V16 AddSat(const tag_V16& a, const tag_V16& b)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -114,7 +115,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V16 AddSat(const tag_V16& a, short nConst)
+    [[gnu::noinline]] static tag_V16 AddSat(const tag_V16& a, short nConst)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -122,7 +123,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V16 SubSat(const tag_V16& a, const tag_V16& b)
+    [[gnu::noinline]] static tag_V16 SubSat(const tag_V16& a, const tag_V16& b)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -130,7 +131,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V16 ClearLowBits2(const tag_V16& a)
+    [[gnu::noinline]] static tag_V16 ClearLowBits2(const tag_V16& a)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -138,7 +139,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V16 MulHigh(const tag_V16& a, short nConst)
+    [[gnu::noinline]] static tag_V16 MulHigh(const tag_V16& a, short nConst)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
@@ -147,7 +148,7 @@ struct CPortableLanes {
     }
 
     // a * nA + b * nB per lane, in 32 bits.
-    static tag_V32 MulAdd(const tag_V16& a, const tag_V16& b, short nA, short nB)
+    [[gnu::noinline]] static tag_V32 MulAdd(const tag_V16& a, const tag_V16& b, short nA, short nB)
     {
         tag_V32 v;
         for (int k = 0; k < kLanes; ++k)
@@ -155,7 +156,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V32 Add32(const tag_V32& a, const tag_V32& b)
+    [[gnu::noinline]] static tag_V32 Add32(const tag_V32& a, const tag_V32& b)
     {
         tag_V32 v;
         for (int k = 0; k < kLanes; ++k)
@@ -163,7 +164,7 @@ struct CPortableLanes {
         return v;
     }
 
-    static tag_V32 Sub32(const tag_V32& a, const tag_V32& b)
+    [[gnu::noinline]] static tag_V32 Sub32(const tag_V32& a, const tag_V32& b)
     {
         tag_V32 v;
         for (int k = 0; k < kLanes; ++k)
@@ -172,7 +173,7 @@ struct CPortableLanes {
     }
 
     // sat(v >> 16): the high half of a 32-bit sum, no rounding.
-    static tag_V16 Narrow(const tag_V32& a)
+    [[gnu::noinline]] static tag_V16 Narrow(const tag_V32& a)
     {
         tag_V16 v;
         for (int k = 0; k < kLanes; ++k)
