@@ -47,7 +47,8 @@ struct tag_KERNELTABLE {
     // the target; the others copied from the reference where the target is elsewhere.
     void (*pfnStoreSumMB)(const short* psBlocks, int nPattern, const IMAGE& imgReference, const IMAGE& imgTarget,
                           int nCol, int nRow, int nWidth);
-    // Sum of absolute differences of two 16x16 squares of bytes.
+    // Sum of absolute differences of two 16x16 squares of bytes. The compiler makes of the
+    // plain loop what a hand-written SSE2 form would be.
     int (*pfnSADLuma)(const BYTE* pbyFirst, const BYTE* pbySecond, int nStride);
 
     void (*pfnUYVYToYUV420)(const BYTE* pbyFrame, const IMAGE& img, int nWidth, int nHeight);

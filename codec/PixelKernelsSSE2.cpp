@@ -1,5 +1,5 @@
 // The SSE2 forms of the pixel kernels, each giving the bits of its plain form: the loads
-// and stores of macroblocks in blocks, the byte SAD, and both colour conversions.
+// and stores of macroblocks in blocks, and both colour conversions.
 #include "codec/KernelTable.h"
 
 #if ZNDVR_KERNELS_X86
@@ -114,16 +114,6 @@ void StoreSumMBSSE2(const short* psBlocks, int nPattern, const IMAGE& imgReferen
             StoreHalf(to.pby + nOffset, _mm_packus_epi16(sum, sum));
         }
     }
-}
-
-int SADLumaSSE2(const BYTE* pbyFirst, const BYTE* pbySecond, int nStride)
-{
-    __m128i sum = _mm_setzero_si128();
-    for (int r = 0; r < MB_LUMA_SIZE; ++r) {
-        const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(r) * nStride;
-        sum = _mm_add_epi64(sum, _mm_sad_epu8(LoadBytes(pbyFirst + nOffset), LoadBytes(pbySecond + nOffset)));
-    }
-    return _mm_cvtsi128_si32(_mm_add_epi64(sum, _mm_srli_si128(sum, 8)));
 }
 
 // ---- Packed frame to planes -----------------------------------------------------------
@@ -256,7 +246,6 @@ void FillPixelKernelsSSE2(tag_KERNELTABLE& table)
     table.pfnLoadDifferenceMB = LoadDifferenceMBSSE2;
     table.pfnStoreMB = StoreMBSSE2;
     table.pfnStoreSumMB = StoreSumMBSSE2;
-    table.pfnSADLuma = SADLumaSSE2;
     table.pfnUYVYToYUV420 = UYVYToYUV420SSE2;
     table.pfnYUVToRGB24 = YUVToRGB24SSE2;
 }
