@@ -111,20 +111,24 @@ TEST(AdpcmPacking, DecoderUnpacksCodesFromTheLowBitUpward)
     EXPECT_EQ(DecodeAll(*pDecoder, PackByLayout(codes)), expected);
 }
 
-TEST(AdpcmCalls, BoardBlockIsExactly960SamplesAnd360Bytes)
+// A board block and the limit of one call: exactly 3 bytes for 8 samples and back,
+// nothing written past them.
+TEST(AdpcmCalls, WholeGroupsUpToTheLimitFillExactlyTheirLength)
 {
-    std::vector<short> pcm = adpcm_signals::SpeechLike(960, 4);
-    auto pEncoder = MakeCodec(CAdpcm::kModeEncoder);
-    auto code = Guarded<BYTE>(360, kGuardByte);
-    ASSERT_EQ(pEncoder->Encode(pcm.data(), code.data(), 960, 0), 1);
-    EXPECT_TRUE(GuardIntact(code, 360, kGuardByte));
-    EXPECT_TRUE(std::any_of(code.begin(), code.begin() + 360, [](BYTE b) { return b != 0; }));
+    for (int nSamples : {960, CAdpcm::kMaxSamples}) {
+        const int nBytes = CodeBytesOf(nSamples);
+        std::vector<short> pcm = adpcm_signals::SpeechLike(nSamples, 4);
+        auto pEncoder = MakeCodec(CAdpcm::kModeEncoder);
+        auto code = Guarded<BYTE>(static_cast<std::size_t>(nBytes), kGuardByte);
+        ASSERT_EQ(pEncoder->Encode(pcm.data(), code.data(), nSamples, 0), 1);
+        EXPECT_TRUE(GuardIntact(code, static_cast<std::size_t>(nBytes), kGuardByte)) << nSamples;
 
-    auto pDecoder = MakeCodec(CAdpcm::kModeDecoder);
-    auto decoded = Guarded<short>(960, kGuardSample);
-    ASSERT_EQ(pDecoder->Decode(code.data(), decoded.data(), 360, 0), 1);
-    EXPECT_TRUE(GuardIntact(decoded, 960, kGuardSample));
-    EXPECT_GT(adpcm_signals::SnrDb(pcm, std::span<const short>(decoded.data(), 960)), 10.0);
+        auto pDecoder = MakeCodec(CAdpcm::kModeDecoder);
+        auto decoded = Guarded<short>(static_cast<std::size_t>(nSamples), kGuardSample);
+        ASSERT_EQ(pDecoder->Decode(code.data(), decoded.data(), nBytes, 0), 1);
+        EXPECT_TRUE(GuardIntact(decoded, static_cast<std::size_t>(nSamples), kGuardSample)) << nSamples;
+        EXPECT_GT(adpcm_signals::SnrDb(pcm, std::span<const short>(decoded.data(), pcm.size())), 10.0);
+    }
 }
 
 TEST(AdpcmCalls, ZeroLengthSucceedsAndWritesNothing)
@@ -141,20 +145,6 @@ TEST(AdpcmCalls, ZeroLengthSucceedsAndWritesNothing)
     EXPECT_EQ(pDecoder->Decode(code.data(), pcm.data(), 0, 0), 1);
     EXPECT_EQ(pDecoder->Decode(nullptr, nullptr, 0, 0), 1);
     EXPECT_TRUE(GuardIntact(pcm, 0, kGuardSample));
-}
-
-TEST(AdpcmCalls, TheLimitOfOneCallIsAccepted)
-{
-    std::vector<short> pcm = adpcm_signals::SpeechLike(CAdpcm::kMaxSamples, 5);
-    auto pEncoder = MakeCodec(CAdpcm::kModeEncoder);
-    auto code = Guarded<BYTE>(CAdpcm::kMaxCodeBytes, kGuardByte);
-    ASSERT_EQ(pEncoder->Encode(pcm.data(), code.data(), CAdpcm::kMaxSamples, 0), 1);
-    EXPECT_TRUE(GuardIntact(code, CAdpcm::kMaxCodeBytes, kGuardByte));
-
-    auto pDecoder = MakeCodec(CAdpcm::kModeDecoder);
-    auto decoded = Guarded<short>(CAdpcm::kMaxSamples, kGuardSample);
-    ASSERT_EQ(pDecoder->Decode(code.data(), decoded.data(), CAdpcm::kMaxCodeBytes, 0), 1);
-    EXPECT_TRUE(GuardIntact(decoded, CAdpcm::kMaxSamples, kGuardSample));
 }
 
 // A refused call must write nothing and leave the predictor where it was: the stream
