@@ -44,6 +44,7 @@ TEST(MessageQueueTest, FiltersTakeMatchingMessagesAndLeaveTheRestInOrder)
     EXPECT_EQ(msg.hwnd, nullptr);
     EXPECT_FALSE(PeekMessage(&msg, kThreadOnly, 0, 0, PM_REMOVE));
     EXPECT_FALSE(PeekMessage(&msg, first.m_hWnd, WM_TEST_C, WM_USER + 100, PM_REMOVE));
+    EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, WM_TEST_A - 1, PM_REMOVE)) << "a filter from 0";
 
     std::vector<MSG> rest = TakeQueuedMessages();
     ASSERT_EQ(rest.size(), 2u);
@@ -64,6 +65,7 @@ TEST(MessageQueueTest, NoRemoveLeavesTheMessageAndDispatchReturnsTheProceduresRe
     EXPECT_EQ(msg.lParam, 12);
     EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
     EXPECT_EQ(DispatchMessage(&msg), 42);
+    EXPECT_EQ(DispatchMessage(nullptr), 0);
     EXPECT_EQ(NumbersOf(wnd.m_received), (std::vector<UINT>{WM_TEST_A}));
 }
 
@@ -167,6 +169,7 @@ TEST(MessageQueueTest, DestroyedWindowLosesItsQueuedMessagesAndRefusesNewOnes)
     EXPECT_FALSE(PostMessage(hGone, WM_TEST_A, 0, 0));
     EXPECT_EQ(SendMessage(hGone, WM_TEST_A, 1, 1), 0);
     EXPECT_EQ(CWnd::FromHandle(hGone), nullptr);
+    EXPECT_EQ(GetWindowThreadProcessId(hGone, nullptr), 0u);
     std::vector<MSG> rest = TakeQueuedMessages();
     ASSERT_EQ(rest.size(), 1u);
     EXPECT_EQ(rest[0].hwnd, keep.m_hWnd);

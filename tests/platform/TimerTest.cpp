@@ -40,6 +40,14 @@ TEST_F(TimerTest, TicksWhenThePeriodHasPassedByTheTestClock)
     EXPECT_EQ(msg.time, 1000u + kPeriod);
     m_clock.Advance(kPeriod);
     EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 1);
+
+    // Periods below 10 ms are raised to 10.
+    SetTimer(m_wnd.m_hWnd, kTimerId, 1, nullptr);
+    m_clock.Advance(9);
+    EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 0);
+    m_clock.Advance(1);
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_TIMER), WAIT_OBJECT_0) << "due now";
+    EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 1);
 }
 
 TEST_F(TimerTest, AStalledLoopGetsOneTickAndThePeriodRestartsFromIt)
@@ -150,6 +158,8 @@ TEST(RealClockTimerTest, TicksByTheRealClockWithoutATestClock)
     ASSERT_EQ(GetMessage(&msg, nullptr, 0, 0), TRUE);
     EXPECT_EQ(msg.message, WM_TIMER);
     EXPECT_GE(GetTickCount() - dwStart, 10u);
+    // A wait for queue input wakes by itself for the next tick.
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, INFINITE, QS_TIMER), WAIT_OBJECT_0);
 }
 
 } // namespace
