@@ -6,7 +6,7 @@
 // included).
 #include "capture/CEncodeParam.h"
 #include "capture/CVideo.h"
-#include "driver/CVirtualRack.h"
+#include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
 
 #include <benchmark/benchmark.h>

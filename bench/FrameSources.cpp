@@ -1,8 +1,8 @@
 // Time to draw one frame of each virtual camera source at the sizes streams deliver,
 // and the round trip of an immediate read through a stream's driver thread.
 #include "driver/CVideoStream.h"
-#include "driver/CVirtualRack.h"
-#include "driver/FrameSources.h"
+#include "driver/virtual/CVirtualRack.h"
+#include "driver/virtual/FrameSources.h"
 #include "platform/CWnd.h"
 
 #include <benchmark/benchmark.h>

@@ -1,6 +1,6 @@
-// A capture device of the machine: made unopened, tied to one board of the rack by
-// Open. Owned by whoever makes it (the board list); thread-compatible, its board and
-// bus are thread-safe.
+// A capture device of the machine: made unopened, tied to one board by Open. Owned by
+// whoever makes it (the board list); thread-compatible, its board and bus are
+// thread-safe.
 #pragma once
 
 #include "driver/CSpciDebi.h"
@@ -9,8 +9,6 @@
 
 #include <memory>
 
-class CVirtualBoard;
-
 class ZNDVR_API CSpciIO {
 public:
     CSpciIO();
@@ -18,7 +16,7 @@ public:
     CSpciIO(const CSpciIO&) = delete;
     CSpciIO& operator=(const CSpciIO&) = delete;
 
-    // The number of devices in the machine: the boards in the rack.
+    // The number of capture devices in the machine.
     static int GetDeviceNum();
 
     // Nonzero if device nDevice could be opened. Opening an open object fails.
@@ -30,9 +28,10 @@ public:
     // The bus of the device, owned by it; null while not open.
     CSpciDebi* GetDebi();
 
-    // The board behind an open device, for the device's streams.
-    std::shared_ptr<CVirtualBoard> GetVirtualBoard() const;
-
 private:
-    std::shared_ptr<CVirtualBoard> m_pBoard;
+    // The open board as the driver's implementation holds it; its streams reach it.
+    struct tag_DEVICE;
+    friend class CVideoStream;
+
+    std::unique_ptr<tag_DEVICE> m_pDevice;
 };

@@ -5,16 +5,12 @@
 #pragma once
 
 #include "driver/CSpciIO.h"
-#include "driver/CVirtualBoard.h"
 #include "driver/DriverRecords.h"
-#include "driver/FrameSources.h"
 #include "platform/Export.h"
 #include "platform/WinMessages.h"
 #include "vocabulary/Messages.h"
 
 #include <memory>
-
-class CStreamPump;
 
 // The largest frame a stream delivers.
 inline constexpr int MAX_DELIVERED_WIDTH = 1024;
@@ -48,15 +44,14 @@ public:
     int GetVideoColor(int nCamera, tag_ZNCOLOR* pColor);
 
 private:
+    // The open stream as the driver's implementation holds it; null while closed.
+    struct tag_OPENSTREAM;
+
     bool IsReadable(const tag_VIDEOREAD& read) const;
     int PreparedCamera(const tag_VIDEOREAD& read);
     bool IsStreamCamera(int nCamera) const;
 
     const CSpciIO* m_pDriverDevice;
     int m_nDriverStream;
-    std::shared_ptr<CVirtualBoard> m_pDriverBoard;
-    std::unique_ptr<CStreamPump> m_pDriverPump;
-    int m_nDriverCameras = 0;
-    tag_FRAMEFORMAT m_driverFormat{};
-    tag_ZNCOLOR m_driverColors[STREAM_CAMERA_SLOTS]{};
+    std::unique_ptr<tag_OPENSTREAM> m_pOpenStream;
 };

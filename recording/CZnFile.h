@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/CArray.h"
+#include "platform/CException.h"
 #include "platform/CFile.h"
 #include "platform/CMemFile.h"
 #include "platform/CObject.h"
@@ -13,6 +14,8 @@
 #include "recording/FileRecords.h"
 #include "vocabulary/SoundFormat.h"
 #include "vocabulary/StreamRevision.h"
+
+struct tag_ZNHEADWITHNAMES;
 
 class ZNDVR_API CZnFile : public CObject {
 public:
@@ -65,24 +68,26 @@ public:
     int ClipFile(CString strNewFile, int nFirstBlock, int nLastBlock, int nLastFrames);
 
 private:
-    int OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, DWORD dwRevision);
-    int OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo);
-    BOOL ReadFileHead();
-    BOOL ReadNameField(CString& strName, DWORD dwLength);
-    void WalkBlockChain();
+    // Shared by writing, reading and clips.
+    void ReleaseAll();
     void AddBlockEntry(DWORD dwOffset, DWORD dwFrames, DWORD dwTimeStamp);
-    void DropReadFile();
-    DWORD GetDataOffset() const;
-    void WriteFileHead(CFile& file, const tag_ZNFILEHEADER& header) const;
+    tag_ZNHEADWITHNAMES GetHeadWithNames(const tag_ZNFILEHEADER& header) const;
+    static void ReportAndDelete(CException* pException);
 
+    // Writing.
+    int OpenForWrite(const CString& strFile, const tag_CAMERAINFO* pInfo, DWORD dwRevision);
     void AppendFrame(const tag_ZNFRAMEDATA& frame);
     void CountFrame(const tag_ZNFRAMEDATA& frame);
     int CloseBlock(DWORD dwKeyFrameStamp);
     BOOL ReopenDiskFile();
     void WriteBlockData(DWORD dwRecordPos);
     void Flush();
-    void ReleaseAll();
 
+    // Reading.
+    int OpenForRead(const CString& strFile, tag_CAMERAINFO* pInfo);
+    BOOL ReadHeadAndNames();
+    void WalkBlockChain();
+    void DropReadFile();
     int ReadNextFrame(tag_ZNFRAMEDATA* pFrame);
     int ReadFrameAt(tag_ZNFRAMEDATA* pFrame, int nBlock, int nFrame);
     int ReadFrameRecord(tag_ZNFRAMEDATA* pFrame, DWORD dwPos, DWORD& dwNextPos);
@@ -90,6 +95,7 @@ private:
     void SetReadPos(DWORD dwPos, int nBlock, int nFrame);
     DWORD GetVideoCapacity() const;
 
+    // Clips.
     DWORD CountClipFrames(int nFirstBlock, int nLastBlock, int nLastFrames) const;
     void CopyClipBlocks(CFile& clip, int nFirstBlock, int nLastBlock, tag_ZNBLOCKHEADER& block);
     DWORD CopyClipLastBlock(CFile& clip, tag_ZNBLOCKHEADER& block, int nLastFrames);

@@ -5,7 +5,7 @@
 
 #include "driver/CSpciIO.h"
 #include "driver/CVideoStream.h"
-#include "driver/CVirtualRack.h"
+#include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
 
 #include <cstdio>
@@ -124,7 +124,7 @@ int RunBoardsCommand(std::span<char* const> args)
             continue;
         }
         const tag_AVVersion version = io.GetDspVersion();
-        std::shared_ptr<CVirtualBoard> pBoard = io.GetVirtualBoard();
+        const std::shared_ptr<CVirtualBoard> pBoard = CVirtualRack::GetBoard(nDevice);
         std::printf("device %d: firmware word 0x%08X, %d channels, generation %d, %d stream(s)\n", nDevice,
                     version.dwVersion, version.GetChannels(), version.GetGeneration(), pBoard->GetStreamCount());
         for (int nStream = 0; nStream < pBoard->GetStreamCount(); ++nStream)

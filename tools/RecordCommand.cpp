@@ -9,7 +9,7 @@
 #include "capture/CMaskInfo.h"
 #include "capture/CVideo.h"
 #include "codec/CDecoder.h"
-#include "driver/CVirtualRack.h"
+#include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
 #include "recording/CZnFile.h"

@@ -5,20 +5,20 @@ namespace {
 
 class BoardPorts : public CCaptureTest {
 protected:
-    CSpciDebi* OpenPortBoard(BYTE byChannels, BYTE byGeneration)
+    CVirtualBus* OpenPortBoard(BYTE byChannels, BYTE byGeneration)
     {
         CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
         const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
         EXPECT_EQ(m_video.Open(&m_host, dwRevision), ZNRET_OK);
         EXPECT_EQ(m_video.OpenBoard(0, byGeneration == 2 ? FRAMESIZE_320X240_R2 : FRAMESIZE_160X112, 0, nullptr),
                   ZNRET_OK);
-        CSpciDebi* pDebi = CVirtualRack::GetBoard(0)->GetDebi();
+        CVirtualBus* pDebi = &CVirtualRack::GetBoard(0)->GetBus();
         pDebi->ClearTraffic();
         return pDebi;
     }
 
     // The transfers in the log, without lock and unlock.
-    static std::vector<tag_BUSEVENT> Transfers(CSpciDebi* pDebi)
+    static std::vector<tag_BUSEVENT> Transfers(CVirtualBus* pDebi)
     {
         std::vector<tag_BUSEVENT> transfers;
         for (const tag_BUSEVENT& event : pDebi->GetTraffic()) {
@@ -61,7 +61,7 @@ TEST_F(BoardCapabilities, FollowGenerationAndChannels)
 
 TEST_F(BoardPorts, ReadInputGivesTheLatchedByteInverted)
 {
-    CSpciDebi* pDebi = OpenPortBoard(4, 2);
+    CVirtualBus* pDebi = OpenPortBoard(4, 2);
     pDebi->SetInputLines(0x05);
     DWORD dwResult = 0xFFFFFFFF;
     ASSERT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 1, 0, dwResult), 1);
@@ -77,7 +77,7 @@ TEST_F(BoardPorts, ReadInputGivesTheLatchedByteInverted)
 
 TEST_F(BoardPorts, CommandsWriteTheirBytesAndLeaveTheResultAlone)
 {
-    CSpciDebi* pDebi = OpenPortBoard(2, 1);
+    CVirtualBus* pDebi = OpenPortBoard(2, 1);
     DWORD dwResult = 1234;
     EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 2, 0, dwResult), 0);
     EXPECT_EQ(Transfers(pDebi).size(), 0u);
@@ -101,7 +101,7 @@ TEST_F(BoardPorts, CommandsWriteTheirBytesAndLeaveTheResultAlone)
 
 TEST_F(BoardPorts, FailuresGiveZeroAndReleaseTheBus)
 {
-    CSpciDebi* pDebi = OpenPortBoard(4, 2);
+    CVirtualBus* pDebi = OpenPortBoard(4, 2);
     DWORD dwResult = 0;
     EXPECT_EQ(CVideo::ZN2AVPortOperation(nullptr, 0, 3, 0, dwResult), 0);
     EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, -1, 3, 0, dwResult), 0);

@@ -5,7 +5,7 @@
 
 #include "capture/CEncodeParam.h"
 #include "capture/CVideo.h"
-#include "driver/CVirtualRack.h"
+#include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
 #include "platform/WinMessages.h"
 

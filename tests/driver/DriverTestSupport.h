@@ -3,7 +3,7 @@
 #pragma once
 
 #include "driver/CVideoStream.h"
-#include "driver/CVirtualRack.h"
+#include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
 

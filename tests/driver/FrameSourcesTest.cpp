@@ -2,7 +2,7 @@
 // on seed and time, and read Y4M footage faithfully; hostile files are refused.
 #include "DriverTestSupport.h"
 
-#include "driver/FrameSources.h"
+#include "driver/virtual/FrameSources.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // The picture generators of the virtual cameras. Every picture is drawn straight into
 // the order's buffer; a source allocates only when the delivered size changes.
-#include "driver/FrameSources.h"
+#include "driver/virtual/FrameSources.h"
 
 #include <algorithm>
 #include <cstdio>

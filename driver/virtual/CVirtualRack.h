@@ -3,7 +3,7 @@
 // boards. Thread-safe; a board taken out stays alive while a device object holds it.
 #pragma once
 
-#include "driver/CVirtualBoard.h"
+#include "driver/virtual/CVirtualBoard.h"
 #include "platform/Export.h"
 
 #include <memory>

@@ -2,7 +2,7 @@
 // registers, the traffic log, faults, and the place of the sound processor.
 #include "DriverTestSupport.h"
 
-#include "driver/CSpciDebi.h"
+#include "driver/virtual/CVirtualBus.h"
 
 #include <atomic>
 #include <thread>
@@ -11,7 +11,7 @@ namespace {
 
 TEST(ByteBus, InputLinesAreLatchedByCommand82AndReadInverted)
 {
-    CSpciDebi debi;
+    CVirtualBus debi;
     BYTE byRead = 0;
     ASSERT_EQ(debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5), 1);
     EXPECT_EQ(byRead, 0xFF) << "no input active";
@@ -28,7 +28,7 @@ TEST(ByteBus, InputLinesAreLatchedByCommand82AndReadInverted)
 
 TEST(ByteBus, Command80PutsTheDataByteOnTheOutputsAndOtherCommandsAreCounted)
 {
-    CSpciDebi debi;
+    CVirtualBus debi;
     ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_DATA, 0x3C, 5), 1);
     EXPECT_EQ(debi.GetPortState().byOutput, 0) << "data alone changes no output";
     ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_WRITEOUTPUT, 5), 1);
@@ -53,7 +53,7 @@ TEST(ByteBus, Command80PutsTheDataByteOnTheOutputsAndOtherCommandsAreCounted)
 
 TEST(ByteBus, LogsEveryAccessWithItsArguments)
 {
-    CSpciDebi debi;
+    CVirtualBus debi;
     BYTE byRead = 0;
     ASSERT_NE(debi.Lock(1000), 0);
     debi.WriteDebiByte(BUS_ADDRESS_COMMAND, PORT_COMMAND_READINPUT, 5);
@@ -80,13 +80,13 @@ TEST(ByteBus, LogsEveryAccessWithItsArguments)
 
 TEST(ByteBus, LogKeepsTheNewestEntries)
 {
-    CSpciDebi debi;
-    for (std::size_t i = 0; i < CSpciDebi::TRAFFIC_LOG_LIMIT + 10; ++i)
+    CVirtualBus debi;
+    for (std::size_t i = 0; i < CVirtualBus::TRAFFIC_LOG_LIMIT + 10; ++i)
         debi.WriteDebiByte(BUS_ADDRESS_DATA, static_cast<BYTE>(i), 5);
     const std::vector<tag_BUSEVENT> traffic = debi.GetTraffic();
-    ASSERT_EQ(traffic.size(), CSpciDebi::TRAFFIC_LOG_LIMIT);
+    ASSERT_EQ(traffic.size(), CVirtualBus::TRAFFIC_LOG_LIMIT);
     EXPECT_EQ(traffic.front().byValue, 10);
-    EXPECT_EQ(traffic.back().byValue, static_cast<BYTE>(CSpciDebi::TRAFFIC_LOG_LIMIT + 9));
+    EXPECT_EQ(traffic.back().byValue, static_cast<BYTE>(CVirtualBus::TRAFFIC_LOG_LIMIT + 9));
 }
 
 TEST(ByteBus, FailingTransfersChangeNothingAndALockFaultRefusesTheBus)
@@ -95,7 +95,7 @@ TEST(ByteBus, FailingTransfersChangeNothingAndALockFaultRefusesTheBus)
     tag_BOARDFAULTS faults;
     faults.bTransfersFail = true;
     pBoard->SetFaults(faults);
-    CSpciDebi& debi = *pBoard->GetDebi();
+    CVirtualBus& debi = pBoard->GetBus();
     debi.SetInputLines(0x01);
     BYTE byRead = 0x11;
     EXPECT_EQ(debi.WriteDebiByte(BUS_ADDRESS_DATA, 0x42, 5), -1);
@@ -115,7 +115,7 @@ TEST(ByteBus, FailingTransfersChangeNothingAndALockFaultRefusesTheBus)
 
     faults.bLockTimesOut = true;
     pBoard->SetFaults(faults);
-    EXPECT_EQ(debi.Lock(INFINITE), 0);
+    EXPECT_EQ(pBoard->GetDebi()->Lock(INFINITE), 0);
 }
 
 // One thread holds the bus; another asks for it with a time-out that the test clock
@@ -123,7 +123,7 @@ TEST(ByteBus, FailingTransfersChangeNothingAndALockFaultRefusesTheBus)
 TEST(ByteBus, LockHeldByOneThreadTimesOutForAnother)
 {
     CTestClock clock(5000);
-    CSpciDebi debi;
+    CVirtualBus debi;
     ASSERT_NE(debi.Lock(0), 0);
 
     std::atomic<int> nResult{-1};
@@ -149,7 +149,7 @@ TEST(ByteBus, LockHeldByOneThreadTimesOutForAnother)
 TEST(ByteBus, WaitingLockIsGrantedWhenTheOwnerLetsGo)
 {
     CTestClock clock;
-    CSpciDebi debi;
+    CVirtualBus debi;
     ASSERT_NE(debi.Lock(0), 0);
     std::atomic<int> nResult{-1};
     std::thread other([&] {
@@ -179,7 +179,7 @@ public:
 
 TEST(ByteBus, SoundCommandsAndReadsGoToTheSoundProcessor)
 {
-    CSpciDebi debi;
+    CVirtualBus debi;
     auto pSound = std::make_shared<CRecordingSoundPort>();
     debi.AttachSoundPort(pSound);
     for (BYTE byCommand : {0x20, 0x41, 0x31, 0x82})
@@ -199,7 +199,7 @@ TEST(ByteBus, SoundCommandsAndReadsGoToTheSoundProcessor)
 
 TEST(ByteBus, WithoutSoundProcessorNoSoundIsReady)
 {
-    CSpciDebi debi;
+    CVirtualBus debi;
     BYTE byCount = 0xEE;
     ASSERT_EQ(debi.WriteDebiByte(BUS_ADDRESS_COMMAND, 0x40, 5), 1);
     ASSERT_EQ(debi.ReadDebiByte(1, byCount, 5), 1);

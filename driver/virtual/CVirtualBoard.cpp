@@ -1,4 +1,4 @@
-#include "driver/CVirtualBoard.h"
+#include "driver/virtual/CVirtualBoard.h"
 
 #include <algorithm>
 
@@ -42,7 +42,12 @@ tag_AVVersion CVirtualBoard::GetVersion() const
 
 CSpciDebi* CVirtualBoard::GetDebi()
 {
-    return &m_debi;
+    return &m_bus;
+}
+
+CVirtualBus& CVirtualBoard::GetBus()
+{
+    return m_bus;
 }
 
 // The layout follows the shared board rules, so that capture finds each camera where
@@ -97,7 +102,7 @@ void CVirtualBoard::SetFaults(const tag_BOARDFAULTS& faults)
         std::lock_guard lock(m_mutexRecords);
         m_faults = faults;
     }
-    m_debi.SetFaults(faults.bLockTimesOut, faults.bTransfersFail);
+    m_bus.SetFaults(faults.bLockTimesOut, faults.bTransfersFail);
 }
 
 bool CVirtualBoard::WriteFrame(int nCamera, BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD dwTime)

@@ -4,9 +4,9 @@
 // come from the stream's thread, the drawing and posting happen on the driver thread.
 #pragma once
 
-#include "driver/CVirtualBoard.h"
 #include "driver/DriverRecords.h"
-#include "driver/FrameSources.h"
+#include "driver/virtual/CVirtualBoard.h"
+#include "driver/virtual/FrameSources.h"
 #include "platform/WinTypes.h"
 
 #include <condition_variable>

@@ -1,4 +1,4 @@
-#include "driver/CSpciDebi.h"
+#include "driver/virtual/CVirtualBus.h"
 
 #include "platform/WinThreads.h"
 
@@ -13,18 +13,18 @@ constexpr BYTE kIdleInputRegister = 0xFF;
 
 } // namespace
 
-CSpciDebi::CSpciDebi() : m_hBusMutex(CreateMutex(nullptr, FALSE, nullptr)), m_state{}
+CVirtualBus::CVirtualBus() : m_hBusMutex(CreateMutex(nullptr, FALSE, nullptr)), m_state{}
 {
     m_state.byLatchedInput = kIdleInputRegister;
 }
 
-CSpciDebi::~CSpciDebi()
+CVirtualBus::~CVirtualBus()
 {
     if (m_hBusMutex != nullptr)
         CloseHandle(m_hBusMutex);
 }
 
-int CSpciDebi::Lock(DWORD dwTimeout)
+int CVirtualBus::Lock(DWORD dwTimeout)
 {
     bool bLockFails = false;
     {
@@ -40,13 +40,13 @@ int CSpciDebi::Lock(DWORD dwTimeout)
     return nResult;
 }
 
-void CSpciDebi::Unlock()
+void CVirtualBus::Unlock()
 {
     const int nResult = m_hBusMutex != nullptr && ReleaseMutex(m_hBusMutex) ? 1 : 0;
     Record({BUS_UNLOCK, 0, 0, 0, 0, nResult});
 }
 
-int CSpciDebi::WriteDebiByte(WORD wAddress, BYTE byValue, int nRetry)
+int CVirtualBus::WriteDebiByte(WORD wAddress, BYTE byValue, int nRetry)
 {
     std::shared_ptr<CBoardSoundPort> pSoundPort;
     int nResult = kTransferDone;
@@ -70,7 +70,7 @@ int CSpciDebi::WriteDebiByte(WORD wAddress, BYTE byValue, int nRetry)
     return nResult;
 }
 
-int CSpciDebi::ReadDebiByte(WORD wAddress, BYTE& byValue, int nRetry)
+int CVirtualBus::ReadDebiByte(WORD wAddress, BYTE& byValue, int nRetry)
 {
     std::shared_ptr<CBoardSoundPort> pSoundPort;
     int nResult = kTransferDone;
@@ -92,7 +92,7 @@ int CSpciDebi::ReadDebiByte(WORD wAddress, BYTE& byValue, int nRetry)
     return nResult;
 }
 
-int CSpciDebi::ReadDebiBlock(WORD wAddress, BYTE* pData, int nLen, int nRetry)
+int CVirtualBus::ReadDebiBlock(WORD wAddress, BYTE* pData, int nLen, int nRetry)
 {
     std::shared_ptr<CBoardSoundPort> pSoundPort;
     {
@@ -105,38 +105,38 @@ int CSpciDebi::ReadDebiBlock(WORD wAddress, BYTE* pData, int nLen, int nRetry)
     return nResult;
 }
 
-void CSpciDebi::SetInputLines(BYTE byLines)
+void CVirtualBus::SetInputLines(BYTE byLines)
 {
     std::lock_guard lock(m_mutexState);
     m_state.byInputLines = byLines;
 }
 
-tag_PORTSTATE CSpciDebi::GetPortState() const
+tag_PORTSTATE CVirtualBus::GetPortState() const
 {
     std::lock_guard lock(m_mutexState);
     return m_state;
 }
 
-std::vector<tag_BUSEVENT> CSpciDebi::GetTraffic() const
+std::vector<tag_BUSEVENT> CVirtualBus::GetTraffic() const
 {
     std::lock_guard lock(m_mutexState);
     return {m_traffic.begin(), m_traffic.end()};
 }
 
-void CSpciDebi::ClearTraffic()
+void CVirtualBus::ClearTraffic()
 {
     std::lock_guard lock(m_mutexState);
     m_traffic.clear();
 }
 
-void CSpciDebi::SetFaults(bool bLockFails, bool bTransfersFail)
+void CVirtualBus::SetFaults(bool bLockFails, bool bTransfersFail)
 {
     std::lock_guard lock(m_mutexState);
     m_bLockFails = bLockFails;
     m_bTransfersFail = bTransfersFail;
 }
 
-void CSpciDebi::AttachSoundPort(std::shared_ptr<CBoardSoundPort> pSoundPort)
+void CVirtualBus::AttachSoundPort(std::shared_ptr<CBoardSoundPort> pSoundPort)
 {
     std::lock_guard lock(m_mutexState);
     m_pSoundPort = std::move(pSoundPort);
@@ -144,13 +144,13 @@ void CSpciDebi::AttachSoundPort(std::shared_ptr<CBoardSoundPort> pSoundPort)
 
 // Start, stop and block requests of the two sound channels: 0x20, 0x30, 0x40 and the
 // same plus one for channel 1.
-bool CSpciDebi::IsSoundCommand(BYTE byCommand)
+bool CVirtualBus::IsSoundCommand(BYTE byCommand)
 {
     const BYTE byKind = byCommand & 0xF0;
     return (byKind == 0x20 || byKind == 0x30 || byKind == 0x40) && (byCommand & 0x0F) <= 1;
 }
 
-void CSpciDebi::Record(const tag_BUSEVENT& event)
+void CVirtualBus::Record(const tag_BUSEVENT& event)
 {
     std::lock_guard lock(m_mutexState);
     if (m_traffic.size() == TRAFFIC_LOG_LIMIT)
@@ -159,7 +159,7 @@ void CSpciDebi::Record(const tag_BUSEVENT& event)
 }
 
 // Runs a port command; called with m_mutexState held.
-void CSpciDebi::ExecuteCommand(BYTE byCommand)
+void CVirtualBus::ExecuteCommand(BYTE byCommand)
 {
     ++m_state.dwCommands;
     m_state.byLastCommand = byCommand;

@@ -5,7 +5,8 @@
 
 #include "driver/CSpciDebi.h"
 #include "driver/DriverRecords.h"
-#include "driver/FrameSources.h"
+#include "driver/virtual/CVirtualBus.h"
+#include "driver/virtual/FrameSources.h"
 #include "platform/Export.h"
 
 #include <memory>
@@ -67,7 +68,10 @@ public:
     CVirtualBoard& operator=(const CVirtualBoard&) = delete;
 
     tag_AVVersion GetVersion() const;
+    // The board's bus as the driver hands it out, and as a host or test drives its
+    // inputs and reads its registers and traffic.
     CSpciDebi* GetDebi();
+    CVirtualBus& GetBus();
 
     // The layout the firmware word gives: streams, their cameras and first camera.
     int GetStreamCount() const;
@@ -113,7 +117,7 @@ private:
     tag_PACING m_nPacing;
     int m_nFramesPerSecond;
     std::vector<std::unique_ptr<tag_CAMERAINPUT>> m_inputs;
-    CSpciDebi m_debi;
+    CVirtualBus m_bus;
     mutable std::mutex m_mutexRecords;
     tag_BOARDFAULTS m_faults;
     tag_STREAMRECORD m_records[MAX_BOARD_STREAMS];

@@ -1,4 +1,4 @@
-#include "driver/CStreamPump.h"
+#include "driver/virtual/CStreamPump.h"
 
 #include "driver/CVideoStream.h"
 #include "platform/TickClock.h"

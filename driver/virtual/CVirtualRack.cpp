@@ -1,4 +1,4 @@
-#include "driver/CVirtualRack.h"
+#include "driver/virtual/CVirtualRack.h"
 
 #include <mutex>
 #include <vector>
