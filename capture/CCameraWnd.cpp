@@ -33,6 +33,7 @@ BEGIN_MESSAGE_MAP(CCameraWnd, CWnd)
     ON_MESSAGE(WM_ZN_FRAMEDONE, OnFrameDone)
     ON_MESSAGE(WM_ZN_SETPARAM, OnSetParam)
     ON_MESSAGE(WM_ZN_GETPARAM, OnGetParam)
+    ON_MESSAGE(MM_WIM_DATA, OnWaveInData)
 END_MESSAGE_MAP()
 
 CCameraWnd::CCameraWnd()
@@ -289,23 +290,51 @@ LRESULT CCameraWnd::OnFrameDone(WPARAM, LPARAM)
     return 0;
 }
 
+// A frame carries the code gathered since the frame before. A source that fails gives
+// a frame with the flag and no sound; the picture goes out all the same.
 void CCameraWnd::AttachSound()
 {
-    // The sound gathered since the last frame is taken here once a source is attached;
-    // a channel without a source sends its frames without sound.
-    m_pFrameData->wFlags &= static_cast<WORD>(~ZNFRAME_SOUND);
     m_pFrameData->dwSoundLen = 0;
+    if (!m_pParam->m_bEncodeSound || m_pSound == nullptr) {
+        m_pFrameData->wFlags &= static_cast<WORD>(~ZNFRAME_SOUND);
+        return;
+    }
+    m_pFrameData->wFlags |= ZNFRAME_SOUND;
+    int nLen = 0;
+    if (m_pSound->GetRecordData(m_pFrameData->pSound, nLen, static_cast<int>(ZNFRAME_SOUND_BUFFER_SIZE)))
+        m_pFrameData->dwSoundLen = static_cast<DWORD>(nLen);
 }
 
+// Only a channel that encodes records sound. A source that can't be opened leaves the
+// channel silent, and the next frame tries again.
 void CCameraWnd::OpenSound()
 {
-    // A wave-in or board sound source is opened here, for a channel that encodes and
-    // has none. None is built in yet, so m_pSound stays null and the channel runs silent.
+    if (m_pSound != nullptr || !m_pParam->m_bEncodeMode)
+        return;
+    // Such a camera's sound comes over the board's byte bus from the board sound
+    // source; a channel on a board without one runs silent.
+    if (m_pCaptureWnd->IsBoardVoice(m_Info.nCamera))
+        return;
+    std::unique_ptr<CWaveCodec> pSound(new (std::nothrow) CWaveCodec);
+    if (pSound == nullptr || !pSound->Open(m_hWnd, m_pParam->m_dwSoundDev, SOUNDFMT_ADPCM, ZNFILE_READ))
+        return;
+    pSound->StartRecord();
+    m_pSound = std::move(pSound);
 }
 
 void CCameraWnd::CloseSound()
 {
-    m_pSound = nullptr;
+    if (m_pSound == nullptr)
+        return;
+    m_pSound->Close();
+    m_pSound.reset();
+}
+
+LRESULT CCameraWnd::OnWaveInData(WPARAM hWaveIn, LPARAM pHdr)
+{
+    if (m_pSound != nullptr)
+        m_pSound->OnRecordData(hWaveIn, pHdr);
+    return 0;
 }
 
 void CCameraWnd::FillRecord(int bVideoLost)

@@ -9,10 +9,12 @@
 #include "capture/CaptureTypes.h"
 #include "platform/CWnd.h"
 #include "recording/FileRecords.h"
+#include "sound/CWaveCodec.h"
+
+#include <memory>
 
 class CCaptureWnd;
 class CEncoder;
-class CWaveCodec;
 
 class CCameraWnd : public CWnd {
 public:
@@ -41,6 +43,8 @@ protected:
     LRESULT OnFrameDone(WPARAM wUnused, LPARAM lUnused);
     LRESULT OnSetParam(WPARAM nOperation, LPARAM nValue);
     LRESULT OnGetParam(WPARAM nOperation, LPARAM pResult);
+    // A filled buffer of the wave-in device (MM_WIM_DATA), for the sound source.
+    LRESULT OnWaveInData(WPARAM hWaveIn, LPARAM pHdr);
     DECLARE_MESSAGE_MAP()
 
 private:
@@ -81,8 +85,8 @@ private:
     HANDLE m_hThreadEnd = nullptr;
     // Set by the thread once its queue exists; kept only while the thread starts.
     HANDLE m_hThreadReady = nullptr;
-    // Sound sources (wave-in or board) attach here; a channel without one runs silent.
-    CWaveCodec* m_pSound = nullptr;
+    // The sound source (wave-in or board); a channel without one runs silent.
+    std::unique_ptr<CWaveCodec> m_pSound;
     int m_nFrameCount = 0;
     int m_nFrameType = ZNFRAME_I;
     DWORD m_dwRevision = 0;

@@ -175,6 +175,8 @@ void EndCurrentThreadState([[maybe_unused]] PlatformLock& lock)
     ReleaseSenders(self);
     ForgetWindowsOf(self.m_dwThreadId);
     AbandonMutexesOf(self.m_dwThreadId);
+    std::erase_if(GetPlatformState().m_sources,
+                  [&self](const auto& entry) { return entry.second.m_dwThreadId == self.m_dwThreadId; });
     GetPlatformState().m_threads.erase(self.m_dwThreadId);
     t_holder.m_pState.reset();
     WakeBlockedThreads();
@@ -281,6 +283,89 @@ HANDLE AddHandle(std::shared_ptr<KernelObject> pObject)
     state.m_nNextHandle += 4;
     state.m_handles.emplace(nHandle, std::move(pObject));
     return reinterpret_cast<HANDLE>(nHandle);
+}
+
+std::uint64_t AddQueueSource(DWORD dwThreadId, std::function<void()> fnServe)
+{
+    PlatformState& state = GetPlatformState();
+    PlatformLock lock(state.m_mutex);
+    const std::uint64_t nSource = state.m_nNextSource++;
+    QueueSource& source = state.m_sources[nSource];
+    source.m_dwThreadId = dwThreadId;
+    source.m_fnServe = std::move(fnServe);
+    return nSource;
+}
+
+void SetQueueSourceDue(std::uint64_t nSource, std::optional<TimeMs> tDue)
+{
+    PlatformState& state = GetPlatformState();
+    PlatformLock lock(state.m_mutex);
+    auto it = state.m_sources.find(nSource);
+    if (it == state.m_sources.end())
+        return;
+    it->second.m_tDue = tDue;
+    auto itOwner = state.m_threads.find(it->second.m_dwThreadId);
+    if (itOwner != state.m_threads.end())
+        WakeThread(*itOwner->second);
+}
+
+void RemoveQueueSource(std::uint64_t nSource)
+{
+    PlatformState& state = GetPlatformState();
+    PlatformLock lock(state.m_mutex);
+    const DWORD dwSelf = GetCurrentThreadState(lock).m_dwThreadId;
+    auto fnIdle = [&] {
+        auto it = state.m_sources.find(nSource);
+        return it == state.m_sources.end() || !it->second.m_bServing || it->second.m_dwThreadId == dwSelf;
+    };
+    state.m_cvSourceServed.wait(lock, fnIdle);
+    state.m_sources.erase(nSource);
+}
+
+std::optional<TimeMs> NextQueueSourceDue(const ThreadState& self)
+{
+    std::optional<TimeMs> tNext;
+    for (const auto& [nSource, source] : GetPlatformState().m_sources) {
+        if (source.m_dwThreadId == self.m_dwThreadId && source.m_tDue && (!tNext || *source.m_tDue < *tNext))
+            tNext = source.m_tDue;
+    }
+    return tNext;
+}
+
+bool HasDueQueueSource(const ThreadState& self)
+{
+    std::optional<TimeMs> tNext = NextQueueSourceDue(self);
+    return tNext && *tNext <= GetNowMs();
+}
+
+void ServeQueueSources(PlatformLock& lock, ThreadState& self)
+{
+    PlatformState& state = GetPlatformState();
+    const TimeMs tNow = GetNowMs();
+    // Kept between calls, so that serving allocates nothing once it has run.
+    static thread_local std::vector<std::uint64_t> due;
+    due.clear();
+    for (const auto& [nSource, source] : state.m_sources) {
+        if (source.m_dwThreadId == self.m_dwThreadId && source.m_tDue && *source.m_tDue <= tNow)
+            due.push_back(nSource);
+    }
+    for (std::uint64_t nSource : due) {
+        auto it = state.m_sources.find(nSource);
+        if (it == state.m_sources.end() || it->second.m_bServing)
+            continue;
+        // The source sets its next due time itself while it is served.
+        it->second.m_tDue.reset();
+        it->second.m_bServing = true;
+        // The node stays put: only its own thread removes a source that is being served.
+        const std::function<void()>& fnServe = it->second.m_fnServe;
+        lock.unlock();
+        fnServe();
+        lock.lock();
+        it = state.m_sources.find(nSource);
+        if (it != state.m_sources.end())
+            it->second.m_bServing = false;
+        state.m_cvSourceServed.notify_all();
+    }
 }
 
 WindowRecord* FindWindow(HWND hWnd)

@@ -105,6 +105,16 @@ struct ThreadState {
     DWORD m_dwWaitTimeout = INFINITE;
 };
 
+// Something that makes messages for one thread's queue by itself, such as an open sound
+// device: the thread runs m_fnServe, without the platform lock, when it retrieves
+// messages and the source has fallen due. A source that is not due has no m_tDue.
+struct QueueSource {
+    DWORD m_dwThreadId = 0;
+    std::optional<TimeMs> m_tDue;
+    std::function<void()> m_fnServe;
+    bool m_bServing = false;
+};
+
 struct WindowRecord {
     CWnd* m_pWnd = nullptr;
     DWORD m_dwThreadId = 0;
@@ -130,6 +140,10 @@ struct PlatformState {
 
     std::unordered_map<std::uintptr_t, std::shared_ptr<KernelObject>> m_handles;
     std::uintptr_t m_nNextHandle = 0x10000;
+
+    std::unordered_map<std::uint64_t, QueueSource> m_sources;
+    std::uint64_t m_nNextSource = 1;
+    std::condition_variable m_cvSourceServed;
 
     bool m_bTestClock = false;
     TimeMs m_tTestNow = 0;
@@ -181,6 +195,18 @@ void RestartTimedWaits();
 
 std::shared_ptr<KernelObject> FindHandle(HANDLE hObject);
 HANDLE AddHandle(std::shared_ptr<KernelObject> pObject);
+
+// Queue sources of a thread (see QueueSource). Adding gives the source's number, never
+// reused. Setting the due time wakes the owner. Removing waits while another thread is
+// serving the source, so nothing of it runs once the call returns.
+std::uint64_t AddQueueSource(DWORD dwThreadId, std::function<void()> fnServe);
+void SetQueueSourceDue(std::uint64_t nSource, std::optional<TimeMs> tDue);
+void RemoveQueueSource(std::uint64_t nSource);
+// Under the platform lock: the earliest due time of the thread's sources, whether one is
+// due now, and serving the due ones (the lock is let go while each runs).
+std::optional<TimeMs> NextQueueSourceDue(const ThreadState& self);
+bool HasDueQueueSource(const ThreadState& self);
+void ServeQueueSources(PlatformLock& lock, ThreadState& self);
 
 WindowRecord* FindWindow(HWND hWnd);
 // Takes the window out of the registry with its timers and queued messages.

@@ -81,6 +81,15 @@ std::optional<TimeMs> NextTimerDue(const ThreadState& self, const MessageFilter&
     return tNext;
 }
 
+std::optional<TimeMs> Earliest(std::optional<TimeMs> tFirst, std::optional<TimeMs> tSecond)
+{
+    if (!tFirst)
+        return tSecond;
+    if (!tSecond)
+        return tFirst;
+    return std::min(*tFirst, *tSecond);
+}
+
 bool HasQuit(const ThreadState& self, const MessageFilter& filter)
 {
     return self.m_bQuit && filter.MatchesNumber(WM_QUIT);
@@ -163,6 +172,8 @@ bool HasInput(const ThreadState& self, DWORD dwWakeMask)
         return true;
     if ((dwWakeMask & QS_SENDMESSAGE) != 0 && !self.m_sent.empty())
         return true;
+    if ((dwWakeMask & (QS_POSTMESSAGE | QS_ALLPOSTMESSAGE)) != 0 && HasDueQueueSource(self))
+        return true;
     std::optional<TimeMs> tDue = NextTimerDue(self, all);
     return (dwWakeMask & QS_TIMER) != 0 && tDue && *tDue <= GetNowMs();
 }
@@ -233,12 +244,15 @@ BOOL GetMessage(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax)
     const MessageFilter filter{hWnd, wMsgFilterMin, wMsgFilterMax};
     auto fnWindowGone = [&] { return filter.NamesWindow() && FindWindow(hWnd) == nullptr; };
     std::function<bool()> fnReady = [&] {
-        return !self.m_sent.empty() || HasMessage(self, filter) || fnWindowGone();
+        return !self.m_sent.empty() || HasMessage(self, filter) || HasDueQueueSource(self) || fnWindowGone();
     };
-    std::function<std::optional<TimeMs>()> fnNextDue = [&] { return NextTimerDue(self, filter); };
+    std::function<std::optional<TimeMs>()> fnNextDue = [&] {
+        return Earliest(NextTimerDue(self, filter), NextQueueSourceDue(self));
+    };
     for (;;) {
         PassSuspensionPoint(lock, self);
         ServeSentMessages(lock, self);
+        ServeQueueSources(lock, self);
         if (fnWindowGone())
             return kGetMessageError;
         if (TakeMessage(self, filter, true, *lpMsg))
@@ -255,6 +269,7 @@ BOOL PeekMessage(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax,
     ThreadState& self = GetCurrentQueue(lock);
     PassSuspensionPoint(lock, self);
     ServeSentMessages(lock, self);
+    ServeQueueSources(lock, self);
     const MessageFilter filter{hWnd, wMsgFilterMin, wMsgFilterMax};
     return TakeMessage(self, filter, (wRemoveMsg & PM_REMOVE) != 0, *lpMsg);
 }
@@ -284,9 +299,15 @@ DWORD MsgWaitForMultipleObjects(DWORD nCount, const HANDLE* pHandles, BOOL bWait
     PlatformLock lock(GetPlatformState().m_mutex);
     ThreadState& self = GetCurrentQueue(lock);
     std::function<bool()> fnInput = [&] { return HasInput(self, dwWakeMask); };
-    std::function<std::optional<TimeMs>()> fnNextDue;
-    if ((dwWakeMask & QS_TIMER) != 0)
-        fnNextDue = [&] { return NextTimerDue(self, MessageFilter{nullptr, 0, 0}); };
+    std::function<std::optional<TimeMs>()> fnNextDue = [&] {
+        std::optional<TimeMs> tTimer;
+        std::optional<TimeMs> tSource;
+        if ((dwWakeMask & QS_TIMER) != 0)
+            tTimer = NextTimerDue(self, MessageFilter{nullptr, 0, 0});
+        if ((dwWakeMask & (QS_POSTMESSAGE | QS_ALLPOSTMESSAGE)) != 0)
+            tSource = NextQueueSourceDue(self);
+        return Earliest(tTimer, tSource);
+    };
     return WaitForObjects(lock, self, nCount, pHandles, false, dwMilliseconds, fnInput, fnNextDue);
 }
 

@@ -4,6 +4,7 @@
 int RunVolumesCommand(std::span<char* const> args);
 int RunBoardsCommand(std::span<char* const> args);
 int RunRecordCommand(std::span<char* const> args);
+int RunDevicesCommand(std::span<char* const> args);
 
 namespace {
 
@@ -12,9 +13,11 @@ constexpr ToolCommand kCommands[] = {
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
-    {"record", "[-s SECONDS] [-d DIR] [Y4M...]",
-     "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera",
+    {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]",
+     "record from the virtual boards (default rack, or one camera per Y4M file) into one file per camera; "
+     "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
+    {"devices", "", "list the wave-in and wave-out devices with the sound formats each accepts", &RunDevicesCommand},
 };
 
 } // namespace

@@ -4,6 +4,7 @@
 // CZnFile inside the frame handler, a progress line is printed every second, and at
 // the end each file is opened again with the reader, decoded and summed up.
 #include "Commands.h"
+#include "RecordSound.h"
 
 #include "capture/CEncodeParam.h"
 #include "capture/CMaskInfo.h"
@@ -34,6 +35,8 @@ struct tag_RECORDOPTIONS {
     int nSeconds = kDefaultSeconds;
     std::string strDirectory = kDefaultDirectory;
     std::vector<std::string> y4mFiles;
+    bool bSound = false;
+    std::string strSoundDevice;
 };
 
 // What the host keeps of one camera.
@@ -167,6 +170,11 @@ bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options)
                 return false;
         } else if ((strArg == "-d" || strArg == "--dir") && bHasValue) {
             options.strDirectory = args[++i];
+        } else if (strArg == "--sound") {
+            options.bSound = true;
+        } else if (strArg == "--sound-device" && bHasValue) {
+            options.bSound = true;
+            options.strSoundDevice = args[++i];
         } else if (!strArg.empty() && strArg[0] != '-') {
             options.y4mFiles.emplace_back(strArg);
         } else {
@@ -206,8 +214,9 @@ void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
     param.AddMaskInfo(&area, nWidth, nHeight);
 }
 
-// Reads every frame of an open recording and decodes it; the frames that decoded.
-DWORD DecodeAll(CZnFile& reader, DWORD dwRevision)
+// Reads every frame of an open recording and decodes it; the frames that decoded. The
+// sound of the frames is gathered in order.
+DWORD DecodeAll(CZnFile& reader, DWORD dwRevision, std::vector<BYTE>& code)
 {
     std::vector<BYTE> video(static_cast<std::size_t>(reader.GetVideoWidth()) * reader.GetVideoHeight() * 2);
     std::vector<BYTE> sound(ZNFRAME_SOUND_BUFFER_SIZE);
@@ -223,15 +232,19 @@ DWORD DecodeAll(CZnFile& reader, DWORD dwRevision)
         const DECODER_RETURN result =
             decoder.DecodeOneFrame(frame.pVideo, static_cast<int>(frame.dwVideoLen), picture.data(), TRUE);
         dwDecoded += !result.bError;
+        if ((frame.wFlags & ZNFRAME_SOUND) != 0)
+            code.insert(code.end(), frame.pSound, frame.pSound + frame.dwSoundLen);
     }
     return dwDecoded;
 }
 
 // Prints what each camera recorded; true when every camera has frames on disk and every
-// frame it wrote reads back and decodes.
-bool PrintSummary(const CRecordHost& host, DWORD dwRevision)
+// frame it wrote reads back and decodes, and, with sound, when some camera has sound and
+// the sound of each virtual microphone decodes to its signal.
+bool PrintSummary(const CRecordHost& host, DWORD dwRevision, const tag_RECORDOPTIONS& options)
 {
     bool bAllReadBack = true;
+    bool bAnySound = false;
     std::printf("\nsummary:\n");
     for (const tag_CAMERARECORDING& recording : host.m_cameras) {
         CZnFile reader;
@@ -245,15 +258,25 @@ bool PrintSummary(const CRecordHost& host, DWORD dwRevision)
             std::printf(" (%dx%d, %lu frames in %lu blocks", reader.GetVideoWidth(), reader.GetVideoHeight(),
                         static_cast<unsigned long>(reader.GetTotalFrameNum()),
                         static_cast<unsigned long>(reader.GetTotalBlock()));
-            const DWORD dwDecoded = DecodeAll(reader, dwRevision);
+            std::vector<BYTE> code;
+            const DWORD dwDecoded = DecodeAll(reader, dwRevision, code);
             std::printf(", %lu decoded)\n", static_cast<unsigned long>(dwDecoded));
             bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwDecoded == recording.dwWritten;
+            std::string strSound;
+            if (options.bSound) {
+                bAllReadBack = DescribeRecordedSound(recording.nCamera, options.strSoundDevice.empty(), code, strSound) &&
+                               bAllReadBack;
+                bAnySound = bAnySound || !code.empty();
+                std::printf("    %s\n", strSound.c_str());
+            }
         } else {
             std::printf(" (can't be read back)\n");
             bAllReadBack = false;
         }
     }
-    return bAllReadBack;
+    if (options.bSound && !bAnySound)
+        std::printf("  no camera recorded sound\n");
+    return bAllReadBack && (bAnySound || !options.bSound);
 }
 
 } // namespace
@@ -262,7 +285,9 @@ int RunRecordCommand(std::span<char* const> args)
 {
     tag_RECORDOPTIONS options;
     if (!ParseOptions(args, options)) {
-        std::fprintf(stderr, "usage: zndvr record [-s SECONDS] [-d DIR] [Y4M...]  (at most %d files)\n",
+        std::fprintf(stderr,
+                     "usage: zndvr record [-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]"
+                     "  (at most %d files)\n",
                      kMaxFileCameras);
         return 2;
     }
@@ -293,9 +318,19 @@ int RunRecordCommand(std::span<char* const> args)
             return 1;
         }
         const int nCameras = nFileCameras > 0 ? nFileCameras : video.GetCameraNum(0);
+        std::vector<DWORD> soundDevices;
+        std::string strError;
+        if (options.bSound && !ChooseSoundDevices(options.strSoundDevice, nCameras, soundDevices, strError)) {
+            std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
+            return 2;
+        }
         CEncodeParam param;
         AddWholePictureArea(param, 320, 240);
         for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
+            if (options.bSound) {
+                param.m_bEncodeSound = 1;
+                param.m_dwSoundDev = soundDevices[static_cast<std::size_t>(nCamera)];
+            }
             if (video.OpenCamera(0, nCamera, &param, nullptr) == ZNRET_OK) {
                 host.AddCamera(nCamera);
                 ++nOpened;
@@ -310,7 +345,7 @@ int RunRecordCommand(std::span<char* const> args)
         host.Run();
     }
     host.CloseFiles();
-    const bool bAllReadBack = PrintSummary(host, dwRevision);
+    const bool bAllReadBack = PrintSummary(host, dwRevision, options);
     CVirtualRack::Clear();
     return bAllReadBack ? 0 : 1;
 }
