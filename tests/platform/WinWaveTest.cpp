@@ -2,6 +2,7 @@
 // clock, notices to the owner window, resets that return every buffer, the device list
 // and format query, WAVE files as input, and ALSA's null device where ALSA is built in.
 #include "PlatformTestWindows.h"
+#include "platform/FileTestSupport.h"
 #include "platform/CVirtualWave.h"
 #include "platform/TickClock.h"
 #include "platform/WinWave.h"
@@ -12,7 +13,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -315,7 +315,9 @@ TEST(WaveFile, ParsesPcmAmongOtherChunksAndRefusesWhatItCantPlay)
 TEST_F(WaveDeviceTest, InputPlaysAWaveFileInALoopAndAFileThatCantBeReadFailsTheOpen)
 {
     const std::vector<short> samples = {100, -200, 300, -400, 500};
-    const std::string strFile = (std::filesystem::temp_directory_path() / "zndvr-wave-input.wav").string();
+    // A directory of this test's own: suites of other builds run beside this one.
+    ScopedTempDir dir;
+    const std::string strFile = dir / "input.wav";
     std::vector<BYTE> image = WaveImage(kSpeechFormat, samples);
     std::FILE* pFile = std::fopen(strFile.c_str(), "wb");
     ASSERT_NE(pFile, nullptr);
@@ -347,7 +349,6 @@ TEST_F(WaveDeviceTest, InputPlaysAWaveFileInALoopAndAFileThatCantBeReadFailsTheO
         EXPECT_EQ(buffers[0].data[2 * n + 1], buffers[0].data[2 * n]) << n;
     }
     EXPECT_EQ(waveInClose(hIn), MMSYSERR_NOERROR);
-    std::filesystem::remove(strFile);
 }
 
 // ALSA's null device records silence and swallows what it plays, at the pace of the
