@@ -7,9 +7,30 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <new>
 #include <memory>
 #include <random>
 #include <vector>
+
+namespace {
+
+// While set, the nothrow array allocations of this program fail, so that a test sees
+// what an object does without its buffer.
+std::atomic<bool> g_bRefuseArrays{false};
+
+} // namespace
+
+void* operator new[](std::size_t nSize, const std::nothrow_t&) noexcept
+{
+    if (g_bRefuseArrays.load())
+        return nullptr;
+    try {
+        return ::operator new[](nSize);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 
 namespace {
 
@@ -240,6 +261,8 @@ TEST(AdpcmInit, SecondInitInTheSameDirectionKeepsThePredictor)
     EXPECT_EQ(DecodeAll(*pDecoder, codeTail), decodedTail);
 }
 
+// Never initialised, an unknown direction, or a buffer that couldn't be allocated:
+// the object codes nothing, and a later Init can still make it.
 TEST(AdpcmInit, ObjectWithoutDirectionRefusesEverything)
 {
     std::vector<short> pcm(8, 1000);
@@ -254,8 +277,17 @@ TEST(AdpcmInit, ObjectWithoutDirectionRefusesEverything)
     EXPECT_EQ(unknownDirection.Init(-1), 0);
     EXPECT_EQ(unknownDirection.Encode(pcm.data(), code.data(), 8, 0), 0);
     EXPECT_EQ(unknownDirection.Decode(code.data(), pcm.data(), 3, 0), 0);
+
+    CAdpcm unallocated;
+    g_bRefuseArrays = true;
+    const int nRefused = unallocated.Init(CAdpcm::kModeEncoder);
+    g_bRefuseArrays = false;
+    EXPECT_EQ(nRefused, 0);
+    EXPECT_EQ(unallocated.Encode(pcm.data(), code.data(), 8, 0), 0);
     EXPECT_EQ(code, std::vector<BYTE>(3, kGuardByte));
     EXPECT_EQ(pcm, std::vector<short>(8, 1000));
+    EXPECT_EQ(unallocated.Init(CAdpcm::kModeEncoder), 1);
+    EXPECT_EQ(unallocated.Encode(pcm.data(), code.data(), 8, 0), 1);
 }
 
 // Cuts a length into pieces of whole groups: single groups, board blocks and random sizes.
