@@ -126,32 +126,35 @@ TEST(MessageQueueTest, SentMessagesAreServedBeforeQueuedOnes)
     EXPECT_EQ(NumbersOf(wnd.m_received), (std::vector<UINT>{WM_TEST_B}));
 }
 
+// Waits of objects make no queue; the first message call does, even one that fails,
+// such as a timer for no window.
 TEST(MessageQueueTest, PostThreadMessageFailsUntilTheTargetHasAQueue)
 {
     HANDLE hIdKnown = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     HANDLE hMayMakeQueue = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    HANDLE hQueueMade = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     DWORD dwTarget = 0;
     MSG received{};
     std::thread target([&] {
         dwTarget = GetCurrentThreadId();
         SetEvent(hIdKnown);
         WaitForSingleObject(hMayMakeQueue, INFINITE);
+        SetTimer(nullptr, 1, 10, nullptr);
+        SetEvent(hQueueMade);
         GetMessage(&received, nullptr, 0, 0);
     });
     WaitForSingleObject(hIdKnown, INFINITE);
     EXPECT_FALSE(PostThreadMessage(dwTarget, WM_TEST_A, 1, 0));
-
     SetEvent(hMayMakeQueue);
-    // The sender retries, as the library's own threads do, until the queue exists.
-    while (!PostThreadMessage(dwTarget, WM_TEST_A, 2, 0))
-        std::this_thread::yield();
+    WaitForSingleObject(hQueueMade, INFINITE);
+    EXPECT_TRUE(PostThreadMessage(dwTarget, WM_TEST_A, 2, 0));
     target.join();
     EXPECT_EQ(received.message, WM_TEST_A);
     EXPECT_EQ(received.wParam, 2u);
     EXPECT_FALSE(PostThreadMessage(dwTarget, WM_TEST_A, 3, 0)) << "the thread has ended";
     EXPECT_FALSE(PostThreadMessage(0, WM_TEST_A, 3, 0));
-    CloseHandle(hIdKnown);
-    CloseHandle(hMayMakeQueue);
+    for (HANDLE hEvent : {hIdKnown, hMayMakeQueue, hQueueMade})
+        CloseHandle(hEvent);
 }
 
 TEST(MessageQueueTest, DestroyedWindowLosesItsQueuedMessagesAndRefusesNewOnes)
