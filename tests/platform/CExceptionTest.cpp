@@ -58,10 +58,4 @@ TEST(CExceptionTest, GetErrorMessageCutsToTheBufferAndTerminates)
     EXPECT_EQ(std::string(aText), "an unspecified error occurred");
 }
 
-// A quota volume that is used up reports EDQUOT: the recorder must see a full disk.
-TEST(CExceptionTest, AnExhaustedQuotaIsAFullDisk)
-{
-    EXPECT_EQ(CFileException::OsErrorToException(EDQUOT), CFileException::diskFull);
-}
-
 } // namespace
