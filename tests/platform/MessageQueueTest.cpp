@@ -133,6 +133,7 @@ TEST(MessageQueueTest, PostThreadMessageFailsUntilTheTargetHasAQueue)
     HANDLE hIdKnown = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     HANDLE hMayMakeQueue = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     HANDLE hQueueMade = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    HANDLE hPosted = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     DWORD dwTarget = 0;
     MSG received{};
     std::thread target([&] {
@@ -141,19 +142,25 @@ TEST(MessageQueueTest, PostThreadMessageFailsUntilTheTargetHasAQueue)
         WaitForSingleObject(hMayMakeQueue, INFINITE);
         SetTimer(nullptr, 1, 10, nullptr);
         SetEvent(hQueueMade);
+        WaitForSingleObject(hPosted, INFINITE);
         GetMessage(&received, nullptr, 0, 0);
     });
     WaitForSingleObject(hIdKnown, INFINITE);
     EXPECT_FALSE(PostThreadMessage(dwTarget, WM_TEST_A, 1, 0));
     SetEvent(hMayMakeQueue);
     WaitForSingleObject(hQueueMade, INFINITE);
-    EXPECT_TRUE(PostThreadMessage(dwTarget, WM_TEST_A, 2, 0));
+    const BOOL bPosted = PostThreadMessage(dwTarget, WM_TEST_A, 2, 0);
+    SetEvent(hPosted);
+    EXPECT_TRUE(bPosted);
+    // Without its queue the thread makes one in GetMessage: let it end all the same.
+    while (!bPosted && !PostThreadMessage(dwTarget, WM_TEST_A, 2, 0))
+        std::this_thread::yield();
     target.join();
     EXPECT_EQ(received.message, WM_TEST_A);
     EXPECT_EQ(received.wParam, 2u);
     EXPECT_FALSE(PostThreadMessage(dwTarget, WM_TEST_A, 3, 0)) << "the thread has ended";
     EXPECT_FALSE(PostThreadMessage(0, WM_TEST_A, 3, 0));
-    for (HANDLE hEvent : {hIdKnown, hMayMakeQueue, hQueueMade})
+    for (HANDLE hEvent : {hIdKnown, hMayMakeQueue, hQueueMade, hPosted})
         CloseHandle(hEvent);
 }
 
