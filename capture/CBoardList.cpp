@@ -1,43 +1,40 @@
 #include "capture/CBoardList.h"
 
-#include "vocabulary/BoardLayout.h"
 #include "capture/CaptureTypes.h"
+#include "vocabulary/BoardLayout.h"
 
-CBoardList::CBoardList(DWORD dwRevision)
-    : m_pSpare(new CSpciIO)
+#include <new>
+
+CBoardList::CBoardList(DWORD dwRevision) : m_pSpare(new (std::nothrow) CSpciIO)
 {
+    m_bComplete = m_pSpare != nullptr;
     const int nDevices = CSpciIO::GetDeviceNum();
-    for (int nDevice = 0; nDevice < nDevices && m_nBoardNum < MAX_BOARDS; ++nDevice) {
-        CSpciIO* pIO = new CSpciIO;
-        m_pBoards[m_nBoardNum] = pIO;
-        if (pIO->Open(nDevice)) {
-            if (IsTakenBy(dwRevision, pIO->GetDspVersion())) {
-                ++m_nBoardNum;
-                continue;
-            }
-            pIO->Close();
+    for (int nDevice = 0; m_bComplete && nDevice < nDevices && m_nBoardNum < MAX_BOARDS; ++nDevice) {
+        std::unique_ptr<CSpciIO> pIO(new (std::nothrow) CSpciIO);
+        if (pIO == nullptr) {
+            m_bComplete = false;
+            break;
         }
-        delete pIO;
-        m_pBoards[m_nBoardNum] = nullptr;
+        if (!pIO->Open(nDevice))
+            continue;
+        if (IsTakenBy(dwRevision, pIO->GetDspVersion()))
+            m_pBoards[m_nBoardNum++] = std::move(pIO);
+        else
+            pIO->Close();
     }
 }
 
-CBoardList::~CBoardList()
-{
-    for (CSpciIO*& pIO : m_pBoards) {
-        if (pIO != nullptr) {
-            pIO->Close();
-            delete pIO;
-            pIO = nullptr;
-        }
-    }
-    delete m_pSpare;
-}
+CBoardList::~CBoardList() = default;
 
 bool CBoardList::IsTakenBy(DWORD dwRevision, tag_AVVersion version)
 {
     const bool bTwoStream = IsTwoStreamBoard(version);
     return dwRevision == STREAM_REVISION_20020219 ? bTwoStream : !bTwoStream;
+}
+
+bool CBoardList::IsComplete() const
+{
+    return m_bComplete;
 }
 
 int CBoardList::GetBoardNum() const
@@ -56,5 +53,5 @@ CSpciIO* CBoardList::GetBoard(int nBoard) const
 {
     if (nBoard < 0 || nBoard >= MAX_BOARDS)
         return nullptr;
-    return m_pBoards[nBoard];
+    return m_pBoards[nBoard].get();
 }

@@ -2,6 +2,7 @@
 
 #include "capture/CCaptureStream.h"
 #include "capture/CCaptureWnd.h"
+#include "capture/CMaskInfo.h"
 #include "codec/CEncoder.h"
 #include "platform/TickClock.h"
 #include "platform/WinThreads.h"
@@ -26,6 +27,21 @@ constexpr int kMoveThresholdScale = 128;
 // A thread message that can't be posted yet is tried again after this long.
 constexpr DWORD kPostRetryMs = 100;
 
+// The working size of the encoder under revision 0x20020219 for each width that an
+// area can be stored with.
+struct tag_WORKINGSIZE {
+    int nStoredWidth;
+    int nWidth;
+    int nHeight;
+};
+
+constexpr tag_WORKINGSIZE kWorkingSizes[] = {
+    {640, 320, 240},
+    {320, 160, 128},
+    {352, 176, 144},
+    {704, 352, 288},
+};
+
 } // namespace
 
 BEGIN_MESSAGE_MAP(CCameraWnd, CWnd)
@@ -36,15 +52,13 @@ BEGIN_MESSAGE_MAP(CCameraWnd, CWnd)
     ON_MESSAGE(MM_WIM_DATA, OnWaveInData)
 END_MESSAGE_MAP()
 
-CCameraWnd::CCameraWnd()
-    : m_pParam(new CEncodeParam)
+CCameraWnd::CCameraWnd() : m_pParam(new (std::nothrow) CEncodeParam)
 {
 }
 
 CCameraWnd::~CCameraWnd()
 {
     Close();
-    delete m_pParam;
 }
 
 int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
@@ -76,7 +90,7 @@ bool CCameraWnd::HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight)
 
 int CCameraWnd::Open(int nCamera, CCaptureWnd* pWnd, CEncodeParam* pParam, DWORD dwRevision)
 {
-    if (pWnd == nullptr || pParam == nullptr)
+    if (pWnd == nullptr || pParam == nullptr || m_pParam == nullptr)
         return 0;
     m_dwRevision = dwRevision;
     m_pCaptureWnd = pWnd;
@@ -84,40 +98,44 @@ int CCameraWnd::Open(int nCamera, CCaptureWnd* pWnd, CEncodeParam* pParam, DWORD
     m_Info.nCamera = nCamera;
     pWnd->GetVideoSize(&m_Info.nWidth, &m_Info.nHeight, &m_Info.nStandard);
     *m_pParam = *pParam;
-
-    delete[] m_pFrame;
-    m_pFrame = new (std::nothrow)
-        BYTE[CCaptureStream::GetFrameBufferSize(m_Info.nWidth, m_Info.nHeight, m_Info.nStandard, dwRevision)]();
-    if (m_pFrame == nullptr)
-        return 0;
     CCaptureStream::GetDeliveredSize(m_Info.nWidth, m_Info.nHeight, m_Info.nStandard, dwRevision,
                                      m_nSignalWidth, m_nSignalHeight);
-
-    m_pEncoder = new CEncoder;
-    const int nCodedHeight = m_Info.nHeight;
-    if (!m_pEncoder->Create(m_Info.nWidth, nCodedHeight, dwRevision, 0)) {
-        // An encoder without buffers can't take a frame: the channel doesn't run.
+    if (!AllocateBuffers()) {
         FreeBuffers();
         return 0;
     }
-    m_areaMoveTest = [this](const CRect& rcArea) {
-        return m_pEncoder->IsAreaMove(rcArea.left, rcArea.top, rcArea.right, rcArea.bottom);
-    };
-
-    m_dwVideoCapacity = static_cast<DWORD>(std::max<std::size_t>(
-        static_cast<std::size_t>(m_Info.nWidth) * m_Info.nHeight * 2,
-        CEncoder::GetMaxRecordLength(m_Info.nWidth, nCodedHeight)));
-    m_pRecord = new tag_ZNCAPTUREFRAME{};
-    m_pFrameData = new tag_ZNFRAMEDATA{};
-    m_pFrameData->pVideo = new BYTE[m_dwVideoCapacity]();
-    m_pFrameData->pSound = new BYTE[ZNFRAME_SOUND_BUFFER_SIZE]();
-
     RestartCadence();
     StartThread();
     m_nStatus = CAMSTATUS_READY;
     if (m_pParam->m_bEncodeSound)
         OpenSound();
     return 1;
+}
+
+// The frame buffer, the encoder with its buffers, and the records with theirs; false
+// when memory can't be had or the encoder refuses the board's frame size, since an
+// encoder without buffers can't take a frame.
+bool CCameraWnd::AllocateBuffers()
+{
+    m_pFrame.reset(new (std::nothrow)
+                       BYTE[CCaptureStream::GetFrameBufferSize(m_Info.nWidth, m_Info.nHeight, m_Info.nStandard,
+                                                               m_dwRevision)]());
+    m_pEncoder.reset(new (std::nothrow) CEncoder);
+    if (m_pFrame == nullptr || m_pEncoder == nullptr ||
+        !m_pEncoder->Create(m_Info.nWidth, m_Info.nHeight, m_dwRevision, 0))
+        return false;
+    m_dwVideoCapacity = static_cast<DWORD>(
+        std::max<std::size_t>(static_cast<std::size_t>(m_Info.nWidth) * m_Info.nHeight * 2,
+                              CEncoder::GetMaxRecordLength(m_Info.nWidth, m_Info.nHeight)));
+    m_pRecord.reset(new (std::nothrow) tag_ZNCAPTUREFRAME{});
+    m_pFrameData.reset(new (std::nothrow) tag_ZNFRAMEDATA{});
+    m_pVideoBuffer.reset(new (std::nothrow) BYTE[m_dwVideoCapacity]());
+    m_pSoundBuffer.reset(new (std::nothrow) BYTE[ZNFRAME_SOUND_BUFFER_SIZE]());
+    if (m_pRecord == nullptr || m_pFrameData == nullptr || m_pVideoBuffer == nullptr || m_pSoundBuffer == nullptr)
+        return false;
+    m_pFrameData->pVideo = m_pVideoBuffer.get();
+    m_pFrameData->pSound = m_pSoundBuffer.get();
+    return true;
 }
 
 void CCameraWnd::StartThread()
@@ -169,7 +187,7 @@ void CCameraWnd::EncodeFrame(BOOL bDetectOnly, int nFrameType)
         m_pEncoder->SetMoveThreshold(settings.nThreshold);
     else
         m_pEncoder->SetIntraThreshold(settings.nThreshold);
-    const ENCODER_RETURN result = m_pEncoder->Encode(m_pFrame, bDetectOnly, nFrameType);
+    const ENCODER_RETURN result = m_pEncoder->Encode(m_pFrame.get(), bDetectOnly, nFrameType);
     if (!bDetectOnly) {
         const DWORD dwLength = std::min(static_cast<DWORD>(std::max(result.nLength, 0)), m_dwVideoCapacity);
         if (dwLength > 0)
@@ -191,9 +209,9 @@ void CCameraWnd::PrepareEncodeSettings()
     m_encodeSettings.nThreshold = m_pParam->m_nCheckSen * nScale;
 }
 
-int CCameraWnd::OnFrame(BYTE** ppFrame)
+int CCameraWnd::OnFrame(std::unique_ptr<BYTE[]>& pFrame)
 {
-    std::swap(m_pFrame, *ppFrame);
+    m_pFrame.swap(pFrame);
     if (m_pParam->m_bEncodeMode && m_pParam->m_bEncodeSound)
         OpenSound();
     else
@@ -222,7 +240,7 @@ bool CCameraWnd::IsVideoLost() const
 {
     if (!m_pParam->m_bCheckVideo)
         return false;
-    return !HasVideoSignal(m_pFrame, m_nSignalWidth, m_nSignalHeight);
+    return !HasVideoSignal(m_pFrame.get(), m_nSignalWidth, m_nSignalHeight);
 }
 
 void CCameraWnd::DeliverLostFrame(DWORD dwTime)
@@ -277,7 +295,7 @@ void CCameraWnd::RestartCadence()
 LRESULT CCameraWnd::OnEncoded(WPARAM, LPARAM)
 {
     m_nStatus = CAMSTATUS_HOST;
-    m_pFrameData->wFlags = m_pParam->AnalyseMotion(m_dwRevision, m_areaMoveTest) ? ZNFRAME_ALARM : 0;
+    m_pFrameData->wFlags = AnalyseMotion() ? ZNFRAME_ALARM : 0;
     AttachSound();
     FillRecord(0);
     SendToHost();
@@ -341,15 +359,51 @@ void CCameraWnd::FillRecord(int bVideoLost)
 {
     m_pRecord->bVideoLost = bVideoLost;
     m_pRecord->pInfo = &m_Info;
-    m_pRecord->pData = m_pFrameData;
-    m_pRecord->pRaw = m_pFrame;
-    m_pRecord->pParam = m_pParam;
+    m_pRecord->pData = m_pFrameData.get();
+    m_pRecord->pRaw = m_pFrame.get();
+    m_pRecord->pParam = m_pParam.get();
 }
 
 void CCameraWnd::SendToHost()
 {
     ::SendMessage(m_pCaptureWnd->GetParentWnd(), WM_ZN_FRAME, reinterpret_cast<WPARAM>(m_hWnd),
-                  reinterpret_cast<LPARAM>(m_pRecord));
+                  reinterpret_cast<LPARAM>(m_pRecord.get()));
+}
+
+int CCameraWnd::AnalyseMotion()
+{
+    int bAlarm = 0;
+    for (POSITION pos = m_pParam->m_MaskList.GetHeadPosition(); pos != nullptr;) {
+        auto* pMask = static_cast<CMaskInfo*>(m_pParam->m_MaskList.GetNext(pos));
+        if (pMask == nullptr)
+            continue;
+        const CRect rcTest = GetMotionTestRect(*pMask, m_dwRevision);
+        const BOOL bMove = m_pEncoder->IsAreaMove(rcTest.left, rcTest.top, rcTest.right, rcTest.bottom);
+        pMask->SetAreaMove(bMove, m_pParam->m_nAlarmFrameNum);
+        if (pMask->IsAlarm() != 0)
+            bAlarm = 1;
+    }
+    return bAlarm;
+}
+
+CRect CCameraWnd::GetMotionTestRect(const CMaskInfo& mask, DWORD dwRevision)
+{
+    if (dwRevision != STREAM_REVISION_20020219)
+        return mask.GetMaskRect();
+    int nWidth = 0;
+    int nHeight = 0;
+    mask.GetVideoSize(nWidth, nHeight);
+    for (const tag_WORKINGSIZE& size : kWorkingSizes) {
+        if (size.nStoredWidth == nWidth) {
+            nWidth = size.nWidth;
+            nHeight = size.nHeight;
+            break;
+        }
+    }
+    CMaskInfo working;
+    working = mask;
+    working.SetVideoSize(nWidth, nHeight);
+    return working.GetMaskRect();
 }
 
 LRESULT CCameraWnd::OnSetParam(WPARAM nOperation, LPARAM nValue)
@@ -463,16 +517,10 @@ void CCameraWnd::StopThread()
 
 void CCameraWnd::FreeBuffers()
 {
-    delete m_pEncoder;
-    m_pEncoder = nullptr;
-    delete[] m_pFrame;
-    m_pFrame = nullptr;
-    delete m_pRecord;
-    m_pRecord = nullptr;
-    if (m_pFrameData != nullptr) {
-        delete[] m_pFrameData->pVideo;
-        delete[] m_pFrameData->pSound;
-        delete m_pFrameData;
-        m_pFrameData = nullptr;
-    }
+    m_pEncoder.reset();
+    m_pFrame.reset();
+    m_pRecord.reset();
+    m_pFrameData.reset();
+    m_pVideoBuffer.reset();
+    m_pSoundBuffer.reset();
 }

@@ -4,9 +4,12 @@
 // its handlers live on the window thread, the encoder thread only runs CEncoder::Encode.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "capture/CEncodeParam.h"
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"
+#include "platform/CRect.h"
 #include "platform/CWnd.h"
 #include "recording/FileRecords.h"
 #include "sound/CWaveCodec.h"
@@ -15,6 +18,7 @@
 
 class CCaptureWnd;
 class CEncoder;
+class CMaskInfo;
 
 class CCameraWnd : public CWnd {
 public:
@@ -24,19 +28,24 @@ public:
     CCameraWnd();
     ~CCameraWnd() override;
 
-    // Buffers, encoder and encoder thread for board-wide camera nCamera; 0 when the
-    // frame buffer can't be had or the encoder refuses the board's frame size.
+    // Buffers, encoder and encoder thread for board-wide camera nCamera; 0 when memory
+    // can't be had or the encoder refuses the board's frame size.
     int Open(int nCamera, CCaptureWnd* pWnd, CEncodeParam* pParam, DWORD dwRevision);
     // Stops the thread (dropping a frame in work), then frees everything Open made.
     void Close();
-    // A frame from the stream: the channel takes *ppFrame and leaves its old buffer there.
-    int OnFrame(BYTE** ppFrame);
+    // A frame from the stream: the channel takes pFrame's buffer and leaves its old one
+    // there.
+    int OnFrame(std::unique_ptr<BYTE[]>& pFrame);
     DWORD GetStatus() const;
 
     // The quantiser the encoder gets for a setting: revision 0x20020219 knows four.
     static int MapQuantiser(int nQi, DWORD dwRevision);
     // Whether a frame shows a video signal: more than 10 luma samples above 20.
     static bool HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight);
+    // The rectangle of a motion area as the encoder's map of moved macroblocks is asked
+    // about it. Under revision 0x20020219 the encoder works at half size, and the width
+    // stored with the area picks the working size its rectangle is taken to.
+    static CRect GetMotionTestRect(const CMaskInfo& mask, DWORD dwRevision);
 
 protected:
     LRESULT OnEncoded(WPARAM bDetectOnly, LPARAM nUnused);
@@ -70,16 +79,25 @@ private:
     void CloseSound();
     void FillRecord(int bVideoLost);
     void SendToHost();
+    // One frame's motion analysis, after the encoder has coded it: each area asks the
+    // encoder's map about its rectangle and counts towards its alarm. 1 if any area
+    // alarms at this frame.
+    int AnalyseMotion();
+    bool AllocateBuffers();
     void FreeBuffers();
 
     tag_CAMERAINFO m_Info{};
     CCaptureWnd* m_pCaptureWnd = nullptr;
-    BYTE* m_pFrame = nullptr;
-    CEncodeParam* m_pParam;
+    std::unique_ptr<BYTE[]> m_pFrame;
+    // The channel's own parameters, made with the object and deleted with it.
+    std::unique_ptr<CEncodeParam> m_pParam;
     int m_nStatus = CAMSTATUS_NONE;
-    CEncoder* m_pEncoder = nullptr;
-    tag_ZNCAPTUREFRAME* m_pRecord = nullptr;
-    tag_ZNFRAMEDATA* m_pFrameData = nullptr;
+    std::unique_ptr<CEncoder> m_pEncoder;
+    // The one record for the host, and the one frame record with its two buffers.
+    std::unique_ptr<tag_ZNCAPTUREFRAME> m_pRecord;
+    std::unique_ptr<tag_ZNFRAMEDATA> m_pFrameData;
+    std::unique_ptr<BYTE[]> m_pVideoBuffer;
+    std::unique_ptr<BYTE[]> m_pSoundBuffer;
     HANDLE m_hThread = nullptr;
     DWORD m_dwThreadId = 0;
     HANDLE m_hThreadEnd = nullptr;
@@ -97,5 +115,4 @@ private:
     int m_nSignalHeight = 0;
     // Handed from the window thread to the encoder thread with each frame message.
     tag_ENCODESETTINGS m_encodeSettings{};
-    CEncodeParam::AreaMoveTest m_areaMoveTest;
 };

@@ -131,7 +131,7 @@ bool CCaptureStream::AllocateBuffers()
                                                                : m_nVideoHeight,
                                             m_nStandard, m_dwRevision);
     for (int i = 0; i < m_nCameraNum; ++i) {
-        m_pBuffer[i] = new (std::nothrow) BYTE[dwSize]();
+        m_pBuffer[i].reset(new (std::nothrow) BYTE[dwSize]());
         if (m_pBuffer[i] == nullptr)
             return false;
     }
@@ -140,10 +140,8 @@ bool CCaptureStream::AllocateBuffers()
 
 void CCaptureStream::FreeBuffers()
 {
-    for (BYTE*& pBuffer : m_pBuffer) {
-        delete[] pBuffer;
-        pBuffer = nullptr;
-    }
+    for (std::unique_ptr<BYTE[]>& pBuffer : m_pBuffer)
+        pBuffer.reset();
 }
 
 void CCaptureStream::FillPorts(tag_VideoPort& videoPort, tag_PciPort& pciPort) const
@@ -199,34 +197,30 @@ int CCaptureStream::OpenCamera(int nCamera, CEncodeParam* pParam)
     const int i = GetSlot(nCamera);
     if (pParam == nullptr || i < 0 || !IsUsable() || m_pCamera[i] != nullptr)
         return 0;
-    CCameraWnd* pCamera = new (std::nothrow) CCameraWnd;
+    std::unique_ptr<CCameraWnd> pCamera(new (std::nothrow) CCameraWnd);
     if (pCamera == nullptr)
         return 0;
     char szName[32];
     std::snprintf(szName, sizeof(szName), "Camera(%d,%d)", m_pCaptureWnd->GetBoard(), nCamera);
     const UINT nId = static_cast<UINT>((m_pCaptureWnd->GetBoard() + 10) * 10 + nCamera);
     if (!pCamera->Create(AfxRegisterWndClass(kCameraClassStyle), szName, WS_CHILD, kCameraWndRect,
-                         m_pCaptureWnd, nId)) {
-        delete pCamera;
+                         m_pCaptureWnd, nId))
         return 0;
-    }
     if (!pCamera->Open(nCamera, m_pCaptureWnd, pParam, m_dwRevision)) {
         pCamera->DestroyWindow();
-        delete pCamera;
         return 0;
     }
     if (NextCamera(i) == -1) {
         if (!Start()) {
             pCamera->Close();
             pCamera->DestroyWindow();
-            delete pCamera;
             return 0;
         }
-        m_pCamera[i] = pCamera;
+        m_pCamera[i] = std::move(pCamera);
         OrderReread(i);
         return 1;
     }
-    m_pCamera[i] = pCamera;
+    m_pCamera[i] = std::move(pCamera);
     return 1;
 }
 
@@ -235,13 +229,11 @@ int CCaptureStream::CloseCamera(int nCamera)
     const int i = GetSlot(nCamera);
     if (i < 0)
         return 0;
-    CCameraWnd* pCamera = m_pCamera[i];
-    if (pCamera == nullptr)
+    if (m_pCamera[i] == nullptr)
         return 1;
-    pCamera->Close();
-    pCamera->DestroyWindow();
-    delete pCamera;
-    m_pCamera[i] = nullptr;
+    m_pCamera[i]->Close();
+    m_pCamera[i]->DestroyWindow();
+    m_pCamera[i].reset();
     if (NextCamera(i) == -1)
         Stop();
     return 1;
@@ -266,11 +258,11 @@ int CCaptureStream::OnFrame(int nCamera)
         return 1;
     }
     if (i >= 0 && i < m_nCameraNum && m_pCamera[i] != nullptr) {
-        if (IsCameraBusy(i) || !IsPictureValid(m_pBuffer[i])) {
+        if (IsCameraBusy(i) || !IsPictureValid(m_pBuffer[i].get())) {
             OrderReread(i);
             return 1;
         }
-        m_pCamera[i]->OnFrame(&m_pBuffer[i]);
+        m_pCamera[i]->OnFrame(m_pBuffer[i]);
         m_nCurrent = i;
     }
     const int a = NextCamera(m_nCurrent);
@@ -306,7 +298,7 @@ void CCaptureStream::OrderRead(int nCamera, int nNext, int nSecondNext)
     tag_VIDEOREAD read{m_nRecordSpeed, nCamera, nNext, nSecondNext, nullptr,
                        static_cast<DWORD>(m_nWidth) * m_nHeight * 2};
     if (nCamera >= 0 && nCamera < STREAM_CAMERA_SLOTS)
-        read.pBuffer = m_pBuffer[nCamera];
+        read.pBuffer = m_pBuffer[nCamera].get();
     ReadVideo(&read);
 }
 

@@ -4,10 +4,14 @@
 // its CCaptureWnd; runs on the window thread, in the handler of the driver's message.
 #pragma once
 
-#include "vocabulary/BoardLayout.h"
+#include "platform/PrivateHeader.h"
+
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"
 #include "driver/CVideoStream.h"
+#include "vocabulary/BoardLayout.h"
+
+#include <memory>
 
 class CCameraWnd;
 class CCaptureWnd;
@@ -73,7 +77,9 @@ private:
     int m_nCameraNum = 0;
     int m_nFirstCamera = 0;
     int m_nCurrent = 0;
-    BYTE* m_pBuffer[STREAM_CAMERA_SLOTS] = {};
-    CCameraWnd* m_pCamera[STREAM_CAMERA_SLOTS] = {};
+    // One frame buffer per camera; a finished frame's buffer changes hands with the
+    // camera's channel.
+    std::unique_ptr<BYTE[]> m_pBuffer[STREAM_CAMERA_SLOTS];
+    std::unique_ptr<CCameraWnd> m_pCamera[STREAM_CAMERA_SLOTS];
     DWORD m_dwRevision = 0;
 };

@@ -1,8 +1,8 @@
 #include "capture/CCaptureWnd.h"
 
-#include "vocabulary/BoardLayout.h"
 #include "capture/CCaptureStream.h"
 #include "capture/CVideo.h"
+#include "vocabulary/BoardLayout.h"
 
 #include <new>
 
@@ -44,35 +44,25 @@ int CCaptureWnd::Open(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, int 
 {
     if (m_pIO == nullptr || m_pStream[0] != nullptr)
         return 0;
-    m_pStream[0] = new (std::nothrow) CCaptureStream(this, m_pIO, 0);
-    if (m_pStream[0] == nullptr)
-        return 0;
-    if (!m_pStream[0]->Open(nWidth, nHeight, nStandard, nRecordSpeed, dwRevision)) {
-        delete m_pStream[0];
-        m_pStream[0] = nullptr;
+    m_pStream[0].reset(new (std::nothrow) CCaptureStream(this, m_pIO, 0));
+    if (m_pStream[0] == nullptr || !m_pStream[0]->Open(nWidth, nHeight, nStandard, nRecordSpeed, dwRevision)) {
+        m_pStream[0].reset();
         return 0;
     }
     if (GetVersion().GetGeneration() > 1) {
         // Without its second stream the board goes on with the cameras of the first.
-        m_pStream[1] = new (std::nothrow) CCaptureStream(this, m_pIO, 1);
-        if (m_pStream[1] != nullptr &&
-            !m_pStream[1]->Open(nWidth, nHeight, nStandard, nRecordSpeed, dwRevision)) {
-            delete m_pStream[1];
-            m_pStream[1] = nullptr;
-        }
+        m_pStream[1].reset(new (std::nothrow) CCaptureStream(this, m_pIO, 1));
+        if (m_pStream[1] != nullptr && !m_pStream[1]->Open(nWidth, nHeight, nStandard, nRecordSpeed, dwRevision))
+            m_pStream[1].reset();
     }
     return 1;
 }
 
 void CCaptureWnd::Close()
 {
-    for (CCaptureStream*& pStream : m_pStream) {
-        if (pStream != nullptr) {
-            pStream->Close();
-            delete pStream;
-            pStream = nullptr;
-        }
-    }
+    // A stream closes as it goes.
+    for (std::unique_ptr<CCaptureStream>& pStream : m_pStream)
+        pStream.reset();
 }
 
 LRESULT CCaptureWnd::OnFrame(WPARAM nStream, LPARAM nCamera)
@@ -84,7 +74,7 @@ LRESULT CCaptureWnd::OnFrame(WPARAM nStream, LPARAM nCamera)
 
 int CCaptureWnd::OpenCamera(int nCamera, CEncodeParam* pParam)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream != nullptr && pStream->OpenCamera(nCamera, pParam))
             return 1;
     }
@@ -93,7 +83,7 @@ int CCaptureWnd::OpenCamera(int nCamera, CEncodeParam* pParam)
 
 int CCaptureWnd::CloseCamera(int nCamera)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream != nullptr && pStream->CloseCamera(nCamera))
             return 1;
     }
@@ -102,7 +92,7 @@ int CCaptureWnd::CloseCamera(int nCamera)
 
 int CCaptureWnd::SetVideoColor(int nCamera, tag_VIDEOCOLOR* pColor)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream != nullptr && pStream->SetVideoColor(nCamera, pColor))
             return 1;
     }
@@ -111,7 +101,7 @@ int CCaptureWnd::SetVideoColor(int nCamera, tag_VIDEOCOLOR* pColor)
 
 int CCaptureWnd::GetVideoColor(int nCamera, tag_VIDEOCOLOR* pColor)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream != nullptr && pStream->GetVideoColor(nCamera, pColor))
             return 1;
     }
@@ -120,7 +110,7 @@ int CCaptureWnd::GetVideoColor(int nCamera, tag_VIDEOCOLOR* pColor)
 
 int CCaptureWnd::IsCameraStart(int nCamera)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream != nullptr && pStream->IsCameraStart(nCamera))
             return 1;
     }
@@ -129,7 +119,7 @@ int CCaptureWnd::IsCameraStart(int nCamera)
 
 HWND CCaptureWnd::GetCameraWnd(int nCamera)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream == nullptr)
             continue;
         if (HWND hWnd = pStream->GetCameraWnd(nCamera))
@@ -140,14 +130,14 @@ HWND CCaptureWnd::GetCameraWnd(int nCamera)
 
 void CCaptureWnd::GetVideoSize(int* pWidth, int* pHeight, tag_VIDEOSTANDARD* pStandard)
 {
-    CCaptureStream* pStream = m_pStream[0] != nullptr ? m_pStream[0] : m_pStream[1];
+    CCaptureStream* pStream = m_pStream[0] != nullptr ? m_pStream[0].get() : m_pStream[1].get();
     if (pStream != nullptr)
         pStream->GetVideoSize(pWidth, pHeight, pStandard);
 }
 
 void CCaptureWnd::SetRecordSpeed(int nSpeed)
 {
-    for (CCaptureStream* pStream : m_pStream) {
+    for (const std::unique_ptr<CCaptureStream>& pStream : m_pStream) {
         if (pStream != nullptr)
             pStream->SetRecordSpeed(nSpeed);
     }

@@ -3,11 +3,15 @@
 // CVideo; bound to the thread that called CVideo::OpenBoard.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "capture/CaptureRecords.h"
 #include "capture/CaptureTypes.h"
 #include "driver/CSpciDebi.h"
 #include "driver/CSpciIO.h"
 #include "platform/CWnd.h"
+
+#include <memory>
 
 class CCaptureStream;
 class CEncodeParam;
@@ -53,7 +57,7 @@ private:
     tag_AVVersion GetVersion();
 
     int m_nBoard = 0;
-    CCaptureStream* m_pStream[MAX_STREAMS] = {};
+    std::unique_ptr<CCaptureStream> m_pStream[MAX_STREAMS];
     CWnd* m_pParent = nullptr;
     CSpciIO* m_pIO = nullptr;
     CVideo* m_pVideo = nullptr;

@@ -14,23 +14,6 @@ constexpr DWORD kFieldSize = 4;
 constexpr DWORD kFlagEncodeMode = 0x1;
 constexpr DWORD kFlagEncodeSound = 0x2;
 
-// Under this revision the encoder codes at half size: the width stored with an area
-// chooses the working size its rectangle is tested at.
-constexpr DWORD kRevisionHalfSizeCoding = 0x20020219;
-
-struct tag_WORKINGSIZE {
-    int nStoredWidth;
-    int nWidth;
-    int nHeight;
-};
-
-constexpr tag_WORKINGSIZE kWorkingSizes[] = {
-    {640, 320, 240},
-    {320, 160, 128},
-    {352, 176, 144},
-    {704, 352, 288},
-};
-
 void StoreDword(BYTE* pBuf, DWORD dwValue)
 {
     for (DWORD i = 0; i < kFieldSize; ++i)
@@ -69,18 +52,6 @@ bool FlatBufferHoldsFields(const BYTE* pBuf, DWORD dwSize, DWORD dwMask)
         nNeeded += kFieldSize + static_cast<std::uint64_t>(dwCount) * CMaskInfo::kFlatSize;
     }
     return nNeeded <= dwSize;
-}
-
-void WorkingSizeFor(const CMaskInfo& mask, int& nWidth, int& nHeight)
-{
-    mask.GetVideoSize(nWidth, nHeight);
-    for (const tag_WORKINGSIZE& size : kWorkingSizes) {
-        if (size.nStoredWidth == nWidth) {
-            nWidth = size.nWidth;
-            nHeight = size.nHeight;
-            return;
-        }
-    }
 }
 
 } // namespace
@@ -306,29 +277,4 @@ void CEncodeParam::Serialize(CArchive& ar)
         m_MaskList.AddTail(pMask.get());
         pMask.release()->Serialize(ar);
     }
-}
-
-int CEncodeParam::AnalyseMotion(DWORD dwRevision, const AreaMoveTest& pfnIsAreaMove)
-{
-    int bAlarm = 0;
-    CMaskInfo working;
-    for (POSITION pos = m_MaskList.GetHeadPosition(); pos != nullptr;) {
-        auto* pMask = static_cast<CMaskInfo*>(m_MaskList.GetNext(pos));
-        if (pMask == nullptr)
-            continue;
-        CRect rcTest = pMask->GetMaskRect();
-        if (dwRevision == kRevisionHalfSizeCoding) {
-            int nWidth = 0;
-            int nHeight = 0;
-            WorkingSizeFor(*pMask, nWidth, nHeight);
-            working = *pMask;
-            working.SetVideoSize(nWidth, nHeight);
-            rcTest = working.GetMaskRect();
-        }
-        const BOOL bMove = pfnIsAreaMove ? pfnIsAreaMove(rcTest) : FALSE;
-        pMask->SetAreaMove(bMove, m_nAlarmFrameNum);
-        if (pMask->IsAlarm() != 0)
-            bAlarm = 1;
-    }
-    return bAlarm;
 }

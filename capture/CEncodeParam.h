@@ -1,7 +1,7 @@
 // The settings of one camera: coding, sound, motion sensitivity and the motion areas,
 // with a flat buffer form selected field by field and an archive form. A host fills one;
-// each camera channel keeps its own deep copy, changed on the window thread and read by
-// the encoder thread, which touches only the aligned 32-bit scalars.
+// each camera channel keeps its own deep copy and uses it on the window thread only (the
+// encoder thread gets the values it needs with each frame).
 #pragma once
 
 #include "capture/CMaskInfo.h"
@@ -10,8 +10,6 @@
 #include "platform/CRect.h"
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
-
-#include <functional>
 
 class CArchive;
 
@@ -29,10 +27,6 @@ class ZNDVR_API CEncodeParam : public CObject {
 public:
     // The sound device id that stands for the system's default wave-in device.
     static constexpr DWORD kWaveMapper = 0xFFFFFFFF;
-
-    // Answers for a rectangle, in pixels of the coded picture, whether it moved in the
-    // frame just coded: the channel passes its encoder's IsAreaMove.
-    using AreaMoveTest = std::function<BOOL(const CRect& rcArea)>;
 
     CEncodeParam();
     ~CEncodeParam() override;
@@ -72,12 +66,6 @@ public:
 
     // The archive form, the same both ways, without class tags. Loading replaces the areas.
     void Serialize(CArchive& ar) override;
-
-    // One frame's motion analysis, run by the channel after its encoder has coded the
-    // frame: each area asks pfnIsAreaMove about its rectangle at the encoder's working
-    // size and counts towards its alarm; an empty test (a channel without encoder) counts
-    // as no motion. Returns 1 if any area alarms at this frame.
-    int AnalyseMotion(DWORD dwRevision, const AreaMoveTest& pfnIsAreaMove);
 
     int m_nReserved = 159;
     int m_nQp = 10;

@@ -1,9 +1,9 @@
 #include "capture/CVideo.h"
 
-#include "vocabulary/BoardLayout.h"
 #include "capture/CBoardList.h"
 #include "capture/CCaptureWnd.h"
 #include "capture/CEncodeParam.h"
+#include "vocabulary/BoardLayout.h"
 
 #include <new>
 
@@ -73,12 +73,14 @@ tag_ZNRETURN CVideo::Open(CWnd* pParent, DWORD dwRevision)
     if (pParent == nullptr)
         return ZNRET_BAD_ARGUMENT;
     m_pParent = pParent;
-    m_pBoardList = new (std::nothrow) CBoardList(dwRevision);
-    if (m_pBoardList == nullptr)
-        return ZNRET_NO_MEMORY;
-    const int nBoards = m_pBoardList->GetBoardNum();
+    m_pBoardList.reset(new (std::nothrow) CBoardList(dwRevision));
+    const int nBoards = m_pBoardList != nullptr ? m_pBoardList->GetBoardNum() : 0;
     if (nBoards > 0)
-        m_ppCaptureWnd = new CCaptureWnd*[nBoards]();
+        m_ppCaptureWnd.reset(new (std::nothrow) std::unique_ptr<CCaptureWnd>[nBoards]);
+    if (m_pBoardList == nullptr || !m_pBoardList->IsComplete() || (nBoards > 0 && m_ppCaptureWnd == nullptr)) {
+        Close();
+        return ZNRET_NO_MEMORY;
+    }
     m_dwRevision = dwRevision;
     return ZNRET_OK;
 }
@@ -88,11 +90,9 @@ void CVideo::Close()
     if (m_ppCaptureWnd != nullptr) {
         for (int nBoard = 0; nBoard < GetBoardNum(); ++nBoard)
             CloseBoard(nBoard);
-        delete[] m_ppCaptureWnd;
-        m_ppCaptureWnd = nullptr;
+        m_ppCaptureWnd.reset();
     }
-    delete m_pBoardList;
-    m_pBoardList = nullptr;
+    m_pBoardList.reset();
     m_pParent = nullptr;
 }
 
@@ -114,19 +114,17 @@ tag_ZNRETURN CVideo::OpenBoard(int nBoard, tag_FRAMESIZE nSize, int nRecordSpeed
         return ZNRET_BAD_ARGUMENT;
     if (m_ppCaptureWnd[nBoard] != nullptr)
         return ZNRET_ALREADY_OPEN;
-    CCaptureWnd* pWnd = new (std::nothrow) CCaptureWnd;
+    m_ppCaptureWnd[nBoard].reset(new (std::nothrow) CCaptureWnd);
+    CCaptureWnd* pWnd = m_ppCaptureWnd[nBoard].get();
     if (pWnd == nullptr)
         return ZNRET_NO_MEMORY;
-    m_ppCaptureWnd[nBoard] = pWnd;
     if (!pWnd->Create(m_pParent, m_pBoardList->GetBoard(nBoard), this, nBoard)) {
-        delete pWnd;
-        m_ppCaptureWnd[nBoard] = nullptr;
+        m_ppCaptureWnd[nBoard].reset();
         return ZNRET_NOT_AVAILABLE;
     }
     if (!pWnd->Open(nWidth, nHeight, nStandard, nRecordSpeed, m_dwRevision)) {
         pWnd->DestroyWindow();
-        delete pWnd;
-        m_ppCaptureWnd[nBoard] = nullptr;
+        m_ppCaptureWnd[nBoard].reset();
         return ZNRET_NOT_AVAILABLE;
     }
     return ZNRET_OK;
@@ -138,15 +136,14 @@ tag_ZNRETURN CVideo::CloseBoard(int nBoard)
         return ZNRET_FAILED;
     if (!IsBoardNumber(nBoard))
         return ZNRET_BAD_ARGUMENT;
-    CCaptureWnd* pWnd = m_ppCaptureWnd[nBoard];
+    CCaptureWnd* pWnd = m_ppCaptureWnd[nBoard].get();
     if (pWnd == nullptr)
         return ZNRET_OK;
     for (int nCamera = 0; nCamera < GetCameraNum(nBoard); ++nCamera)
         CloseCamera(nBoard, nCamera);
     pWnd->Close();
     pWnd->DestroyWindow();
-    delete pWnd;
-    m_ppCaptureWnd[nBoard] = nullptr;
+    m_ppCaptureWnd[nBoard].reset();
     return ZNRET_OK;
 }
 
@@ -247,7 +244,7 @@ CCaptureWnd* CVideo::FindOpenBoard(int nBoard, tag_ZNRETURN nWhenClosed, tag_ZNR
     }
     if (m_ppCaptureWnd[nBoard] == nullptr)
         nResult = nWhenClosed;
-    return m_ppCaptureWnd[nBoard];
+    return m_ppCaptureWnd[nBoard].get();
 }
 
 tag_ZNRETURN CVideo::SendSetting(int nBoard, int nCamera, int nOperation, LPARAM nValue)

@@ -10,6 +10,8 @@
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
 
+#include <memory>
+
 class CBoardList;
 class CCaptureWnd;
 class CEncodeParam;
@@ -69,8 +71,11 @@ public:
     static int ZN2AVPortOperation(void* pVideo, int nBoard, DWORD dwOperation, DWORD dwValue, DWORD& dwResult);
 
     CWnd* m_pParent = nullptr;
-    CBoardList* m_pBoardList = nullptr;
-    CCaptureWnd** m_ppCaptureWnd = nullptr;
+    // The boards found by Open; null while not open.
+    std::unique_ptr<CBoardList> m_pBoardList;
+    // One slot per board of the list, null for a board that isn't open; the array
+    // itself exists only if Open found a board.
+    std::unique_ptr<std::unique_ptr<CCaptureWnd>[]> m_ppCaptureWnd;
     DWORD m_dwRevision;
     static DWORD m_dwObjNumber;
 

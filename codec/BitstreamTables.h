@@ -5,6 +5,8 @@
 // and may be read from any thread.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "platform/WinTypes.h"
 
 #include <array>

@@ -110,6 +110,27 @@ void DoublePlane(BYTE* pDst, const BYTE* pSrc, int nWidth, int nRows, int nPlane
     }
 }
 
+// How a coded picture of revision 0x20020219 reaches its display size.
+enum tag_DISPLAYSCALING {
+    DISPLAY_COPY,
+    DISPLAY_WIDEN,    // twice as wide
+    DISPLAY_DOUBLE,   // twice as wide and high, from the rows that hold picture
+};
+
+tag_DISPLAYSCALING GetDisplayScaling(int nWidth, int nHeight, BOOL bKeepSize)
+{
+    if (!bKeepSize && ((nWidth == 320 && nHeight == 240) || (nWidth == 352 && nHeight == 288)))
+        return DISPLAY_WIDEN;
+    if ((nWidth == 160 && nHeight == 128) || (nWidth == 176 && nHeight == 144))
+        return DISPLAY_DOUBLE;
+    return DISPLAY_COPY;
+}
+
+int GetPictureRows(int nWidth, int nHeight)
+{
+    return nWidth == 160 ? kWideSourceRows : nHeight;
+}
+
 } // namespace
 
 CDecoder::CDecoder() = default;
@@ -268,7 +289,7 @@ DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut,
         const int nHeight = static_cast<int>(GetBits(kSizeBits));
         const int nQuant = static_cast<int>(GetBits(kQuantBits));
         if (nWidth == 0 || nHeight == 0 || nWidth % MB_LUMA_SIZE != 0 || nHeight % MB_LUMA_SIZE != 0 ||
-            nWidth > MAX_WIDTH || nHeight > MAX_HEIGHT) {
+            nWidth > MAX_WIDTH || nHeight > MAX_HEIGHT || !FitsOutput(nWidth, nHeight, bKeepSize)) {
             result.bError = TRUE;
             return result;
         }
@@ -286,6 +307,10 @@ DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut,
         result.bError = !bGood;
     } else {
         result.nFrameType = kPFrameType;
+        if (!FitsOutput(m_nWidth, m_nHeight, bKeepSize)) {
+            result.bError = TRUE;
+            return result;
+        }
         if (GetBits(1) != 0) {
             SetQp(static_cast<int>(GetBits(kQuantBits)));
             const BOOL bGood = m_bUseMMX ? PFrameDecodewithMMX(m_imgDecoded) : PFrameDecode(m_imgDecoded);
@@ -328,15 +353,15 @@ void CDecoder::IQImage(const IMAGE& imgDst, const IMAGE& imgSrc, int& nWidth, in
 {
     const int w = nWidth;
     const int h = nHeight;
-    if (!bKeepSize && ((w == 320 && h == 240) || (w == 352 && h == 288))) {
+    switch (GetDisplayScaling(w, h, bKeepSize)) {
+    case DISPLAY_WIDEN:
         WidenPlane(imgDst.Y, imgSrc.Y, w, h);
         WidenPlane(imgDst.U, imgSrc.U, w / 2, h / 2);
         WidenPlane(imgDst.V, imgSrc.V, w / 2, h / 2);
         nWidth = 2 * w;
         return;
-    }
-    if ((w == 160 && h == 128) || (w == 176 && h == 144)) {
-        const int nRows = w == 160 ? kWideSourceRows : h;
+    case DISPLAY_DOUBLE: {
+        const int nRows = GetPictureRows(w, h);
         DoublePlane(imgDst.Y, imgSrc.Y, w, nRows, h);
         DoublePlane(imgDst.U, imgSrc.U, w / 2, nRows / 2, h / 2);
         DoublePlane(imgDst.V, imgSrc.V, w / 2, nRows / 2, h / 2);
@@ -344,10 +369,33 @@ void CDecoder::IQImage(const IMAGE& imgDst, const IMAGE& imgSrc, int& nWidth, in
         nHeight = 2 * nRows;
         return;
     }
+    case DISPLAY_COPY:
+        break;
+    }
     const std::size_t nLuma = static_cast<std::size_t>(w) * h;
     std::memcpy(imgDst.Y, imgSrc.Y, nLuma);
     std::memcpy(imgDst.U, imgSrc.U, nLuma / 4);
     std::memcpy(imgDst.V, imgSrc.V, nLuma / 4);
+}
+
+void CDecoder::SetOutputCapacity(int nBytes)
+{
+    m_nOutputCapacity = nBytes;
+}
+
+// Whether the output of a coded picture of this size fits the caller's area.
+BOOL CDecoder::FitsOutput(int nWidth, int nHeight, BOOL bKeepSize) const
+{
+    long long nOutWidth = nWidth;
+    long long nOutHeight = nHeight;
+    if (m_dwRevision == kRevision20020219) {
+        const tag_DISPLAYSCALING nScaling = GetDisplayScaling(nWidth, nHeight, bKeepSize);
+        if (nScaling != DISPLAY_COPY)
+            nOutWidth = 2LL * nWidth;
+        if (nScaling == DISPLAY_DOUBLE)
+            nOutHeight = 2LL * GetPictureRows(nWidth, nHeight);
+    }
+    return nOutWidth * nOutHeight * 3 <= m_nOutputCapacity;
 }
 
 // ---------------------------------------------------------------------------

@@ -24,6 +24,7 @@ public:
     static constexpr int BITSTREAM_BYTES = 811008;
     static constexpr int MAX_WIDTH = 704;
     static constexpr int MAX_HEIGHT = 576;
+    static constexpr int MAX_OUTPUT_BYTES = MAX_WIDTH * MAX_HEIGHT * 3;
 
     CDecoder();
     ~CDecoder() override;
@@ -34,8 +35,11 @@ public:
     // pOut must hold width x height x 3 bytes at the size reported. A record longer than
     // BITSTREAM_BYTES, or an I picture whose size is 0, no multiple of 16 or beyond
     // MAX_WIDTH x MAX_HEIGHT, is refused with bError 1 and leaves planes and output
-    // untouched.
+    // untouched; so is a picture whose output would not fit the output capacity.
     DECODER_RETURN DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut, BOOL bKeepSize);
+    // The bytes that the caller's output area holds, known before any record is read:
+    // the largest picture (MAX_OUTPUT_BYTES) unless the caller says less.
+    void SetOutputCapacity(int nBytes);
 
 protected:
     // The reader's window: 16 bytes, of which the last 12 are live (4 kept from the
@@ -65,6 +69,7 @@ protected:
     IMAGE m_imgDisplay = {};
     DWORD m_dwRevision = 0x20020114;
     BOOL m_bUseMMX = FALSE;
+    int m_nOutputCapacity = MAX_OUTPUT_BYTES;
 
 private:
     using IDCTFunction = void (*)(const short*, short*);
@@ -101,4 +106,5 @@ private:
     BOOL DecodeInterMB(const IMAGE& img, int nIndex, IDCTFunction pfnIDCT);
     BOOL DecodeBody(const IMAGE& img, BOOL bPFrame, IDCTFunction pfnIDCT);
     void WriteOutput(BYTE* pOut, BOOL bKeepSize, DECODER_RETURN& result);
+    BOOL FitsOutput(int nWidth, int nHeight, BOOL bKeepSize) const;
 };

@@ -3,6 +3,8 @@
 // channel owns one and calls it from the channel's encoder thread only.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "codec/CodecTypes.h"
 #include "platform/CObject.h"
 #include "platform/WinTypes.h"

@@ -5,6 +5,8 @@
 // ZNDVR_PORTABLE no SIMD code exists and enabling does nothing.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "platform/WinTypes.h"
 
 // The kernels' SIMD code is written with SSE2 intrinsics; a portable build leaves it out.

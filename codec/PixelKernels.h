@@ -4,6 +4,8 @@
 // once. Widths and heights are even; macroblock positions lie inside the picture.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "codec/CodecTypes.h"
 
 // Copies the macroblock at (nCol, nRow), luma at (16 * nCol, 16 * nRow) and chroma at

@@ -5,6 +5,8 @@
 // many threads at once.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "codec/CodecTypes.h"
 
 // Quantiser mode: 0 intra (position 0 is the DC), any other value inter.

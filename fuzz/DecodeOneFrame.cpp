@@ -1,8 +1,9 @@
 // Fuzz target of the decoder. The first byte chooses the stream revision, the display
-// mode and the transform form; then come up to eight records, each behind a 16-bit
-// big-endian length (cut to what is left). One decoder takes them in turn, so P pictures
-// meet the reference that the earlier records left. The output holds the largest
-// picture that a record can announce, and nothing more.
+// mode, the transform form and the output capacity; then come up to eight records, each
+// behind a 16-bit big-endian length (cut to what is left). One decoder takes them in
+// turn, so P pictures meet the reference that the earlier records left. The output
+// holds the capacity the decoder was told, and nothing more: the largest picture that
+// a record can announce, or the 640x480 area of a player that decodes for its host.
 #include "codec/CDecoder.h"
 
 #include <cstdint>
@@ -15,7 +16,7 @@ public:
     void SetSIMDForm(BOOL bUseMMX) { m_bUseMMX = bUseMMX; }
 };
 
-constexpr std::size_t kOutputBytes = static_cast<std::size_t>(CDecoder::MAX_WIDTH) * CDecoder::MAX_HEIGHT * 3;
+constexpr int kPlayerOutputBytes = 640 * 480 * 3;
 constexpr int kMaxRecords = 8;
 
 } // namespace
@@ -24,12 +25,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
 {
     if (nSize < 1)
         return 0;
-    static std::vector<BYTE> output(kOutputBytes);
     const BYTE byMode = pData[0];
+    const int nCapacity = (byMode & 8) != 0 ? kPlayerOutputBytes : CDecoder::MAX_OUTPUT_BYTES;
+    std::vector<BYTE> output(static_cast<std::size_t>(nCapacity));
     CFuzzDecoder decoder;
     if (!decoder.Create((byMode & 1) != 0 ? 0x20020219 : 0x20020114))
         return 0;
     decoder.SetSIMDForm((byMode & 4) != 0);
+    decoder.SetOutputCapacity(nCapacity);
     std::size_t nPos = 1;
     for (int r = 0; r < kMaxRecords && nPos + 2 <= nSize; ++r) {
         std::size_t nLength = static_cast<std::size_t>(pData[nPos] << 8 | pData[nPos + 1]);
@@ -41,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
         nPos += nLength;
         const DECODER_RETURN result =
             decoder.DecodeOneFrame(record.data(), static_cast<int>(record.size()), output.data(), (byMode & 2) != 0);
-        if (static_cast<std::size_t>(result.nWidth) * result.nHeight * 3 > kOutputBytes)
+        if (static_cast<std::size_t>(result.nWidth) * result.nHeight * 3 > output.size())
             __builtin_trap();
     }
     return 0;

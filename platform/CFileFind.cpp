@@ -113,7 +113,7 @@ BOOL CFileFind::FindFile(LPCSTR pstrName, DWORD)
         std::uint64_t nLength = S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size);
         m_aEntries.push_back({CString(strEntry), dwAttributes, nLength});
     }
-    std::sort(m_aEntries.begin(), m_aEntries.end(), [](const FoundEntry& left, const FoundEntry& right) {
+    std::sort(m_aEntries.begin(), m_aEntries.end(), [](const tag_FOUNDENTRY& left, const tag_FOUNDENTRY& right) {
         bool bLeftDots = IsDotsName(left.strName.GetStdString());
         bool bRightDots = IsDotsName(right.strName.GetStdString());
         if (bLeftDots != bRightDots)
@@ -148,19 +148,19 @@ DWORD CFileFind::GetLength() const
 
 std::uint64_t CFileFind::GetLength64() const
 {
-    const FoundEntry* pEntry = GetCurrentEntry();
+    const tag_FOUNDENTRY* pEntry = GetCurrentEntry();
     return pEntry != nullptr ? pEntry->nLength : 0;
 }
 
 CString CFileFind::GetFileName() const
 {
-    const FoundEntry* pEntry = GetCurrentEntry();
+    const tag_FOUNDENTRY* pEntry = GetCurrentEntry();
     return pEntry != nullptr ? pEntry->strName : CString();
 }
 
 CString CFileFind::GetFilePath() const
 {
-    const FoundEntry* pEntry = GetCurrentEntry();
+    const tag_FOUNDENTRY* pEntry = GetCurrentEntry();
     if (pEntry == nullptr)
         return CString();
     return CString(JoinPath(m_strRoot.GetStdString(), pEntry->strName.GetStdString()));
@@ -173,13 +173,13 @@ CString CFileFind::GetRoot() const
 
 BOOL CFileFind::MatchesMask(DWORD dwMask) const
 {
-    const FoundEntry* pEntry = GetCurrentEntry();
+    const tag_FOUNDENTRY* pEntry = GetCurrentEntry();
     return pEntry != nullptr && (pEntry->dwAttributes & dwMask) != 0;
 }
 
 BOOL CFileFind::IsDots() const
 {
-    const FoundEntry* pEntry = GetCurrentEntry();
+    const tag_FOUNDENTRY* pEntry = GetCurrentEntry();
     return pEntry != nullptr && IsDotsName(pEntry->strName.GetStdString());
 }
 
@@ -188,7 +188,7 @@ BOOL CFileFind::IsDirectory() const
     return MatchesMask(FILE_ATTRIBUTE_DIRECTORY);
 }
 
-const CFileFind::FoundEntry* CFileFind::GetCurrentEntry() const
+const CFileFind::tag_FOUNDENTRY* CFileFind::GetCurrentEntry() const
 {
     return m_nNext > 0 && m_nNext <= m_aEntries.size() ? &m_aEntries[m_nNext - 1] : nullptr;
 }

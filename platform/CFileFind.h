@@ -43,15 +43,15 @@ public:
     BOOL IsDirectory() const;
 
 private:
-    struct FoundEntry {
+    struct tag_FOUNDENTRY {
         CString strName;
         DWORD dwAttributes;
         std::uint64_t nLength;
     };
 
-    const FoundEntry* GetCurrentEntry() const;
+    const tag_FOUNDENTRY* GetCurrentEntry() const;
 
     CString m_strRoot;
-    std::vector<FoundEntry> m_aEntries;
+    std::vector<tag_FOUNDENTRY> m_aEntries;
     std::size_t m_nNext;
 };

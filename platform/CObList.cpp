@@ -35,17 +35,17 @@ CObList::CObList(int nBlockSize) : m_nBlockSize(nBlockSize > 0 ? nBlockSize : kD
 
 CObList::~CObList() = default;
 
-CObList::CNode& CObList::Node(int nNode)
+CObList::tag_NODE& CObList::Node(int nNode)
 {
     return m_vecBlocks[static_cast<std::size_t>(nNode / m_nBlockSize)][nNode % m_nBlockSize];
 }
 
-const CObList::CNode& CObList::Node(int nNode) const
+const CObList::tag_NODE& CObList::Node(int nNode) const
 {
     return m_vecBlocks[static_cast<std::size_t>(nNode / m_nBlockSize)][nNode % m_nBlockSize];
 }
 
-CObList::CNode* CObList::NodeAt(POSITION position)
+CObList::tag_NODE* CObList::NodeAt(POSITION position)
 {
     int nNode = NodeIndexOf(position);
     if (nNode == kNoNode || nNode >= m_nNodesMade || !Node(nNode).m_bInUse)
@@ -53,7 +53,7 @@ CObList::CNode* CObList::NodeAt(POSITION position)
     return &Node(nNode);
 }
 
-const CObList::CNode* CObList::NodeAt(POSITION position) const
+const CObList::tag_NODE* CObList::NodeAt(POSITION position) const
 {
     int nNode = NodeIndexOf(position);
     if (nNode == kNoNode || nNode >= m_nNodesMade || !Node(nNode).m_bInUse)
@@ -70,7 +70,7 @@ CObject*& CObList::Scratch()
 void CObList::AddBlock()
 {
     try {
-        m_vecBlocks.push_back(std::make_unique<CNode[]>(static_cast<std::size_t>(m_nBlockSize)));
+        m_vecBlocks.push_back(std::make_unique<tag_NODE[]>(static_cast<std::size_t>(m_nBlockSize)));
     } catch (const std::bad_alloc&) {
         AfxThrowMemoryException();
     }
@@ -88,7 +88,7 @@ int CObList::NewNode(int nPrev, int nNext, CObject* pData)
             AddBlock();
         nNode = m_nNodesMade++;
     }
-    Node(nNode) = CNode{nNext, nPrev, TRUE, pData};
+    Node(nNode) = tag_NODE{nNext, nPrev, TRUE, pData};
     if (nPrev != kNoNode)
         Node(nPrev).m_nNext = nNode;
     else
@@ -103,7 +103,7 @@ int CObList::NewNode(int nPrev, int nNext, CObject* pData)
 
 void CObList::FreeNode(int nNode)
 {
-    CNode& node = Node(nNode);
+    tag_NODE& node = Node(nNode);
     if (node.m_nPrev != kNoNode)
         Node(node.m_nPrev).m_nNext = node.m_nNext;
     else
@@ -112,7 +112,7 @@ void CObList::FreeNode(int nNode)
         Node(node.m_nNext).m_nPrev = node.m_nPrev;
     else
         m_nTail = node.m_nPrev;
-    node = CNode{m_nFree, kNoNode, FALSE, nullptr};
+    node = tag_NODE{m_nFree, kNoNode, FALSE, nullptr};
     m_nFree = nNode;
     // The blocks go back once the list is empty, as with RemoveAll.
     if (--m_nCount == 0)
@@ -227,7 +227,7 @@ POSITION CObList::GetTailPosition() const
 
 CObject*& CObList::GetNext(POSITION& rPosition)
 {
-    CNode* pNode = NodeAt(rPosition);
+    tag_NODE* pNode = NodeAt(rPosition);
     if (pNode == nullptr) {
         rPosition = nullptr;
         return Scratch();
@@ -238,7 +238,7 @@ CObject*& CObList::GetNext(POSITION& rPosition)
 
 CObject* CObList::GetNext(POSITION& rPosition) const
 {
-    const CNode* pNode = NodeAt(rPosition);
+    const tag_NODE* pNode = NodeAt(rPosition);
     if (pNode == nullptr) {
         rPosition = nullptr;
         return nullptr;
@@ -249,7 +249,7 @@ CObject* CObList::GetNext(POSITION& rPosition) const
 
 CObject*& CObList::GetPrev(POSITION& rPosition)
 {
-    CNode* pNode = NodeAt(rPosition);
+    tag_NODE* pNode = NodeAt(rPosition);
     if (pNode == nullptr) {
         rPosition = nullptr;
         return Scratch();
@@ -260,7 +260,7 @@ CObject*& CObList::GetPrev(POSITION& rPosition)
 
 CObject* CObList::GetPrev(POSITION& rPosition) const
 {
-    const CNode* pNode = NodeAt(rPosition);
+    const tag_NODE* pNode = NodeAt(rPosition);
     if (pNode == nullptr) {
         rPosition = nullptr;
         return nullptr;
@@ -271,19 +271,19 @@ CObject* CObList::GetPrev(POSITION& rPosition) const
 
 CObject*& CObList::GetAt(POSITION position)
 {
-    CNode* pNode = NodeAt(position);
+    tag_NODE* pNode = NodeAt(position);
     return pNode == nullptr ? Scratch() : pNode->m_pData;
 }
 
 CObject* CObList::GetAt(POSITION position) const
 {
-    const CNode* pNode = NodeAt(position);
+    const tag_NODE* pNode = NodeAt(position);
     return pNode == nullptr ? nullptr : pNode->m_pData;
 }
 
 void CObList::SetAt(POSITION pos, CObject* newElement)
 {
-    CNode* pNode = NodeAt(pos);
+    tag_NODE* pNode = NodeAt(pos);
     if (pNode != nullptr)
         pNode->m_pData = newElement;
 }
@@ -297,7 +297,7 @@ void CObList::RemoveAt(POSITION position)
 
 POSITION CObList::InsertBefore(POSITION position, CObject* newElement)
 {
-    const CNode* pNode = NodeAt(position);
+    const tag_NODE* pNode = NodeAt(position);
     if (pNode == nullptr)
         return AddHead(newElement);
     int nNode = NodeIndexOf(position);
@@ -306,7 +306,7 @@ POSITION CObList::InsertBefore(POSITION position, CObject* newElement)
 
 POSITION CObList::InsertAfter(POSITION position, CObject* newElement)
 {
-    const CNode* pNode = NodeAt(position);
+    const tag_NODE* pNode = NodeAt(position);
     if (pNode == nullptr)
         return AddTail(newElement);
     int nNode = NodeIndexOf(position);
@@ -317,7 +317,7 @@ POSITION CObList::Find(CObject* searchValue, POSITION startAfter) const
 {
     int nNode = m_nHead;
     if (startAfter != nullptr) {
-        const CNode* pStart = NodeAt(startAfter);
+        const tag_NODE* pStart = NodeAt(startAfter);
         if (pStart == nullptr)
             return nullptr;
         nNode = pStart->m_nNext;

@@ -71,7 +71,7 @@ public:
     POSITION FindIndex(int nIndex) const;
 
 private:
-    struct CNode {
+    struct tag_NODE {
         int m_nNext;
         int m_nPrev;
         BOOL m_bInUse;
@@ -80,10 +80,10 @@ private:
 
     static constexpr int kNoNode = -1;
 
-    CNode* NodeAt(POSITION position);
-    const CNode* NodeAt(POSITION position) const;
-    CNode& Node(int nNode);
-    const CNode& Node(int nNode) const;
+    tag_NODE* NodeAt(POSITION position);
+    const tag_NODE* NodeAt(POSITION position) const;
+    tag_NODE& Node(int nNode);
+    const tag_NODE& Node(int nNode) const;
     static POSITION PositionOf(int nNode);
     static int NodeIndexOf(POSITION position);
     void AddBlock();
@@ -97,6 +97,6 @@ private:
     int m_nTail = kNoNode;
     int m_nFree = kNoNode;
     int m_nNodesMade = 0;
-    std::vector<std::unique_ptr<CNode[]>> m_vecBlocks;
+    std::vector<std::unique_ptr<tag_NODE[]>> m_vecBlocks;
     CObject* m_pScratch = nullptr;
 };

@@ -9,14 +9,14 @@ namespace {
 
 // The registered classes. Registration happens during static initialisation of each
 // translation unit, lookups at any time from any thread.
-struct ClassRegistry {
+struct tag_CLASSREGISTRY {
     std::mutex m_mutex;
     std::vector<CRuntimeClass*> m_vecClasses;
 };
 
-ClassRegistry& GetClassRegistry()
+tag_CLASSREGISTRY& GetClassRegistry()
 {
-    static ClassRegistry s_registry;
+    static tag_CLASSREGISTRY s_registry;
     return s_registry;
 }
 
@@ -29,7 +29,7 @@ static const AFX_CLASSINIT s_classInitCObject(RUNTIME_CLASS(CObject));
 
 AFX_CLASSINIT::AFX_CLASSINIT(CRuntimeClass* pNewClass)
 {
-    ClassRegistry& registry = GetClassRegistry();
+    tag_CLASSREGISTRY& registry = GetClassRegistry();
     std::lock_guard lock(registry.m_mutex);
     registry.m_vecClasses.push_back(pNewClass);
 }
@@ -60,7 +60,7 @@ CRuntimeClass* CRuntimeClass::FromName(LPCSTR lpszClassName)
 {
     if (lpszClassName == nullptr)
         return nullptr;
-    ClassRegistry& registry = GetClassRegistry();
+    tag_CLASSREGISTRY& registry = GetClassRegistry();
     std::lock_guard lock(registry.m_mutex);
     for (CRuntimeClass* pClass : registry.m_vecClasses) {
         if (std::strcmp(pClass->m_lpszClassName, lpszClassName) == 0)

@@ -29,9 +29,9 @@ std::vector<CWnd*> FindOwnChildren(HWND hParent, DWORD dwThreadId)
     return children;
 }
 
-const WindowRecord* FindRecordOf(const CWnd& wnd)
+const tag_WINDOWRECORD* FindRecordOf(const CWnd& wnd)
 {
-    const WindowRecord* pRecord = FindWindow(wnd.m_hWnd);
+    const tag_WINDOWRECORD* pRecord = FindWindow(wnd.m_hWnd);
     return pRecord != nullptr && pRecord->m_pWnd == &wnd ? pRecord : nullptr;
 }
 
@@ -74,7 +74,7 @@ HWND CWnd::GetSafeHwnd() const
 CWnd* CWnd::FromHandle(HWND hWnd)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    WindowRecord* pRecord = FindWindow(hWnd);
+    tag_WINDOWRECORD* pRecord = FindWindow(hWnd);
     return pRecord == nullptr ? nullptr : pRecord->m_pWnd;
 }
 
@@ -87,9 +87,9 @@ BOOL CWnd::Create(LPCSTR lpszClassName, LPCSTR lpszWindowName, DWORD dwStyle, co
 BOOL CWnd::CreateEx(DWORD, LPCSTR lpszClassName, LPCSTR lpszWindowName, DWORD dwStyle,
                     const RECT& rect, CWnd* pParentWnd, UINT nID, LPVOID)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
     HWND hParent = pParentWnd == nullptr ? nullptr : pParentWnd->m_hWnd;
     bool bParentMissing = pParentWnd != nullptr && FindWindow(hParent) == nullptr;
     bool bChildWithoutParent = (dwStyle & WS_CHILD) != 0 && pParentWnd == nullptr;
@@ -97,7 +97,7 @@ BOOL CWnd::CreateEx(DWORD, LPCSTR lpszClassName, LPCSTR lpszWindowName, DWORD dw
     if (m_hWnd != nullptr || bParentMissing || bChildWithoutParent || bUnknownClass)
         return FALSE;
     HWND hWnd = reinterpret_cast<HWND>(state.m_nNextWindow++);
-    WindowRecord& record = state.m_windows[ToKey(hWnd)];
+    tag_WINDOWRECORD& record = state.m_windows[ToKey(hWnd)];
     record.m_pWnd = this;
     record.m_dwThreadId = self.m_dwThreadId;
     record.m_hParent = hParent;
@@ -111,10 +111,10 @@ BOOL CWnd::CreateEx(DWORD, LPCSTR lpszClassName, LPCSTR lpszWindowName, DWORD dw
 
 BOOL CWnd::DestroyWindow()
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     HWND hWnd = m_hWnd;
-    WindowRecord* pRecord = FindWindow(hWnd);
+    tag_WINDOWRECORD* pRecord = FindWindow(hWnd);
     DWORD dwThreadId = GetCurrentThreadState(lock).m_dwThreadId;
     if (pRecord == nullptr || pRecord->m_pWnd != this || pRecord->m_dwThreadId != dwThreadId ||
         pRecord->m_bDestroying)
@@ -158,24 +158,24 @@ BOOL CWnd::KillTimer(UINT nIDEvent)
 CWnd* CWnd::GetParent() const
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    const WindowRecord* pRecord = FindRecordOf(*this);
+    const tag_WINDOWRECORD* pRecord = FindRecordOf(*this);
     if (pRecord == nullptr)
         return nullptr;
-    WindowRecord* pParent = FindWindow(pRecord->m_hParent);
+    tag_WINDOWRECORD* pParent = FindWindow(pRecord->m_hParent);
     return pParent == nullptr ? nullptr : pParent->m_pWnd;
 }
 
 int CWnd::GetDlgCtrlID() const
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    const WindowRecord* pRecord = FindRecordOf(*this);
+    const tag_WINDOWRECORD* pRecord = FindRecordOf(*this);
     return pRecord == nullptr ? 0 : static_cast<int>(pRecord->m_nID);
 }
 
 DWORD CWnd::GetStyle() const
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    const WindowRecord* pRecord = FindRecordOf(*this);
+    const tag_WINDOWRECORD* pRecord = FindRecordOf(*this);
     return pRecord == nullptr ? 0 : pRecord->m_dwStyle;
 }
 
@@ -184,7 +184,7 @@ void CWnd::GetWindowRect(LPRECT lpRect) const
     if (lpRect == nullptr)
         return;
     PlatformLock lock(GetPlatformState().m_mutex);
-    const WindowRecord* pRecord = FindRecordOf(*this);
+    const tag_WINDOWRECORD* pRecord = FindRecordOf(*this);
     *lpRect = pRecord == nullptr ? RECT{} : pRecord->m_rect;
 }
 
@@ -193,7 +193,7 @@ int CWnd::GetWindowText(LPSTR lpszStringBuf, int nMaxCount) const
     if (lpszStringBuf == nullptr || nMaxCount <= 0)
         return 0;
     PlatformLock lock(GetPlatformState().m_mutex);
-    const WindowRecord* pRecord = FindRecordOf(*this);
+    const tag_WINDOWRECORD* pRecord = FindRecordOf(*this);
     std::size_t nLen = pRecord == nullptr ? 0 : pRecord->m_strName.size();
     nLen = std::min(nLen, static_cast<std::size_t>(nMaxCount - 1));
     if (nLen > 0)

@@ -90,14 +90,14 @@ std::string DecodeMountField(const std::string& strField)
     return strDecoded;
 }
 
-struct MountEntry {
+struct tag_MOUNTENTRY {
     std::string strMountPoint;
     std::string strFileSystem;
 };
 
 // The mount that holds strPath: the longest mount point above it, the later of two
 // mounts on one point being the one on top.
-bool FindMount(const std::string& strPath, MountEntry& mount)
+bool FindMount(const std::string& strPath, tag_MOUNTENTRY& mount)
 {
     std::ifstream table(kMountTable);
     if (!table)
@@ -126,11 +126,11 @@ bool FindMount(const std::string& strPath, MountEntry& mount)
     return bFound;
 }
 
-class QuotaRegistry {
+class CQuotaRegistry {
 public:
-    static QuotaRegistry& Get()
+    static CQuotaRegistry& Get()
     {
-        static QuotaRegistry registry;
+        static CQuotaRegistry registry;
         return registry;
     }
 
@@ -235,14 +235,14 @@ BOOL GetVolumeInfo(LPCSTR lpszPath, tag_VOLUMEINFO* pInfo)
         return FALSE;
     std::string strExisting;
     std::string strPath = ResolvePath(lpszPath, strExisting);
-    MountEntry mount;
+    tag_MOUNTENTRY mount;
     if (strPath.empty() || !FindMount(strPath, mount))
         return FALSE;
     struct statvfs status;
     bool bReadOnly = statvfs(strExisting.c_str(), &status) == 0 && (status.f_flag & ST_RDONLY) != 0;
     std::string strQuotaDir;
     DWORD dwMegabytes = 0;
-    bool bQuota = QuotaRegistry::Get().Find(strPath, strQuotaDir, dwMegabytes);
+    bool bQuota = CQuotaRegistry::Get().Find(strPath, strQuotaDir, dwMegabytes);
     pInfo->strVolume = CString(WithTrailingSlash(bQuota ? strQuotaDir : mount.strMountPoint));
     pInfo->strFileSystem = CString(mount.strFileSystem);
     if (bQuota)
@@ -288,7 +288,7 @@ BOOL GetDiskFreeSpaceExA(LPCSTR lpDirectoryName, ULARGE_INTEGER* lpFreeBytesAvai
     std::string strPath = ResolvePath(lpDirectoryName, strExisting);
     std::string strQuotaDir;
     DWORD dwMegabytes = 0;
-    if (!strPath.empty() && QuotaRegistry::Get().Find(strPath, strQuotaDir, dwMegabytes)) {
+    if (!strPath.empty() && CQuotaRegistry::Get().Find(strPath, strQuotaDir, dwMegabytes)) {
         std::uint64_t nTotal = static_cast<std::uint64_t>(dwMegabytes) << kMegabyteShift;
         std::uint64_t nUsed = SumFileBytes(strQuotaDir);
         std::uint64_t nFree = nUsed < nTotal ? nTotal - nUsed : 0;
@@ -316,7 +316,7 @@ BOOL DeclareQuotaVolume(LPCSTR lpszDirectory, DWORD dwMegabytes)
     std::string strDir = ResolvePath(lpszDirectory, strExisting);
     if (strDir.empty())
         return FALSE;
-    QuotaRegistry::Get().Set(strDir, dwMegabytes);
+    CQuotaRegistry::Get().Set(strDir, dwMegabytes);
     return TRUE;
 }
 
@@ -326,7 +326,7 @@ BOOL RemoveQuotaVolume(LPCSTR lpszDirectory)
         return FALSE;
     std::string strExisting;
     std::string strDir = ResolvePath(lpszDirectory, strExisting);
-    return !strDir.empty() && QuotaRegistry::Get().Remove(strDir);
+    return !strDir.empty() && CQuotaRegistry::Get().Remove(strDir);
 }
 
 BOOL CreateDirectoryA(LPCSTR lpPathName, void*)

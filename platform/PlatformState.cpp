@@ -10,9 +10,9 @@ namespace zndvr {
 namespace {
 
 // Owns the calling thread's record; at thread end it takes the record out.
-class ThreadStateHolder {
+class CThreadStateHolder {
 public:
-    ~ThreadStateHolder()
+    ~CThreadStateHolder()
     {
         if (m_pState == nullptr)
             return;
@@ -20,33 +20,33 @@ public:
         EndCurrentThreadState(lock);
     }
 
-    std::unique_ptr<ThreadState> m_pState;
+    std::unique_ptr<tag_THREADSTATE> m_pState;
 };
 
-thread_local ThreadStateHolder t_holder;
+thread_local CThreadStateHolder t_holder;
 
-ThreadState& MakeCurrentThreadState(DWORD dwThreadId)
+tag_THREADSTATE& MakeCurrentThreadState(DWORD dwThreadId)
 {
-    PlatformState& state = GetPlatformState();
-    t_holder.m_pState = std::make_unique<ThreadState>();
-    ThreadState& self = *t_holder.m_pState;
+    tag_PLATFORMSTATE& state = GetPlatformState();
+    t_holder.m_pState = std::make_unique<tag_THREADSTATE>();
+    tag_THREADSTATE& self = *t_holder.m_pState;
     self.m_dwThreadId = dwThreadId;
     state.m_threads[dwThreadId] = &self;
     return self;
 }
 
-bool IsSuspended(const ThreadState& self)
+bool IsSuspended(const tag_THREADSTATE& self)
 {
     return self.m_pThreadObject != nullptr && self.m_pThreadObject->m_dwSuspendCount > 0;
 }
 
-bool HasTimedOut(const ThreadState& self)
+bool HasTimedOut(const tag_THREADSTATE& self)
 {
     return self.m_dwWaitTimeout != INFINITE &&
            GetNowMs() - self.m_tWaitStart >= self.m_dwWaitTimeout;
 }
 
-bool MayReturn(const ThreadState& self)
+bool MayReturn(const tag_THREADSTATE& self)
 {
     return !IsSuspended(self) && ((*self.m_pfnReady)() || HasTimedOut(self));
 }
@@ -58,24 +58,24 @@ std::chrono::steady_clock::time_point ToSteadyTime(TimeMs tMs)
 
 } // namespace
 
-bool EventObject::IsSignalledFor(DWORD) const
+bool CEventObject::IsSignalledFor(DWORD) const
 {
     return m_bSignalled;
 }
 
-bool EventObject::AcquireFor(DWORD)
+bool CEventObject::AcquireFor(DWORD)
 {
     if (!m_bManualReset)
         m_bSignalled = false;
     return false;
 }
 
-bool MutexObject::IsSignalledFor(DWORD dwThreadId) const
+bool CMutexObject::IsSignalledFor(DWORD dwThreadId) const
 {
     return m_dwOwner == 0 || m_dwOwner == dwThreadId;
 }
 
-bool MutexObject::AcquireFor(DWORD dwThreadId)
+bool CMutexObject::AcquireFor(DWORD dwThreadId)
 {
     bool bAbandoned = m_bAbandoned;
     m_bAbandoned = false;
@@ -84,64 +84,64 @@ bool MutexObject::AcquireFor(DWORD dwThreadId)
     return bAbandoned;
 }
 
-bool ThreadObject::IsSignalledFor(DWORD) const
+bool CThreadObject::IsSignalledFor(DWORD) const
 {
     return m_bEnded;
 }
 
-bool ThreadObject::AcquireFor(DWORD)
+bool CThreadObject::AcquireFor(DWORD)
 {
     return false;
 }
 
-PlatformState& GetPlatformState()
+tag_PLATFORMSTATE& GetPlatformState()
 {
-    static PlatformState* s_pState = new PlatformState;
+    static tag_PLATFORMSTATE* s_pState = new tag_PLATFORMSTATE;
     return *s_pState;
 }
 
-ThreadState& GetCurrentThreadState([[maybe_unused]] PlatformLock& lock)
+tag_THREADSTATE& GetCurrentThreadState([[maybe_unused]] PlatformLock& lock)
 {
     if (t_holder.m_pState != nullptr)
         return *t_holder.m_pState;
     return MakeCurrentThreadState(GetPlatformState().m_dwNextThreadId++);
 }
 
-ThreadState& GetCurrentQueue(PlatformLock& lock)
+tag_THREADSTATE& GetCurrentQueue(PlatformLock& lock)
 {
-    ThreadState& self = GetCurrentThreadState(lock);
+    tag_THREADSTATE& self = GetCurrentThreadState(lock);
     self.m_bHasQueue = true;
     return self;
 }
 
-ThreadState* FindQueue(DWORD dwThreadId)
+tag_THREADSTATE* FindQueue(DWORD dwThreadId)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     auto it = state.m_threads.find(dwThreadId);
     if (it == state.m_threads.end() || !it->second->m_bHasQueue)
         return nullptr;
     return it->second;
 }
 
-ThreadState& AttachThreadObject([[maybe_unused]] PlatformLock& lock, const std::shared_ptr<ThreadObject>& pThread)
+tag_THREADSTATE& AttachThreadObject([[maybe_unused]] PlatformLock& lock, const std::shared_ptr<CThreadObject>& pThread)
 {
-    ThreadState& self = MakeCurrentThreadState(pThread->m_dwThreadId);
+    tag_THREADSTATE& self = MakeCurrentThreadState(pThread->m_dwThreadId);
     self.m_pThreadObject = pThread;
     return self;
 }
 
 namespace {
 
-void ReleaseSenders(ThreadState& self)
+void ReleaseSenders(tag_THREADSTATE& self)
 {
-    for (const std::shared_ptr<SentMessage>& pSent : self.m_sent)
+    for (const std::shared_ptr<tag_SENTMESSAGE>& pSent : self.m_sent)
         pSent->m_bDone = true;
     self.m_sent.clear();
 }
 
 void ForgetWindowsOf(DWORD dwThreadId)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     std::vector<std::uintptr_t> owned;
     for (const auto& [nHandle, record] : state.m_windows) {
         if (record.m_dwThreadId == dwThreadId)
@@ -156,7 +156,7 @@ void ForgetWindowsOf(DWORD dwThreadId)
 void AbandonMutexesOf(DWORD dwThreadId)
 {
     for (auto& [nHandle, pObject] : GetPlatformState().m_handles) {
-        auto* pMutex = dynamic_cast<MutexObject*>(pObject.get());
+        auto* pMutex = dynamic_cast<CMutexObject*>(pObject.get());
         if (pMutex != nullptr && pMutex->m_dwOwner == dwThreadId) {
             pMutex->m_dwOwner = 0;
             pMutex->m_nRecursion = 0;
@@ -171,7 +171,7 @@ void EndCurrentThreadState([[maybe_unused]] PlatformLock& lock)
 {
     if (t_holder.m_pState == nullptr)
         return;
-    ThreadState& self = *t_holder.m_pState;
+    tag_THREADSTATE& self = *t_holder.m_pState;
     ReleaseSenders(self);
     ForgetWindowsOf(self.m_dwThreadId);
     AbandonMutexesOf(self.m_dwThreadId);
@@ -184,17 +184,17 @@ void EndCurrentThreadState([[maybe_unused]] PlatformLock& lock)
 
 TimeMs GetNowMs()
 {
-    const PlatformState& state = GetPlatformState();
+    const tag_PLATFORMSTATE& state = GetPlatformState();
     if (state.m_bTestClock)
         return state.m_tTestNow;
     auto since = std::chrono::steady_clock::now().time_since_epoch();
     return static_cast<TimeMs>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
-bool BlockUntil(PlatformLock& lock, ThreadState& self, const std::function<bool()>& fnReady,
+bool BlockUntil(PlatformLock& lock, tag_THREADSTATE& self, const std::function<bool()>& fnReady,
                 DWORD dwTimeout, const std::function<std::optional<TimeMs>()>& fnNextDue)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     self.m_pfnReady = &fnReady;
     self.m_tWaitStart = GetNowMs();
     self.m_dwWaitTimeout = dwTimeout;
@@ -219,12 +219,12 @@ bool BlockUntil(PlatformLock& lock, ThreadState& self, const std::function<bool(
     return bReady;
 }
 
-bool IsThreadIdle(const ThreadState& thread)
+bool IsThreadIdle(const tag_THREADSTATE& thread)
 {
     return !MayReturn(thread);
 }
 
-void PassSuspensionPoint(PlatformLock& lock, ThreadState& self)
+void PassSuspensionPoint(PlatformLock& lock, tag_THREADSTATE& self)
 {
     if (!IsSuspended(self))
         return;
@@ -234,13 +234,13 @@ void PassSuspensionPoint(PlatformLock& lock, ThreadState& self)
 
 void WakeBlockedThreads()
 {
-    PlatformState& state = GetPlatformState();
-    for (ThreadState* pThread : state.m_blocked)
+    tag_PLATFORMSTATE& state = GetPlatformState();
+    for (tag_THREADSTATE* pThread : state.m_blocked)
         pThread->m_cvWake.notify_one();
     state.m_cvIdle.notify_all();
 }
 
-void WakeThread(ThreadState& thread)
+void WakeThread(tag_THREADSTATE& thread)
 {
     thread.m_cvWake.notify_one();
     GetPlatformState().m_cvIdle.notify_all();
@@ -248,8 +248,8 @@ void WakeThread(ThreadState& thread)
 
 void WakeObjectWaiters()
 {
-    PlatformState& state = GetPlatformState();
-    for (ThreadState* pThread : state.m_blocked) {
+    tag_PLATFORMSTATE& state = GetPlatformState();
+    for (tag_THREADSTATE* pThread : state.m_blocked) {
         if (pThread->m_bWaitsForObjects)
             pThread->m_cvWake.notify_one();
     }
@@ -258,27 +258,27 @@ void WakeObjectWaiters()
 
 void RestartTimedWaits()
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     TimeMs tNow = GetNowMs();
     for (auto& [dwThreadId, pThread] : state.m_threads) {
-        for (WindowTimer& timer : pThread->m_timers)
+        for (tag_WINDOWTIMER& timer : pThread->m_timers)
             timer.m_tDue = tNow + timer.m_nElapse;
     }
-    for (ThreadState* pThread : state.m_blocked)
+    for (tag_THREADSTATE* pThread : state.m_blocked)
         pThread->m_tWaitStart = tNow;
     WakeBlockedThreads();
 }
 
-std::shared_ptr<KernelObject> FindHandle(HANDLE hObject)
+std::shared_ptr<CKernelObject> FindHandle(HANDLE hObject)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     auto it = state.m_handles.find(reinterpret_cast<std::uintptr_t>(hObject));
     return it == state.m_handles.end() ? nullptr : it->second;
 }
 
-HANDLE AddHandle(std::shared_ptr<KernelObject> pObject)
+HANDLE AddHandle(std::shared_ptr<CKernelObject> pObject)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     std::uintptr_t nHandle = state.m_nNextHandle;
     state.m_nNextHandle += 4;
     state.m_handles.emplace(nHandle, std::move(pObject));
@@ -287,10 +287,10 @@ HANDLE AddHandle(std::shared_ptr<KernelObject> pObject)
 
 std::uint64_t AddQueueSource(DWORD dwThreadId, std::function<void()> fnServe)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     const std::uint64_t nSource = state.m_nNextSource++;
-    QueueSource& source = state.m_sources[nSource];
+    tag_QUEUESOURCE& source = state.m_sources[nSource];
     source.m_dwThreadId = dwThreadId;
     source.m_fnServe = std::move(fnServe);
     return nSource;
@@ -298,7 +298,7 @@ std::uint64_t AddQueueSource(DWORD dwThreadId, std::function<void()> fnServe)
 
 void SetQueueSourceDue(std::uint64_t nSource, std::optional<TimeMs> tDue)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     auto it = state.m_sources.find(nSource);
     if (it == state.m_sources.end())
@@ -311,7 +311,7 @@ void SetQueueSourceDue(std::uint64_t nSource, std::optional<TimeMs> tDue)
 
 void RemoveQueueSource(std::uint64_t nSource)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     const DWORD dwSelf = GetCurrentThreadState(lock).m_dwThreadId;
     auto fnIdle = [&] {
@@ -322,7 +322,7 @@ void RemoveQueueSource(std::uint64_t nSource)
     state.m_sources.erase(nSource);
 }
 
-std::optional<TimeMs> NextQueueSourceDue(const ThreadState& self)
+std::optional<TimeMs> NextQueueSourceDue(const tag_THREADSTATE& self)
 {
     std::optional<TimeMs> tNext;
     for (const auto& [nSource, source] : GetPlatformState().m_sources) {
@@ -332,15 +332,15 @@ std::optional<TimeMs> NextQueueSourceDue(const ThreadState& self)
     return tNext;
 }
 
-bool HasDueQueueSource(const ThreadState& self)
+bool HasDueQueueSource(const tag_THREADSTATE& self)
 {
     std::optional<TimeMs> tNext = NextQueueSourceDue(self);
     return tNext && *tNext <= GetNowMs();
 }
 
-void ServeQueueSources(PlatformLock& lock, ThreadState& self)
+void ServeQueueSources(PlatformLock& lock, tag_THREADSTATE& self)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     const TimeMs tNow = GetNowMs();
     // Kept between calls, so that serving allocates nothing once it has run.
     static thread_local std::vector<std::uint64_t> due;
@@ -368,25 +368,25 @@ void ServeQueueSources(PlatformLock& lock, ThreadState& self)
     }
 }
 
-WindowRecord* FindWindow(HWND hWnd)
+tag_WINDOWRECORD* FindWindow(HWND hWnd)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     auto it = state.m_windows.find(reinterpret_cast<std::uintptr_t>(hWnd));
     return it == state.m_windows.end() ? nullptr : &it->second;
 }
 
 void RemoveWindow(HWND hWnd)
 {
-    PlatformState& state = GetPlatformState();
-    WindowRecord* pRecord = FindWindow(hWnd);
+    tag_PLATFORMSTATE& state = GetPlatformState();
+    tag_WINDOWRECORD* pRecord = FindWindow(hWnd);
     if (pRecord == nullptr)
         return;
     auto itOwner = state.m_threads.find(pRecord->m_dwThreadId);
     if (itOwner != state.m_threads.end()) {
-        ThreadState& owner = *itOwner->second;
+        tag_THREADSTATE& owner = *itOwner->second;
         std::erase_if(owner.m_posted, [hWnd](const MSG& msg) { return msg.hwnd == hWnd; });
         std::erase_if(owner.m_timers,
-                      [hWnd](const WindowTimer& timer) { return timer.m_hWnd == hWnd; });
+                      [hWnd](const tag_WINDOWTIMER& timer) { return timer.m_hWnd == hWnd; });
     }
     state.m_windows.erase(reinterpret_cast<std::uintptr_t>(hWnd));
     WakeBlockedThreads();

@@ -11,15 +11,15 @@ namespace {
 
 int CountIdleThreads()
 {
-    const PlatformState& state = GetPlatformState();
+    const tag_PLATFORMSTATE& state = GetPlatformState();
     return static_cast<int>(std::count_if(
         state.m_blocked.begin(), state.m_blocked.end(),
-        [](const ThreadState* pThread) { return IsThreadIdle(*pThread); }));
+        [](const tag_THREADSTATE* pThread) { return IsThreadIdle(*pThread); }));
 }
 
 void SetClock(bool bTestClock, TimeMs tStart)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     state.m_bTestClock = bTestClock;
     state.m_tTestNow = tStart;
@@ -46,7 +46,7 @@ CTestClock::~CTestClock()
 
 void CTestClock::Advance(DWORD dwMilliseconds)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     state.m_tTestNow += dwMilliseconds;
     WakeBlockedThreads();
@@ -65,7 +65,7 @@ int CTestClock::GetIdleThreads()
 
 BOOL CTestClock::WaitForIdleThreads(int nThreads, DWORD dwTimeout)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
     return state.m_cvIdle.wait_for(lock, std::chrono::milliseconds(dwTimeout),
                                    [&] { return CountIdleThreads() >= nThreads; });

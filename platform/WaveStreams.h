@@ -8,6 +8,8 @@
 // races the device.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "platform/PlatformState.h"
 #include "platform/WinWave.h"
 

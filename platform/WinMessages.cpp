@@ -17,7 +17,7 @@ constexpr UINT kMinTimerElapse = 10;
 
 const HWND kThreadMessagesOnly = reinterpret_cast<HWND>(static_cast<std::intptr_t>(-1));
 
-struct MessageFilter {
+struct tag_MESSAGEFILTER {
     HWND hWnd;
     UINT nMin;
     UINT nMax;
@@ -47,7 +47,7 @@ MSG MakeMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam)
     return MSG{hWnd, nMsg, wParam, lParam, static_cast<DWORD>(GetNowMs())};
 }
 
-BOOL PostTo(ThreadState& target, const MSG& msg)
+BOOL PostTo(tag_THREADSTATE& target, const MSG& msg)
 {
     target.m_posted.push_back(msg);
     WakeThread(target);
@@ -55,13 +55,13 @@ BOOL PostTo(ThreadState& target, const MSG& msg)
 }
 
 // The matching timer that is due and has waited longest, or null.
-WindowTimer* FindDueTimer(ThreadState& self, const MessageFilter& filter)
+tag_WINDOWTIMER* FindDueTimer(tag_THREADSTATE& self, const tag_MESSAGEFILTER& filter)
 {
     if (!filter.MatchesNumber(WM_TIMER))
         return nullptr;
     TimeMs tNow = GetNowMs();
-    WindowTimer* pDue = nullptr;
-    for (WindowTimer& timer : self.m_timers) {
+    tag_WINDOWTIMER* pDue = nullptr;
+    for (tag_WINDOWTIMER& timer : self.m_timers) {
         if (filter.MatchesWindow(timer.m_hWnd) && timer.m_tDue <= tNow &&
             (pDue == nullptr || timer.m_tDue < pDue->m_tDue))
             pDue = &timer;
@@ -69,12 +69,12 @@ WindowTimer* FindDueTimer(ThreadState& self, const MessageFilter& filter)
     return pDue;
 }
 
-std::optional<TimeMs> NextTimerDue(const ThreadState& self, const MessageFilter& filter)
+std::optional<TimeMs> NextTimerDue(const tag_THREADSTATE& self, const tag_MESSAGEFILTER& filter)
 {
     std::optional<TimeMs> tNext;
     if (!filter.MatchesNumber(WM_TIMER))
         return tNext;
-    for (const WindowTimer& timer : self.m_timers) {
+    for (const tag_WINDOWTIMER& timer : self.m_timers) {
         if (filter.MatchesWindow(timer.m_hWnd) && (!tNext || timer.m_tDue < *tNext))
             tNext = timer.m_tDue;
     }
@@ -90,12 +90,12 @@ std::optional<TimeMs> Earliest(std::optional<TimeMs> tFirst, std::optional<TimeM
     return std::min(*tFirst, *tSecond);
 }
 
-bool HasQuit(const ThreadState& self, const MessageFilter& filter)
+bool HasQuit(const tag_THREADSTATE& self, const tag_MESSAGEFILTER& filter)
 {
     return self.m_bQuit && filter.MatchesNumber(WM_QUIT);
 }
 
-bool HasMessage(ThreadState& self, const MessageFilter& filter)
+bool HasMessage(tag_THREADSTATE& self, const tag_MESSAGEFILTER& filter)
 {
     bool bPosted = std::any_of(self.m_posted.begin(), self.m_posted.end(),
                                [&](const MSG& msg) { return filter.Matches(msg); });
@@ -104,7 +104,7 @@ bool HasMessage(ThreadState& self, const MessageFilter& filter)
 
 // Posted messages first, in order; then the quit request; then a due timer, which is
 // restarted from now when its tick is taken.
-bool TakeMessage(ThreadState& self, const MessageFilter& filter, bool bRemove, MSG& msg)
+bool TakeMessage(tag_THREADSTATE& self, const tag_MESSAGEFILTER& filter, bool bRemove, MSG& msg)
 {
     auto it = std::find_if(self.m_posted.begin(), self.m_posted.end(),
                            [&](const MSG& posted) { return filter.Matches(posted); });
@@ -120,7 +120,7 @@ bool TakeMessage(ThreadState& self, const MessageFilter& filter, bool bRemove, M
             self.m_bQuit = false;
         return true;
     }
-    WindowTimer* pTimer = FindDueTimer(self, filter);
+    tag_WINDOWTIMER* pTimer = FindDueTimer(self, filter);
     if (pTimer == nullptr)
         return false;
     msg = MakeMessage(pTimer->m_hWnd, WM_TIMER, pTimer->m_nIDEvent,
@@ -131,19 +131,19 @@ bool TakeMessage(ThreadState& self, const MessageFilter& filter, bool bRemove, M
 }
 
 // The live window's object if the calling thread owns it, else null.
-CWnd* FindOwnWindow(const ThreadState& self, HWND hWnd)
+CWnd* FindOwnWindow(const tag_THREADSTATE& self, HWND hWnd)
 {
-    WindowRecord* pRecord = FindWindow(hWnd);
+    tag_WINDOWRECORD* pRecord = FindWindow(hWnd);
     if (pRecord == nullptr || pRecord->m_dwThreadId != self.m_dwThreadId)
         return nullptr;
     return pRecord->m_pWnd;
 }
 
 // Runs the handlers of the messages other threads have sent to this one, in order.
-void ServeSentMessages(PlatformLock& lock, ThreadState& self)
+void ServeSentMessages(PlatformLock& lock, tag_THREADSTATE& self)
 {
     while (!self.m_sent.empty()) {
-        std::shared_ptr<SentMessage> pSent = self.m_sent.front();
+        std::shared_ptr<tag_SENTMESSAGE> pSent = self.m_sent.front();
         self.m_sent.pop_front();
         const MSG& msg = pSent->m_msg;
         CWnd* pWnd = FindOwnWindow(self, msg.hwnd);
@@ -158,15 +158,15 @@ void ServeSentMessages(PlatformLock& lock, ThreadState& self)
     }
 }
 
-ThreadState* FindWindowQueue(HWND hWnd)
+tag_THREADSTATE* FindWindowQueue(HWND hWnd)
 {
-    WindowRecord* pRecord = FindWindow(hWnd);
+    tag_WINDOWRECORD* pRecord = FindWindow(hWnd);
     return pRecord == nullptr ? nullptr : FindQueue(pRecord->m_dwThreadId);
 }
 
-bool HasInput(const ThreadState& self, DWORD dwWakeMask)
+bool HasInput(const tag_THREADSTATE& self, DWORD dwWakeMask)
 {
-    MessageFilter all{nullptr, 0, 0};
+    tag_MESSAGEFILTER all{nullptr, 0, 0};
     if ((dwWakeMask & (QS_POSTMESSAGE | QS_ALLPOSTMESSAGE)) != 0 &&
         (!self.m_posted.empty() || self.m_bQuit))
         return true;
@@ -183,10 +183,10 @@ bool HasInput(const ThreadState& self, DWORD dwWakeMask)
 BOOL PostMessage(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
     if (hWnd == nullptr)
         return PostTo(self, MakeMessage(nullptr, Msg, wParam, lParam));
-    ThreadState* pTarget = FindWindowQueue(hWnd);
+    tag_THREADSTATE* pTarget = FindWindowQueue(hWnd);
     if (pTarget == nullptr)
         return FALSE;
     return PostTo(*pTarget, MakeMessage(hWnd, Msg, wParam, lParam));
@@ -196,7 +196,7 @@ BOOL PostThreadMessage(DWORD idThread, UINT Msg, WPARAM wParam, LPARAM lParam)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
     GetCurrentQueue(lock);
-    ThreadState* pTarget = FindQueue(idThread);
+    tag_THREADSTATE* pTarget = FindQueue(idThread);
     if (pTarget == nullptr)
         return FALSE;
     return PostTo(*pTarget, MakeMessage(nullptr, Msg, wParam, lParam));
@@ -205,7 +205,7 @@ BOOL PostThreadMessage(DWORD idThread, UINT Msg, WPARAM wParam, LPARAM lParam)
 void PostQuitMessage(int nExitCode)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
     self.m_bQuit = true;
     self.m_nQuitCode = nExitCode;
 }
@@ -213,15 +213,15 @@ void PostQuitMessage(int nExitCode)
 LRESULT SendMessage(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
     if (CWnd* pWnd = FindOwnWindow(self, hWnd); pWnd != nullptr) {
         lock.unlock();
         return AfxCallWndProc(pWnd, hWnd, Msg, wParam, lParam);
     }
-    ThreadState* pTarget = FindWindowQueue(hWnd);
+    tag_THREADSTATE* pTarget = FindWindowQueue(hWnd);
     if (pTarget == nullptr)
         return 0;
-    auto pSent = std::make_shared<SentMessage>();
+    auto pSent = std::make_shared<tag_SENTMESSAGE>();
     pSent->m_msg = MakeMessage(hWnd, Msg, wParam, lParam);
     pSent->m_pSender = &self;
     pTarget->m_sent.push_back(pSent);
@@ -240,8 +240,8 @@ BOOL GetMessage(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax)
     if (lpMsg == nullptr)
         return kGetMessageError;
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
-    const MessageFilter filter{hWnd, wMsgFilterMin, wMsgFilterMax};
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
+    const tag_MESSAGEFILTER filter{hWnd, wMsgFilterMin, wMsgFilterMax};
     auto fnWindowGone = [&] { return filter.NamesWindow() && FindWindow(hWnd) == nullptr; };
     std::function<bool()> fnReady = [&] {
         return !self.m_sent.empty() || HasMessage(self, filter) || HasDueQueueSource(self) || fnWindowGone();
@@ -266,11 +266,11 @@ BOOL PeekMessage(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax,
     if (lpMsg == nullptr)
         return FALSE;
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
     PassSuspensionPoint(lock, self);
     ServeSentMessages(lock, self);
     ServeQueueSources(lock, self);
-    const MessageFilter filter{hWnd, wMsgFilterMin, wMsgFilterMax};
+    const tag_MESSAGEFILTER filter{hWnd, wMsgFilterMin, wMsgFilterMax};
     return TakeMessage(self, filter, (wRemoveMsg & PM_REMOVE) != 0, *lpMsg);
 }
 
@@ -297,13 +297,13 @@ DWORD MsgWaitForMultipleObjects(DWORD nCount, const HANDLE* pHandles, BOOL bWait
     if (bWaitAll)
         return WAIT_FAILED;
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentQueue(lock);
+    tag_THREADSTATE& self = GetCurrentQueue(lock);
     std::function<bool()> fnInput = [&] { return HasInput(self, dwWakeMask); };
     std::function<std::optional<TimeMs>()> fnNextDue = [&] {
         std::optional<TimeMs> tTimer;
         std::optional<TimeMs> tSource;
         if ((dwWakeMask & QS_TIMER) != 0)
-            tTimer = NextTimerDue(self, MessageFilter{nullptr, 0, 0});
+            tTimer = NextTimerDue(self, tag_MESSAGEFILTER{nullptr, 0, 0});
         if ((dwWakeMask & (QS_POSTMESSAGE | QS_ALLPOSTMESSAGE)) != 0)
             tSource = NextQueueSourceDue(self);
         return Earliest(tTimer, tSource);
@@ -317,15 +317,15 @@ UINT SetTimer(HWND hWnd, UINT nIDEvent, UINT uElapse, TIMERPROC lpTimerFunc)
         return 0;
     PlatformLock lock(GetPlatformState().m_mutex);
     GetCurrentQueue(lock);
-    ThreadState* pOwner = FindWindowQueue(hWnd);
+    tag_THREADSTATE* pOwner = FindWindowQueue(hWnd);
     if (pOwner == nullptr)
         return 0;
     auto it = std::find_if(pOwner->m_timers.begin(), pOwner->m_timers.end(),
-                           [&](const WindowTimer& timer) {
+                           [&](const tag_WINDOWTIMER& timer) {
                                return timer.m_hWnd == hWnd && timer.m_nIDEvent == nIDEvent;
                            });
     if (it == pOwner->m_timers.end())
-        it = pOwner->m_timers.insert(it, WindowTimer{});
+        it = pOwner->m_timers.insert(it, tag_WINDOWTIMER{});
     it->m_hWnd = hWnd;
     it->m_nIDEvent = nIDEvent;
     it->m_nElapse = std::max(uElapse, kMinTimerElapse);
@@ -339,10 +339,10 @@ BOOL KillTimer(HWND hWnd, UINT uIDEvent)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
     GetCurrentQueue(lock);
-    ThreadState* pOwner = FindWindowQueue(hWnd);
+    tag_THREADSTATE* pOwner = FindWindowQueue(hWnd);
     if (pOwner == nullptr)
         return FALSE;
-    std::size_t nErased = std::erase_if(pOwner->m_timers, [&](const WindowTimer& timer) {
+    std::size_t nErased = std::erase_if(pOwner->m_timers, [&](const tag_WINDOWTIMER& timer) {
         return timer.m_hWnd == hWnd && timer.m_nIDEvent == uIDEvent;
     });
     WakeThread(*pOwner);
@@ -358,7 +358,7 @@ BOOL IsWindow(HWND hWnd)
 DWORD GetWindowThreadProcessId(HWND hWnd, LPDWORD lpdwProcessId)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    WindowRecord* pRecord = FindWindow(hWnd);
+    tag_WINDOWRECORD* pRecord = FindWindow(hWnd);
     if (pRecord == nullptr)
         return 0;
     if (lpdwProcessId != nullptr)

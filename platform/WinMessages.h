@@ -93,34 +93,3 @@ ZNDVR_API BOOL KillTimer(HWND hWnd, UINT uIDEvent);
 ZNDVR_API BOOL IsWindow(HWND hWnd);
 // The id of the thread that owns the window, or 0.
 ZNDVR_API DWORD GetWindowThreadProcessId(HWND hWnd, LPDWORD lpdwProcessId);
-
-inline BOOL PostMessageA(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam)
-{
-    return PostMessage(hWnd, Msg, wParam, lParam);
-}
-
-inline BOOL PostThreadMessageA(DWORD idThread, UINT Msg, WPARAM wParam, LPARAM lParam)
-{
-    return PostThreadMessage(idThread, Msg, wParam, lParam);
-}
-
-inline LRESULT SendMessageA(HWND hWnd, UINT Msg, WPARAM wParam, LPARAM lParam)
-{
-    return SendMessage(hWnd, Msg, wParam, lParam);
-}
-
-inline BOOL GetMessageA(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax)
-{
-    return GetMessage(lpMsg, hWnd, wMsgFilterMin, wMsgFilterMax);
-}
-
-inline BOOL PeekMessageA(LPMSG lpMsg, HWND hWnd, UINT wMsgFilterMin, UINT wMsgFilterMax,
-                         UINT wRemoveMsg)
-{
-    return PeekMessage(lpMsg, hWnd, wMsgFilterMin, wMsgFilterMax, wRemoveMsg);
-}
-
-inline LRESULT DispatchMessageA(const MSG* lpMsg)
-{
-    return DispatchMessage(lpMsg);
-}

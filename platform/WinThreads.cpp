@@ -14,7 +14,7 @@ namespace zndvr {
 
 namespace {
 
-struct PriorityNice {
+struct tag_PRIORITYNICE {
     int nPriority;
     int nNice;
 };
@@ -22,16 +22,16 @@ struct PriorityNice {
 // Win32 priority levels as steps of the nice value from the process's own: below
 // normal runs at a lower share of the processor than the process's other threads,
 // above normal at a higher one, each step about a factor of 3.
-constexpr PriorityNice kPriorityNice[] = {
+constexpr tag_PRIORITYNICE kPriorityNice[] = {
     {THREAD_PRIORITY_IDLE, 19},        {THREAD_PRIORITY_LOWEST, 10},
     {THREAD_PRIORITY_BELOW_NORMAL, 5}, {THREAD_PRIORITY_NORMAL, 0},
     {THREAD_PRIORITY_ABOVE_NORMAL, -5}, {THREAD_PRIORITY_HIGHEST, -10},
     {THREAD_PRIORITY_TIME_CRITICAL, -20},
 };
 
-const PriorityNice* FindPriority(int nPriority)
+const tag_PRIORITYNICE* FindPriority(int nPriority)
 {
-    for (const PriorityNice& entry : kPriorityNice) {
+    for (const tag_PRIORITYNICE& entry : kPriorityNice) {
         if (entry.nPriority == nPriority)
             return &entry;
     }
@@ -53,7 +53,7 @@ int ProcessNice()
 
 // Sets the nice value of a running thread. Without privilege a thread may only be
 // made nicer; a refusal leaves the priority recorded and nothing else.
-void ApplyPriority(const ThreadObject& thread)
+void ApplyPriority(const CThreadObject& thread)
 {
     if (thread.m_nKernelTid == 0 || thread.m_bEnded)
         return;
@@ -69,12 +69,12 @@ TObject* FindObject(HANDLE hObject)
     return dynamic_cast<TObject*>(FindHandle(hObject).get());
 }
 
-void RunThread(const std::shared_ptr<ThreadObject>& pThread)
+void RunThread(const std::shared_ptr<CThreadObject>& pThread)
 {
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     {
         PlatformLock lock(state.m_mutex);
-        ThreadState& self = AttachThreadObject(lock, pThread);
+        tag_THREADSTATE& self = AttachThreadObject(lock, pThread);
         pThread->m_nKernelTid = gettid();
         ApplyPriority(*pThread);
         PassSuspensionPoint(lock, self);
@@ -91,20 +91,20 @@ constexpr int kNoObject = -1;
 
 } // namespace
 
-DWORD WaitForObjects(PlatformLock& lock, ThreadState& self, DWORD nCount, const HANDLE* pHandles,
+DWORD WaitForObjects(PlatformLock& lock, tag_THREADSTATE& self, DWORD nCount, const HANDLE* pHandles,
                      bool bWaitAll, DWORD dwMilliseconds, const std::function<bool()>& fnInput,
                      const std::function<std::optional<TimeMs>()>& fnNextDue)
 {
     if (nCount > MAXIMUM_WAIT_OBJECTS || (nCount > 0 && pHandles == nullptr))
         return WAIT_FAILED;
-    std::vector<std::shared_ptr<KernelObject>> objects;
+    std::vector<std::shared_ptr<CKernelObject>> objects;
     for (DWORD i = 0; i < nCount; ++i) {
         objects.push_back(FindHandle(pHandles[i]));
         if (objects.back() == nullptr)
             return WAIT_FAILED;
     }
     DWORD dwThreadId = self.m_dwThreadId;
-    auto fnIsSignalled = [dwThreadId](const std::shared_ptr<KernelObject>& pObject) {
+    auto fnIsSignalled = [dwThreadId](const std::shared_ptr<CKernelObject>& pObject) {
         return pObject->IsSignalledFor(dwThreadId);
     };
     // The index the wait would return now, or kNoObject.
@@ -147,9 +147,9 @@ HANDLE CreateThread(LPVOID, DWORD, LPTHREAD_START_ROUTINE lpStartAddress, LPVOID
 {
     if (lpStartAddress == nullptr)
         return nullptr;
-    PlatformState& state = GetPlatformState();
+    tag_PLATFORMSTATE& state = GetPlatformState();
     PlatformLock lock(state.m_mutex);
-    auto pThread = std::make_shared<ThreadObject>();
+    auto pThread = std::make_shared<CThreadObject>();
     pThread->m_dwThreadId = state.m_dwNextThreadId++;
     pThread->m_pfnStart = lpStartAddress;
     pThread->m_pParameter = lpParameter;
@@ -173,7 +173,7 @@ DWORD GetCurrentThreadId()
 BOOL GetExitCodeThread(HANDLE hThread, LPDWORD lpExitCode)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pThread = FindObject<ThreadObject>(hThread);
+    auto* pThread = FindObject<CThreadObject>(hThread);
     if (pThread == nullptr || lpExitCode == nullptr)
         return FALSE;
     *lpExitCode = pThread->m_dwExitCode;
@@ -189,11 +189,11 @@ constexpr DWORD kNotAThread = 0xFFFFFFFFu;
 DWORD SuspendThread(HANDLE hThread)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pThread = FindObject<ThreadObject>(hThread);
+    auto* pThread = FindObject<CThreadObject>(hThread);
     if (pThread == nullptr || pThread->m_bEnded)
         return kNotAThread;
     DWORD dwPrevious = pThread->m_dwSuspendCount++;
-    ThreadState& self = GetCurrentThreadState(lock);
+    tag_THREADSTATE& self = GetCurrentThreadState(lock);
     if (self.m_pThreadObject.get() == pThread)
         PassSuspensionPoint(lock, self);
     return dwPrevious;
@@ -202,7 +202,7 @@ DWORD SuspendThread(HANDLE hThread)
 DWORD ResumeThread(HANDLE hThread)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pThread = FindObject<ThreadObject>(hThread);
+    auto* pThread = FindObject<CThreadObject>(hThread);
     if (pThread == nullptr)
         return kNotAThread;
     DWORD dwPrevious = pThread->m_dwSuspendCount;
@@ -216,7 +216,7 @@ DWORD ResumeThread(HANDLE hThread)
 BOOL SetThreadPriority(HANDLE hThread, int nPriority)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pThread = FindObject<ThreadObject>(hThread);
+    auto* pThread = FindObject<CThreadObject>(hThread);
     if (pThread == nullptr || FindPriority(nPriority) == nullptr)
         return FALSE;
     pThread->m_nPriority = nPriority;
@@ -227,14 +227,14 @@ BOOL SetThreadPriority(HANDLE hThread, int nPriority)
 int GetThreadPriority(HANDLE hThread)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pThread = FindObject<ThreadObject>(hThread);
+    auto* pThread = FindObject<CThreadObject>(hThread);
     return pThread == nullptr ? THREAD_PRIORITY_ERROR_RETURN : pThread->m_nPriority;
 }
 
 HANDLE CreateEvent(LPVOID, BOOL bManualReset, BOOL bInitialState, LPCSTR)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto pEvent = std::make_shared<EventObject>();
+    auto pEvent = std::make_shared<CEventObject>();
     pEvent->m_bManualReset = bManualReset != FALSE;
     pEvent->m_bSignalled = bInitialState != FALSE;
     return AddHandle(std::move(pEvent));
@@ -245,7 +245,7 @@ namespace {
 BOOL SetEventState(HANDLE hEvent, bool bSignalled)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pEvent = FindObject<EventObject>(hEvent);
+    auto* pEvent = FindObject<CEventObject>(hEvent);
     if (pEvent == nullptr)
         return FALSE;
     pEvent->m_bSignalled = bSignalled;
@@ -268,7 +268,7 @@ BOOL ResetEvent(HANDLE hEvent)
 HANDLE CreateMutex(LPVOID, BOOL bInitialOwner, LPCSTR)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto pMutex = std::make_shared<MutexObject>();
+    auto pMutex = std::make_shared<CMutexObject>();
     if (bInitialOwner)
         pMutex->AcquireFor(GetCurrentThreadState(lock).m_dwThreadId);
     return AddHandle(std::move(pMutex));
@@ -277,7 +277,7 @@ HANDLE CreateMutex(LPVOID, BOOL bInitialOwner, LPCSTR)
 BOOL ReleaseMutex(HANDLE hMutex)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    auto* pMutex = FindObject<MutexObject>(hMutex);
+    auto* pMutex = FindObject<CMutexObject>(hMutex);
     if (pMutex == nullptr || pMutex->m_dwOwner != GetCurrentThreadState(lock).m_dwThreadId)
         return FALSE;
     if (--pMutex->m_nRecursion == 0) {
@@ -298,7 +298,7 @@ DWORD WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAl
     if (nCount == 0)
         return WAIT_FAILED;
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentThreadState(lock);
+    tag_THREADSTATE& self = GetCurrentThreadState(lock);
     return WaitForObjects(lock, self, nCount, lpHandles, bWaitAll != FALSE, dwMilliseconds, {},
                           {});
 }
@@ -306,7 +306,7 @@ DWORD WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAl
 void Sleep(DWORD dwMilliseconds)
 {
     PlatformLock lock(GetPlatformState().m_mutex);
-    ThreadState& self = GetCurrentThreadState(lock);
+    tag_THREADSTATE& self = GetCurrentThreadState(lock);
     if (dwMilliseconds == 0) {
         PassSuspensionPoint(lock, self);
         lock.unlock();

@@ -56,17 +56,6 @@ ZNDVR_API BOOL ResetEvent(HANDLE hEvent);
 ZNDVR_API HANDLE CreateMutex(LPVOID lpMutexAttributes, BOOL bInitialOwner, LPCSTR lpName);
 ZNDVR_API BOOL ReleaseMutex(HANDLE hMutex);
 
-inline HANDLE CreateEventA(LPVOID lpEventAttributes, BOOL bManualReset, BOOL bInitialState,
-                           LPCSTR lpName)
-{
-    return CreateEvent(lpEventAttributes, bManualReset, bInitialState, lpName);
-}
-
-inline HANDLE CreateMutexA(LPVOID lpMutexAttributes, BOOL bInitialOwner, LPCSTR lpName)
-{
-    return CreateMutex(lpMutexAttributes, bInitialOwner, lpName);
-}
-
 // Waits on events, mutexes and threads (a thread is signalled when it has ended).
 ZNDVR_API DWORD WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds);
 ZNDVR_API DWORD WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL bWaitAll,

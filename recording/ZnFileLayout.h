@@ -5,6 +5,8 @@
 // records (the CFile forms move the file's position); reentrant.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "platform/CFile.h"
 #include "platform/CString.h"
 #include "platform/WinTypes.h"

@@ -1,14 +1,9 @@
 // The table of the host program's commands, in the order --help lists them.
 #include "Commands.h"
 
-int RunVolumesCommand(std::span<char* const> args);
-int RunBoardsCommand(std::span<char* const> args);
-int RunRecordCommand(std::span<char* const> args);
-int RunDevicesCommand(std::span<char* const> args);
-
 namespace {
 
-constexpr ToolCommand kCommands[] = {
+constexpr tag_TOOLCOMMAND kCommands[] = {
     {"volumes", "[DIR...]", "show the volume of each directory and whether it can hold recordings",
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
@@ -18,11 +13,18 @@ constexpr ToolCommand kCommands[] = {
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
     {"devices", "", "list the wave-in and wave-out devices with the sound formats each accepts", &RunDevicesCommand},
+    {"play", "FILE [--speed N] [--from HH:MM:SS | --block B --frame F] [--device NAME | --no-sound]",
+     "play a recording in real time with a progress line; keys pause, speed up, slow down and quit",
+     &RunPlayCommand},
+    {"export", "FILE -o OUT [--fps N] [--h263]",
+     "write a recording's pictures and sound to OUT: .y4m, .png (with %04d), .wav, .mp4/.mkv through ffmpeg, "
+     "or with --h263 an H.263 stream rewritten without loss",
+     &RunExportCommand},
 };
 
 } // namespace
 
-std::span<const ToolCommand> GetToolCommands()
+std::span<const tag_TOOLCOMMAND> GetToolCommands()
 {
     return kCommands;
 }

@@ -5,11 +5,18 @@
 #include <span>
 #include <string_view>
 
-struct ToolCommand {
+struct tag_TOOLCOMMAND {
     std::string_view strName;
     std::string_view strUsage;
     std::string_view strSummary;
     int (*pfnRun)(std::span<char* const> args);
 };
 
-std::span<const ToolCommand> GetToolCommands();
+std::span<const tag_TOOLCOMMAND> GetToolCommands();
+
+int RunVolumesCommand(std::span<char* const> args);
+int RunBoardsCommand(std::span<char* const> args);
+int RunRecordCommand(std::span<char* const> args);
+int RunDevicesCommand(std::span<char* const> args);
+int RunPlayCommand(std::span<char* const> args);
+int RunExportCommand(std::span<char* const> args);

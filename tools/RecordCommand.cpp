@@ -30,6 +30,14 @@ constexpr char kDefaultDirectory[] = "store";
 constexpr UINT kProgressTimer = 1;
 constexpr UINT kProgressPeriodMs = 1000;
 constexpr int kMaxFileCameras = 8;
+constexpr DWORD kMillisecondsPerSecond = 1000;
+constexpr unsigned long long kBytesPerKilobyte = 1024;
+// Every camera records at this size of the second revision's boards.
+constexpr tag_FRAMESIZE kRecordSize = FRAMESIZE_320X240_R2;
+// What InstallBoards answers for the default rack: record every camera of board 0.
+constexpr int kAllRackCameras = -1;
+// A board for footage has at least this many channels.
+constexpr int kMinFileBoardChannels = 2;
 
 struct tag_RECORDOPTIONS {
     int nSeconds = kDefaultSeconds;
@@ -106,14 +114,14 @@ protected:
     LRESULT OnProgress(WPARAM, LPARAM)
     {
         const DWORD dwElapsed = GetTickCount() - m_dwStart;
-        std::printf("%3lus", static_cast<unsigned long>((dwElapsed + 500) / 1000));
+        std::printf("%3lus", static_cast<unsigned long>((dwElapsed + kMillisecondsPerSecond / 2) / kMillisecondsPerSecond));
         for (const tag_CAMERARECORDING& recording : m_cameras) {
             std::printf("  cam%d %lu fr %llu KB %lu al", recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
-                        recording.nBytes / 1024, static_cast<unsigned long>(recording.dwAlarms));
+                        recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms));
         }
         std::printf("\n");
         std::fflush(stdout);
-        if (dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * 1000)
+        if (dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * kMillisecondsPerSecond)
             PostQuitMessage(0);
         return 0;
     }
@@ -185,18 +193,18 @@ bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options)
 }
 
 // The default rack, or one board whose cameras show the files; the number of cameras
-// to record, or 0 if the board can't be made.
+// to record, kAllRackCameras for the default rack, or 0 if the board can't be made.
 int InstallBoards(const tag_RECORDOPTIONS& options)
 {
     if (options.y4mFiles.empty()) {
         CVirtualRack::InstallDefault();
-        return -1;
+        return kAllRackCameras;
     }
     CVirtualRack::Clear();
     tag_VIRTUALBOARD board;
     const int nFiles = static_cast<int>(options.y4mFiles.size());
     // A two-stream board shares its channels between the streams: round up to even.
-    board.byChannels = static_cast<BYTE>(nFiles < 2 ? 2 : nFiles + nFiles % 2);
+    board.byChannels = static_cast<BYTE>(nFiles < kMinFileBoardChannels ? kMinFileBoardChannels : nFiles + nFiles % 2);
     for (const std::string& strFile : options.y4mFiles) {
         tag_CAMERASOURCE source;
         source.nKind = SOURCE_Y4MFILE;
@@ -253,7 +261,8 @@ bool PrintSummary(const CRecordHost& host, DWORD dwRevision, const tag_RECORDOPT
         std::printf("  camera %d: %lu frames (%lu lost signal), %lu written, %llu KB coded, %lu alarms; %s",
                     recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
                     static_cast<unsigned long>(recording.dwLost), static_cast<unsigned long>(recording.dwWritten),
-                    recording.nBytes / 1024, static_cast<unsigned long>(recording.dwAlarms), recording.strFile.c_str());
+                    recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms),
+                    recording.strFile.c_str());
         if (bOpened) {
             std::printf(" (%dx%d, %lu frames in %lu blocks", reader.GetVideoWidth(), reader.GetVideoHeight(),
                         static_cast<unsigned long>(reader.GetTotalFrameNum()),
@@ -313,19 +322,23 @@ int RunRecordCommand(std::span<char* const> args)
             std::fprintf(stderr, "zndvr record: no board found\n");
             return 1;
         }
-        if (video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr) != ZNRET_OK) {
+        if (video.OpenBoard(0, kRecordSize, 0, nullptr) != ZNRET_OK) {
             std::fprintf(stderr, "zndvr record: board 0 doesn't open\n");
             return 1;
         }
-        const int nCameras = nFileCameras > 0 ? nFileCameras : video.GetCameraNum(0);
+        const int nCameras = nFileCameras == kAllRackCameras ? video.GetCameraNum(0) : nFileCameras;
         std::vector<DWORD> soundDevices;
         std::string strError;
         if (options.bSound && !ChooseSoundDevices(options.strSoundDevice, nCameras, soundDevices, strError)) {
             std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
             return 2;
         }
+        tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
+        int nWidth = 0;
+        int nHeight = 0;
+        CVideo::GetVideoSize(kRecordSize, nStandard, nWidth, nHeight);
         CEncodeParam param;
-        AddWholePictureArea(param, 320, 240);
+        AddWholePictureArea(param, nWidth, nHeight);
         for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
             if (options.bSound) {
                 param.m_bEncodeSound = 1;

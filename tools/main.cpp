@@ -15,7 +15,7 @@ void PrintHelp()
                 "Without a command, zndvr runs '%.*s' with its defaults: the virtual boards, a\n"
                 "store in the working directory.\n\nCommands:\n",
                 static_cast<int>(kDefaultCommand.size()), kDefaultCommand.data());
-    for (const ToolCommand& command : GetToolCommands()) {
+    for (const tag_TOOLCOMMAND& command : GetToolCommands()) {
         std::printf("  %-12.*s %.*s\n      %.*s\n", static_cast<int>(command.strName.size()),
                     command.strName.data(), static_cast<int>(command.strUsage.size()),
                     command.strUsage.data(), static_cast<int>(command.strSummary.size()),
@@ -23,9 +23,9 @@ void PrintHelp()
     }
 }
 
-const ToolCommand* FindCommand(std::string_view strName)
+const tag_TOOLCOMMAND* FindCommand(std::string_view strName)
 {
-    for (const ToolCommand& command : GetToolCommands()) {
+    for (const tag_TOOLCOMMAND& command : GetToolCommands()) {
         if (command.strName == strName)
             return &command;
     }
@@ -37,7 +37,7 @@ const ToolCommand* FindCommand(std::string_view strName)
 int main(int argc, char** argv)
 {
     if (argc < 2) {
-        const ToolCommand* pDefault = FindCommand(kDefaultCommand);
+        const tag_TOOLCOMMAND* pDefault = FindCommand(kDefaultCommand);
         if (pDefault == nullptr) {
             PrintHelp();
             return 0;
@@ -53,7 +53,7 @@ int main(int argc, char** argv)
         std::printf("zndvr %s\n", ZNDVR_VERSION);
         return 0;
     }
-    const ToolCommand* pCommand = FindCommand(strFirst);
+    const tag_TOOLCOMMAND* pCommand = FindCommand(strFirst);
     if (pCommand == nullptr) {
         std::fprintf(stderr, "zndvr: unknown command '%s' (try --help)\n", argv[1]);
         return 2;

@@ -4,6 +4,8 @@
 // come from the stream's thread, the drawing and posting happen on the driver thread.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "driver/DriverRecords.h"
 #include "driver/virtual/CVirtualBoard.h"
 #include "driver/virtual/FrameSources.h"

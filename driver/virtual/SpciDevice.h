@@ -2,6 +2,8 @@
 // opened, kept alive while the device or one of its streams uses it.
 #pragma once
 
+#include "platform/PrivateHeader.h"
+
 #include "driver/CSpciIO.h"
 #include "driver/virtual/CVirtualBoard.h"
 

@@ -14,8 +14,6 @@ namespace {
 using Bytes = std::vector<BYTE>;
 
 constexpr DWORD kAllFlatFields = 0xF0000000;
-constexpr DWORD kRevisionHalfSize = 0x20020219;
-constexpr DWORD kRevisionFullSize = 0x20020114;
 
 void AppendLong(Bytes& aBytes, DWORD dwValue)
 {
@@ -483,70 +481,6 @@ TEST_F(CEncodeParamSetMaskInfo, NullOrItselfChangesNothing)
     m_channel.SetMaskInfo(&m_channel);
     ASSERT_EQ(m_channel.m_MaskList.GetCount(), 2);
     EXPECT_EQ(MaskAt(m_channel, 1), m_pKept);
-}
-
-class CEncodeParamMotion : public ::testing::Test {
-protected:
-    // Records the rectangles asked about and answers movement inside rcMoving only.
-    CEncodeParam::AreaMoveTest Recorder()
-    {
-        return [this](const CRect& rc) {
-            m_aAsked.push_back(rc);
-            return rc == m_rcMoving ? TRUE : FALSE;
-        };
-    }
-
-    CEncodeParam m_param;
-    std::vector<CRect> m_aAsked;
-    CRect m_rcMoving;
-};
-
-TEST_F(CEncodeParamMotion, HalfSizeRevisionTestsAtTheWorkingSizeOfTheStoredWidth)
-{
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 640, 240, 640, 240));
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 320, 240, 320, 240));
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 352, 288, 352, 288));
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 704, 576, 704, 576));
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 100, 100, 500, 400));
-    m_param.m_MaskList.AddTail(static_cast<CObject*>(nullptr));
-    m_param.AnalyseMotion(kRevisionHalfSize, Recorder());
-    EXPECT_EQ(m_aAsked, (std::vector<CRect>{CRect(0, 0, 320, 240), CRect(0, 0, 160, 128),
-                                             CRect(0, 0, 176, 144), CRect(0, 0, 352, 288),
-                                             CRect(0, 0, 100, 100)}));
-    EXPECT_EQ(MaskAt(m_param, 1)->GetMaskRect(), CRect(0, 0, 320, 240));
-    EXPECT_EQ(MaskAt(m_param, 1)->m_nWidth, 320);
-}
-
-TEST_F(CEncodeParamMotion, OtherRevisionsTestTheAreasOwnRectangle)
-{
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 320, 240, 320, 240));
-    m_param.AnalyseMotion(kRevisionFullSize, Recorder());
-    EXPECT_EQ(m_aAsked, (std::vector<CRect>{CRect(0, 0, 320, 240)}));
-}
-
-TEST_F(CEncodeParamMotion, OnlyTheMovingAreaAlarmsAfterItsRunOfFrames)
-{
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 16, 16, 352, 288));
-    m_param.m_MaskList.AddTail(NewMask(32, 32, 64, 64, 352, 288));
-    m_rcMoving = CRect(16, 16, 32, 32);
-    std::vector<int> aAlarms;
-    for (int nFrame = 0; nFrame < 6; ++nFrame)
-        aAlarms.push_back(m_param.AnalyseMotion(kRevisionHalfSize, Recorder()));
-    EXPECT_EQ(aAlarms, (std::vector<int>{0, 0, 1, 0, 0, 1}));
-    EXPECT_EQ(MaskAt(m_param, 0)->IsMove(), 0);
-    EXPECT_EQ(MaskAt(m_param, 1)->IsMove(), 1);
-
-    m_rcMoving = CRect();
-    EXPECT_EQ(m_param.AnalyseMotion(kRevisionHalfSize, Recorder()), 0);
-    EXPECT_EQ(MaskAt(m_param, 1)->IsMove(), 0);
-}
-
-TEST_F(CEncodeParamMotion, WithoutATestNoAreaMoves)
-{
-    m_param.m_MaskList.AddTail(NewMask(0, 0, 16, 16));
-    m_param.m_nAlarmFrameNum = 0;
-    EXPECT_EQ(m_param.AnalyseMotion(kRevisionFullSize, CEncodeParam::AreaMoveTest()), 0);
-    EXPECT_EQ(MaskAt(m_param, 0)->IsMove(), 0);
 }
 
 } // namespace

@@ -60,6 +60,42 @@ TEST(CameraChannelSignal, SecondRevisionMapsTheQuantiserToFourSteps)
     }
 }
 
+// Under the second revision the encoder works at half size: the width stored with an
+// area picks the working size its rectangle is taken to; other widths, and the first
+// revision, ask about the stored rectangle.
+TEST(CameraChannelSignal, MotionAreasAreAskedAboutAtTheEncodersWorkingSize)
+{
+    struct tag_AREACASE {
+        CRect rcArea;
+        int nWidth;
+        int nHeight;
+        DWORD dwRevision;
+        CRect rcAsked;
+    };
+    const tag_AREACASE cases[] = {
+        {CRect(0, 0, 640, 240), 640, 240, STREAM_REVISION_20020219, CRect(0, 0, 320, 240)},
+        {CRect(0, 0, 320, 240), 320, 240, STREAM_REVISION_20020219, CRect(0, 0, 160, 128)},
+        {CRect(0, 0, 352, 288), 352, 288, STREAM_REVISION_20020219, CRect(0, 0, 176, 144)},
+        {CRect(0, 0, 704, 576), 704, 576, STREAM_REVISION_20020219, CRect(0, 0, 352, 288)},
+        {CRect(0, 0, 100, 100), 500, 400, STREAM_REVISION_20020219, CRect(0, 0, 100, 100)},
+        {CRect(0, 0, 320, 240), 320, 240, STREAM_REVISION_20020114, CRect(0, 0, 320, 240)},
+    };
+    for (const tag_AREACASE& c : cases) {
+        CRect rcArea = c.rcArea;
+        const CMaskInfo area(&rcArea, c.nWidth, c.nHeight);
+        EXPECT_EQ(CCameraWnd::GetMotionTestRect(area, c.dwRevision), c.rcAsked) << c.nWidth << "x" << c.nHeight;
+        EXPECT_EQ(area.GetMaskRect(), c.rcArea) << "the area itself keeps its rectangle";
+    }
+}
+
+TEST(CameraChannelSignal, ChannelWithoutItsBoardDoesNotOpen)
+{
+    CEncodeParam param;
+    CCameraWnd camera;
+    EXPECT_EQ(camera.Open(0, nullptr, &param, STREAM_REVISION_20020114), 0);
+    EXPECT_EQ(camera.GetStatus(), static_cast<DWORD>(CAMSTATUS_NONE));
+}
+
 TEST_F(CameraChannelPipeline, EveryHundredAndSixtiethFrameIsAKeyFrame)
 {
     OpenBoard(SOURCE_STILL);

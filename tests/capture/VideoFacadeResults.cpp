@@ -137,6 +137,9 @@ TEST_F(VideoFacadeResults, VideoColorReachesTheDriverByTheSlotTable)
     color.wValue[0][1] = 77;
     // Camera 3 is the second camera of stream 1.
     ASSERT_EQ(video.SetVideoColor(0, 3, &color), ZNRET_OK);
+    // Camera 2, the first of stream 1, keeps settings of its own.
+    tag_VIDEOCOLOR other{};
+    ASSERT_EQ(video.SetVideoColor(0, 2, &other), ZNRET_OK);
     tag_VIDEOCOLOR back{};
     back.wValue[1][0] = 5;
     ASSERT_EQ(video.GetVideoColor(0, 3, &back), ZNRET_OK);

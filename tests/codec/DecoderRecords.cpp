@@ -168,6 +168,45 @@ TEST_F(DecoderRecords, RefusedRecordsLeavePlanesAndOutputUntouched)
     EXPECT_TRUE(OutputInsideReportedSize({FALSE, FALSE, 704, 576, 0, FALSE}));
 }
 
+// A player that decodes for its host holds a smaller area than the largest picture:
+// the size its output would have is known before anything is decoded.
+TEST_F(DecoderRecords, PicturesBeyondTheOutputCapacityAreRefusedBeforeDecoding)
+{
+    const struct {
+        int nWidth;
+        int nHeight;
+        BOOL bKeepSize;
+        int nOutputBytes;
+    } rows[] = {{352, 288, FALSE, 704 * 288 * 3}, {352, 288, TRUE, 352 * 288 * 3},
+                {160, 128, TRUE, 320 * 240 * 3},  {64, 32, FALSE, 64 * 32 * 3}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << row.nWidth << "x" << row.nHeight << " keep " << row.bKeepSize);
+        CTestDecoder wide;
+        ASSERT_TRUE(wide.Create(STREAM_REVISION_20020219));
+        std::string strPicture = IHeader(row.nWidth, row.nHeight, 4);
+        for (int i = 0; i < row.nWidth * row.nHeight / 256; ++i)
+            strPicture += FlatMacroblock(90);
+        const Record picture = PackBits(strPicture);
+        const auto decode = [&](const Record& record) {
+            return wide.DecodeOneFrame(record.data(), static_cast<int>(record.size()), output.data(), row.bKeepSize);
+        };
+        const std::vector<BYTE> planes = wide.AllPlanes();
+        wide.SetOutputCapacity(row.nOutputBytes - 1);
+        EXPECT_TRUE(decode(picture).bError);
+        EXPECT_EQ(wide.AllPlanes(), planes);
+        EXPECT_EQ(output[0], kGuard);
+        wide.SetOutputCapacity(row.nOutputBytes);
+        const DECODER_RETURN result = decode(picture);
+        ASSERT_FALSE(result.bError);
+        EXPECT_EQ(result.nWidth * result.nHeight * 3, row.nOutputBytes);
+        EXPECT_TRUE(OutputInsideReportedSize(result));
+        // A P picture keeps the size in force, so it is held to the capacity too.
+        wide.SetOutputCapacity(row.nOutputBytes - 1);
+        EXPECT_TRUE(decode({0x00, 0x00, 0x84, 0x00}).bError);
+        EXPECT_EQ(output[0], kGuard);
+    }
+}
+
 TEST_F(DecoderRecords, StartCodeIsFoundUpToBitOffset160)
 {
     const Record record = MakeRecords(96, 64, 1, 8)[0];

@@ -74,6 +74,7 @@ TEST(ByteBus, LogsEveryAccessWithItsArguments)
     EXPECT_EQ(traffic[3].nRetry, 3);
     EXPECT_EQ(traffic[3].nResult, -1);
     EXPECT_EQ(traffic[4].nAccess, BUS_UNLOCK);
+    EXPECT_EQ(traffic[4].nResult, 1);
     debi.ClearTraffic();
     EXPECT_TRUE(debi.GetTraffic().empty());
 }

@@ -149,7 +149,7 @@ TEST(WinThreadsTest, BelowNormalPriorityMakesTheThreadNicer)
 TEST(WinThreadsTest, EventsAreManualOrAutoResetAndSeveralWaitForTheFirstOrAll)
 {
     HANDLE hManual = CreateEvent(nullptr, TRUE, TRUE, nullptr);
-    HANDLE hAuto = CreateEventA(nullptr, FALSE, TRUE, nullptr);
+    HANDLE hAuto = CreateEvent(nullptr, FALSE, TRUE, nullptr);
     EXPECT_EQ(WaitForSingleObject(hManual, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(hManual, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(hAuto, 0), WAIT_OBJECT_0);
@@ -193,7 +193,7 @@ TEST(WinThreadsTest, SettingAnAutoResetEventReleasesOneOfTwoWaiters)
 
 TEST(WinThreadsTest, AMutexIsRecursiveForItsOwnerAndClosedToOthers)
 {
-    HANDLE hMutex = CreateMutexA(nullptr, FALSE, nullptr);
+    HANDLE hMutex = CreateMutex(nullptr, FALSE, nullptr);
     EXPECT_EQ(WaitForSingleObject(hMutex, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(hMutex, 0), WAIT_OBJECT_0);
     DWORD dwOther = 0;

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+static_assert(__cplusplus >= 202002L, "zndvr's headers are C++20; the package asks for it");
+
 int main()
 {
     CString strVolume = GetVolumePath("/");
