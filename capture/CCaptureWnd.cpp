@@ -3,6 +3,7 @@
 #include "vocabulary/BoardLayout.h"
 #include "capture/CCaptureStream.h"
 #include "capture/CVideo.h"
+#include "sound/CVoiceThread.h"
 
 #include <new>
 
@@ -52,15 +53,22 @@ int CCaptureWnd::Open(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, int 
         m_pStream[0] = nullptr;
         return 0;
     }
-    if (GetVersion().GetGeneration() > 1) {
-        // Without its second stream the board goes on with the cameras of the first.
+    const tag_AVVersion version = GetVersion();
+    if (version.GetGeneration() > 1) {
+        // Without its second stream the board goes on with the cameras of the first, and
+        // without sound of its own.
         m_pStream[1] = new (std::nothrow) CCaptureStream(this, m_pIO, 1);
         if (m_pStream[1] != nullptr &&
             !m_pStream[1]->Open(nWidth, nHeight, nStandard, nRecordSpeed, dwRevision)) {
             delete m_pStream[1];
             m_pStream[1] = nullptr;
         }
+        if (m_pStream[1] == nullptr)
+            return 1;
+    } else if (version.GetChannels() != 2) {
+        return 1;
     }
+    m_pVoice.reset(new (std::nothrow) CVoiceThread(GetDebi()));
     return 1;
 }
 
@@ -73,6 +81,7 @@ void CCaptureWnd::Close()
             pStream = nullptr;
         }
     }
+    m_pVoice.reset();
 }
 
 LRESULT CCaptureWnd::OnFrame(WPARAM nStream, LPARAM nCamera)
@@ -178,7 +187,7 @@ int CCaptureWnd::GetBoard()
 
 CVoiceThread* CCaptureWnd::GetVoiceThread()
 {
-    return m_pVoice;
+    return m_pVoice.get();
 }
 
 tag_AVVersion CCaptureWnd::GetVersion()
