@@ -5,6 +5,7 @@ int RunVolumesCommand(std::span<char* const> args);
 int RunBoardsCommand(std::span<char* const> args);
 int RunRecordCommand(std::span<char* const> args);
 int RunDevicesCommand(std::span<char* const> args);
+int RunWavCommand(std::span<char* const> args);
 
 namespace {
 
@@ -18,6 +19,10 @@ constexpr ToolCommand kCommands[] = {
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
     {"devices", "", "list the wave-in and wave-out devices with the sound formats each accepts", &RunDevicesCommand},
+    {"wav", "play FILE [--device NAME] | record FILE -s SECONDS [--format N] [--device NAME]",
+     "play a WAVE file, or record one (format 5, 8 kHz 16-bit mono, unless --format says otherwise), on the "
+     "machine's sound devices or the named one; Ctrl-C stops and keeps what was recorded",
+     &RunWavCommand},
 };
 
 } // namespace

@@ -184,16 +184,17 @@ bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options)
     return static_cast<int>(options.y4mFiles.size()) <= kMaxFileCameras;
 }
 
-// The default rack, or one board whose cameras show the files; the number of cameras
-// to record, or 0 if the board can't be made.
+// The default rack, or one board whose cameras show the files; with sound the board has
+// sound inputs of its own. The number of cameras to record (-1 for all), or 0 if the
+// board can't be made.
 int InstallBoards(const tag_RECORDOPTIONS& options)
 {
-    if (options.y4mFiles.empty()) {
-        CVirtualRack::InstallDefault();
-        return -1;
-    }
     CVirtualRack::Clear();
     tag_VIRTUALBOARD board;
+    if (options.bSound)
+        AddBoardSound(board);
+    if (options.y4mFiles.empty())
+        return CVirtualRack::InstallBoard(board) < 0 ? 0 : -1;
     const int nFiles = static_cast<int>(options.y4mFiles.size());
     // A two-stream board shares its channels between the streams: round up to even.
     board.byChannels = static_cast<BYTE>(nFiles < 2 ? 2 : nFiles + nFiles % 2);
@@ -264,8 +265,8 @@ bool PrintSummary(const CRecordHost& host, DWORD dwRevision, const tag_RECORDOPT
             bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwDecoded == recording.dwWritten;
             std::string strSound;
             if (options.bSound) {
-                bAllReadBack = DescribeRecordedSound(recording.nCamera, options.strSoundDevice.empty(), code, strSound) &&
-                               bAllReadBack;
+                const bool bKnownSignal = options.strSoundDevice.empty() || recording.nCamera < BOARD_SOUND_CAMERAS;
+                bAllReadBack = DescribeRecordedSound(recording.nCamera, bKnownSignal, code, strSound) && bAllReadBack;
                 bAnySound = bAnySound || !code.empty();
                 std::printf("    %s\n", strSound.c_str());
             }
