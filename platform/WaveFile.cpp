@@ -83,7 +83,12 @@ bool ReadWave(HMMIO hmmio, std::size_t nSize, tag_WAVEFILEDATA& wave, std::strin
     std::size_t nBytes = std::min<std::size_t>(ck.cksize, nSize - std::min<std::size_t>(nSize, ck.dwDataOffset));
     nBytes -= nBytes % wave.format.nBlockAlign;
     wave.data.resize(nBytes);
-    return mmioRead(hmmio, reinterpret_cast<char*>(wave.data.data()), static_cast<LONG>(nBytes)) == static_cast<LONG>(nBytes);
+    if (nBytes > 0 && mmioRead(hmmio, reinterpret_cast<char*>(wave.data.data()), static_cast<LONG>(nBytes)) !=
+                          static_cast<LONG>(nBytes)) {
+        strReason = "the data chunk can't be read";
+        return false;
+    }
+    return true;
 }
 
 } // namespace

@@ -6,7 +6,6 @@
 #include "platform/CVirtualWave.h"
 #include "platform/TickClock.h"
 #include "recording/CZnFile.h"
-#include "sound/CAdpcm.h"
 #include "sound/CAdpcmSpeechEncoder.h"
 #include "sound/CWaveCodec.h"
 
@@ -40,11 +39,10 @@ std::vector<short> InputSignal(const tag_WAVESIGNAL& signal, std::size_t nSample
 
 std::vector<BYTE> CodeInOnePiece(const std::vector<short>& pcm)
 {
-    CAdpcm encoder;
-    EXPECT_EQ(encoder.Init(CAdpcm::kModeEncoder), 1);
+    std::unique_ptr<CSpeechEncoder> pEncoder = CAdpcmSpeechEncoder::Create();
     std::vector<BYTE> code(pcm.size() / 8 * 3);
     for (std::size_t n = 0; n < pcm.size(); n += 960)
-        encoder.Encode(&pcm[n], &code[n / 8 * 3], 960, 0);
+        pEncoder->Encode(&pcm[n], &code[n / 8 * 3], 960);
     return code;
 }
 
