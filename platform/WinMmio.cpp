@@ -135,7 +135,6 @@ bool ReadChunkHead(HMMIO__& file, MMCKINFO& ck)
     if (nHead + kChunkHeadBytes > kMaxPosition || !ReadDword(file, ck.ckid) || !ReadDword(file, ck.cksize))
         return false;
     ck.dwDataOffset = static_cast<DWORD>(nHead + kChunkHeadBytes);
-    ck.dwFlags = 0;
     ck.fccType = 0;
     // A form chunk too small for its form is passed over like any other chunk.
     if ((ck.ckid == FOURCC_RIFF || ck.ckid == FOURCC_LIST) && ck.cksize >= kFormBytes)

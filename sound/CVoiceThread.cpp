@@ -58,8 +58,6 @@ int CVoiceThread::Run()
     }
     for (HANDLE hEvent : {m_hStop, m_hExited, m_hStarted, m_hChannel[0], m_hChannel[1]})
         ResetEvent(hEvent);
-    for (std::atomic<CVoiceCodec*>& pCodec : m_pCodec)
-        pCodec = nullptr;
     m_hThread = CreateThread(nullptr, 0, &CVoiceThread::ThreadProc, this, 0, &m_dwThreadID);
     if (m_hThread == nullptr) {
         m_dwThreadID = 0;

@@ -74,6 +74,6 @@ private:
     HANDLE m_hChannel[CHANNELS];
     HANDLE m_hThread = nullptr;
     DWORD m_dwThreadID = 0;
-    // Written by the voice thread alone (and by Run before it starts).
+    // Written by the voice thread alone, which clears them when it ends.
     std::atomic<CVoiceCodec*> m_pCodec[CHANNELS] = {};
 };

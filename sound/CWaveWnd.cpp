@@ -53,10 +53,16 @@ void FormatToChunk(const WAVEFORMATEX& format, BYTE* pChunk)
     PutWord(pChunk + 14, format.wBitsPerSample);
 }
 
+// What tells the format apart; block size and byte rate follow from it.
 WAVEFORMATEX FormatFromChunk(const BYTE* pChunk)
 {
-    return WAVEFORMATEX{GetWord(pChunk), GetWord(pChunk + 2), GetDword(pChunk + 4), GetDword(pChunk + 8),
-                        GetWord(pChunk + 12), GetWord(pChunk + 14), 0};
+    return WAVEFORMATEX{GetWord(pChunk), GetWord(pChunk + 2), GetDword(pChunk + 4), 0, 0, GetWord(pChunk + 14), 0};
+}
+
+// A chunk to find or create by its name (and form).
+MMCKINFO ChunkNamed(FOURCC ckid, FOURCC fccType)
+{
+    return MMCKINFO{ckid, 0, fccType, 0, 0};
 }
 
 } // namespace
@@ -129,10 +135,10 @@ tag_WAVEWNDRESULT CWaveWnd::OpenSoundFile()
     m_hMmio = mmioOpen(m_strFile, nullptr, MMIO_READ);
     if (m_hMmio == nullptr)
         return WAVEWND_NOFILE;
-    m_ckRiff = MMCKINFO{0, 0, kFormWave, 0, 0};
+    m_ckRiff = ChunkNamed(FOURCC_RIFF, kFormWave);
     if (mmioDescend(m_hMmio, &m_ckRiff, nullptr, MMIO_FINDRIFF) != MMSYSERR_NOERROR)
         return WAVEWND_NOTWAVE;
-    m_ckData = MMCKINFO{kChunkFmt, 0, 0, 0, 0};
+    m_ckData = ChunkNamed(kChunkFmt, 0);
     if (mmioDescend(m_hMmio, &m_ckData, &m_ckRiff, MMIO_FINDCHUNK) != MMSYSERR_NOERROR)
         return WAVEWND_NOTWAVE;
     // A shorter format chunk doesn't say the sample size; it isn't guessed.
@@ -147,7 +153,7 @@ tag_WAVEWNDRESULT CWaveWnd::OpenSoundFile()
     if (nFmt == SOUNDFMT_UNKNOWN || !CWaveCodec::GetSoundFmt(nFmt, &m_Format))
         return WAVEWND_BADFORMAT;
     mmioAscend(m_hMmio, &m_ckData, 0);
-    m_ckData = MMCKINFO{kChunkData, 0, 0, 0, 0};
+    m_ckData = ChunkNamed(kChunkData, 0);
     if (mmioDescend(m_hMmio, &m_ckData, &m_ckRiff, MMIO_FINDCHUNK) != MMSYSERR_NOERROR)
         return WAVEWND_NOTWAVE;
     // A file cut short plays what it holds.
@@ -164,14 +170,12 @@ tag_WAVEWNDRESULT CWaveWnd::OpenSoundFile()
 // when the sound has run out (or the device refuses the buffer).
 bool CWaveWnd::QueueNextSound(WAVEHDR& hdr)
 {
-    const DWORD dwAlign = m_Format.nBlockAlign;
-    DWORD dwWant = std::min(m_dwDataLeft, static_cast<DWORD>(m_pCodec->m_nBufSize));
-    dwWant -= dwWant % dwAlign;
+    const DWORD dwWant = std::min(m_dwDataLeft, static_cast<DWORD>(m_pCodec->m_nBufSize));
     if (m_hMmio == nullptr || dwWant == 0)
         return false;
     const LONG nRead = mmioRead(m_hMmio, hdr.lpData, static_cast<LONG>(dwWant));
-    const DWORD dwGot = nRead > 0 ? static_cast<DWORD>(nRead) - static_cast<DWORD>(nRead) % dwAlign : 0;
-    // A read that comes short is the end of what the file holds.
+    // Whole frames only; a read that comes short, or ends in part of a frame, is the end.
+    const DWORD dwGot = nRead > 0 ? static_cast<DWORD>(nRead) - static_cast<DWORD>(nRead) % m_Format.nBlockAlign : 0;
     m_dwDataLeft = dwGot == dwWant ? m_dwDataLeft - dwGot : 0;
     if (dwGot == 0)
         return false;
@@ -198,16 +202,15 @@ bool CWaveWnd::IsDoneBuffer(WPARAM wParam, const WAVEHDR* pHdr) const
 
 // A buffer has played: it takes the next part of the file. When none is left and the
 // last buffer has played, the file is over.
-LRESULT CWaveWnd::OnWomDone(WPARAM wParam, LPARAM lParam)
+void CWaveWnd::OnWomDone(WPARAM wParam, LPARAM lParam)
 {
     auto* pHdr = reinterpret_cast<WAVEHDR*>(lParam);
     if (m_nState != STATE_PLAYING || !IsDoneBuffer(wParam, pHdr))
-        return 0;
+        return;
     waveOutUnprepareHeader(m_pCodec->m_hWaveOut, pHdr, sizeof(WAVEHDR));
     pHdr->dwFlags = 0;
     if (!QueueNextSound(*pHdr) && m_pCodec->CountQueued() == 0)
         StopPlay(1);
-    return 0;
 }
 
 void CWaveWnd::StopPlay(int bNotify)
@@ -255,17 +258,17 @@ bool CWaveWnd::CreateSoundFile()
     m_hMmio = mmioOpen(m_strFile, nullptr, MMIO_CREATE | MMIO_WRITE);
     if (m_hMmio == nullptr)
         return false;
-    m_ckRiff = MMCKINFO{0, 0, kFormWave, 0, 0};
+    m_ckRiff = ChunkNamed(FOURCC_RIFF, kFormWave);
     if (mmioCreateChunk(m_hMmio, &m_ckRiff, MMIO_CREATERIFF) != MMSYSERR_NOERROR)
         return false;
-    m_ckData = MMCKINFO{kChunkFmt, static_cast<DWORD>(kFmtBytes), 0, 0, 0};
+    m_ckData = ChunkNamed(kChunkFmt, 0);
     BYTE fmt[kFmtBytes];
     FormatToChunk(m_Format, fmt);
     if (mmioCreateChunk(m_hMmio, &m_ckData, 0) != MMSYSERR_NOERROR ||
         mmioWrite(m_hMmio, reinterpret_cast<const char*>(fmt), kFmtBytes) != kFmtBytes ||
         mmioAscend(m_hMmio, &m_ckData, 0) != MMSYSERR_NOERROR)
         return false;
-    m_ckData = MMCKINFO{kChunkData, 0, 0, 0, 0};
+    m_ckData = ChunkNamed(kChunkData, 0);
     return mmioCreateChunk(m_hMmio, &m_ckData, 0) == MMSYSERR_NOERROR;
 }
 
@@ -280,22 +283,21 @@ bool CWaveWnd::WriteSound(const WAVEHDR& hdr)
 
 // A buffer is full: its sound goes into the file and the buffer back to the device. A
 // write that fails ends the recording with the file finished as far as it got.
-LRESULT CWaveWnd::OnWimData(WPARAM wParam, LPARAM lParam)
+void CWaveWnd::OnWimData(WPARAM wParam, LPARAM lParam)
 {
     auto* pHdr = reinterpret_cast<WAVEHDR*>(lParam);
     if (m_nState != STATE_RECORDING || !IsDoneBuffer(wParam, pHdr))
-        return 0;
+        return;
     HWAVEIN hIn = m_pCodec->m_hWaveIn;
     waveInUnprepareHeader(hIn, pHdr, sizeof(WAVEHDR));
     pHdr->dwFlags = 0;
     if (!WriteSound(*pHdr)) {
         StopRecord();
-        return 0;
+        return;
     }
     pHdr->dwBufferLength = static_cast<DWORD>(m_pCodec->m_nBufSize);
     waveInPrepareHeader(hIn, pHdr, sizeof(WAVEHDR));
     waveInAddBuffer(hIn, pHdr, sizeof(WAVEHDR));
-    return 0;
 }
 
 // Writes the buffers the device has returned and whose notices wait in the queue;

@@ -66,8 +66,8 @@ public:
     DWORD GetDataBytes() const;
 
 protected:
-    LRESULT OnWomDone(WPARAM wParam, LPARAM lParam);
-    LRESULT OnWimData(WPARAM wParam, LPARAM lParam);
+    void OnWomDone(WPARAM wParam, LPARAM lParam);
+    void OnWimData(WPARAM wParam, LPARAM lParam);
     DECLARE_MESSAGE_MAP()
 
 private:

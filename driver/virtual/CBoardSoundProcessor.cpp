@@ -119,7 +119,6 @@ void CBoardSoundProcessor::SetFault(int nChannel, tag_SOUNDFAULT nFault)
         return;
     // A stall freezes the channel's time; when it ends the coding goes on from there.
     if (nFault == SOUNDFAULT_STALLED) {
-        Produce(channel);
         channel.dwStallTime = GetTickCount();
     } else if (channel.nFault == SOUNDFAULT_STALLED) {
         channel.dwBase += GetTickCount() - channel.dwStallTime;
@@ -134,7 +133,7 @@ tag_SOUNDCHANNELSTATE CBoardSoundProcessor::GetChannelState(int nChannel) const
 }
 
 // The input is heard from the start of its signal, through a coder at the start of its
-// stream, as when the processor starts a channel.
+// stream, as when the processor starts a channel. Its buffer is empty: a stop left it so.
 void CBoardSoundProcessor::Start(tag_CHANNEL& channel)
 {
     if (channel.bRunning)
@@ -146,9 +145,6 @@ void CBoardSoundProcessor::Start(tag_CHANNEL& channel)
     channel.bRunning = true;
     channel.dwBase = GetTickCount();
     channel.dwStallTime = channel.dwBase;
-    channel.nFirst = 0;
-    channel.nHeld = 0;
-    channel.byCount = COUNT_NONE;
     channel.state = tag_SOUNDCHANNELSTATE{true, 0, 0, 0};
 }
 

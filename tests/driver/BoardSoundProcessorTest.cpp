@@ -95,21 +95,27 @@ TEST_F(BoardSoundProcessor, CountsQuarterBlocksAndGivesTheInputsCodeInOrder)
     ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
     EXPECT_EQ(block, ExpectedBlock(0, 1));
     EXPECT_EQ(RequestCount(1), 13);
-    ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
+    Command(SOUND_COMMAND_STOP, 0);
+    Command(SOUND_COMMAND_START, 0);
+    ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES) << "another channel's stop leaves the block ready";
     EXPECT_EQ(block, ExpectedBlock(1, 0)) << "each input its own signal";
-    EXPECT_EQ(RequestCount(0), 5);
-    ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
-    EXPECT_EQ(block, ExpectedBlock(0, 2));
+    EXPECT_EQ(m_pSound->ReadCount(2), CBoardSoundProcessor::COUNT_NONE);
+    EXPECT_FALSE(m_pSound->GetChannelState(2).bRunning);
 
     // A stop drops what was held; a new start hears the input from its beginning.
-    Command(SOUND_COMMAND_STOP, 0);
-    EXPECT_EQ(RequestCount(0), CBoardSoundProcessor::COUNT_NONE);
-    EXPECT_FALSE(m_pSound->GetChannelState(0).bRunning);
-    Command(SOUND_COMMAND_START, 0);
+    EXPECT_EQ(RequestCount(0), 0);
+    EXPECT_TRUE(m_pSound->GetChannelState(1).bRunning);
     m_clock.Advance(120);
     EXPECT_EQ(RequestCount(0), 4);
     ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
     EXPECT_EQ(block, ExpectedBlock(0, 0));
+    const tag_SOUNDCHANNELSTATE state = m_pSound->GetChannelState(0);
+    EXPECT_TRUE(state.bRunning);
+    EXPECT_EQ(state.dwBlocksCoded, 1u);
+    EXPECT_EQ(state.dwBlocksRead, 1u);
+    Command(SOUND_COMMAND_STOP, 0);
+    EXPECT_EQ(RequestCount(0), CBoardSoundProcessor::COUNT_NONE);
+    EXPECT_FALSE(m_pSound->GetChannelState(0).bRunning);
 }
 
 TEST_F(BoardSoundProcessor, KeepsTheNewestSixteenBlocksAndShowsItsFaults)
@@ -128,12 +134,14 @@ TEST_F(BoardSoundProcessor, KeepsTheNewestSixteenBlocksAndShowsItsFaults)
     ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
     EXPECT_EQ(block, ExpectedBlock(0, 275 - 16));
 
-    // Busy: the count reads 255 while the sound goes on coming in.
+    // Busy: the count reads 255 while the sound goes on coming in; two more blocks in a
+    // full buffer push out the oldest.
     m_pSound->SetFault(0, SOUNDFAULT_BUSY);
-    m_clock.Advance(120);
+    m_clock.Advance(240);
     EXPECT_EQ(RequestCount(0), CBoardSoundProcessor::COUNT_NONE);
     m_pSound->SetFault(0, SOUNDFAULT_NONE);
     EXPECT_EQ(RequestCount(0), 16 * 4);
+    EXPECT_EQ(m_pSound->GetChannelState(0).dwBlocksLost, 9u + 249 + 1);
 
     // Stalled: the count stands still, reading goes on, and afterwards the sound goes on
     // where it stopped.
@@ -141,18 +149,18 @@ TEST_F(BoardSoundProcessor, KeepsTheNewestSixteenBlocksAndShowsItsFaults)
         RequestCount(0);
         ReadBlock(block);
     }
-    EXPECT_EQ(block, ExpectedBlock(0, 274));
+    EXPECT_EQ(block, ExpectedBlock(0, 275));
     m_pSound->SetFault(0, SOUNDFAULT_STALLED);
     m_clock.Advance(600);
     EXPECT_EQ(RequestCount(0), 4);
     ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
-    EXPECT_EQ(block, ExpectedBlock(0, 275));
+    EXPECT_EQ(block, ExpectedBlock(0, 276));
     EXPECT_EQ(RequestCount(0), 0);
     m_pSound->SetFault(0, SOUNDFAULT_NONE);
     m_clock.Advance(120);
     EXPECT_EQ(RequestCount(0), 4);
     ASSERT_EQ(ReadBlock(block), CBoardSoundProcessor::BLOCK_BYTES);
-    EXPECT_EQ(block, ExpectedBlock(0, 276));
+    EXPECT_EQ(block, ExpectedBlock(0, 277));
 }
 
 } // namespace

@@ -167,6 +167,10 @@ TEST_F(WaveWndTest, PlaysTheWholeSoundFromItsFirstSampleAndTellsTheEnd)
     WriteFile(file, MakeWave(WAVE_FORMAT_PCM, 2, 8000, 16, data));
     ASSERT_EQ(m_wave.Play(file.c_str(), CWaveWnd::ANY_DEVICE), 1) << CWaveWnd::GetResultText(m_wave.GetLastResult());
     EXPECT_EQ(m_wave.GetDevice(), kSpeakerId) << "the phone can't play stereo";
+    EXPECT_EQ(m_wave.GetDlgCtrlID(), 201);
+    char szName[32];
+    m_wave.GetWindowText(szName, sizeof(szName));
+    EXPECT_STREQ(szName, "wave wnd 1");
     EXPECT_EQ(m_wave.GetDataBytes(), data.size());
     EXPECT_EQ(m_wave.Play(file.c_str(), kSpeakerId), 0);
     EXPECT_EQ(m_wave.GetLastResult(), WAVEWND_BUSY);
@@ -210,6 +214,7 @@ TEST_F(WaveWndTest, RefusesWhatItCantPlayWithTheReason)
         {"extensible", MakeWave(0xFFFE, 2, 44100, 16, sound, 40), CWaveWnd::ANY_DEVICE, WAVEWND_BADFORMAT},
         {"24-bit", MakeWave(WAVE_FORMAT_PCM, 2, 8000, 24, sound), CWaveWnd::ANY_DEVICE, WAVEWND_BADFORMAT},
         {"44.1 kHz mono", MakeWave(WAVE_FORMAT_PCM, 1, 44100, 16, sound), CWaveWnd::ANY_DEVICE, WAVEWND_BADFORMAT},
+        {"73 536 Hz", MakeWave(WAVE_FORMAT_PCM, 1, 65536 + 8000, 16, sound), CWaveWnd::ANY_DEVICE, WAVEWND_BADFORMAT},
         {"14-byte format", MakeWave(WAVE_FORMAT_PCM, 1, 8000, 16, sound, 14), CWaveWnd::ANY_DEVICE, WAVEWND_BADFORMAT},
         {"1599 bytes", MakeWave(WAVE_FORMAT_PCM, 1, 8000, 8, Pattern(1599)), CWaveWnd::ANY_DEVICE, WAVEWND_SHORTDATA},
         {"stereo on the phone", MakeWave(WAVE_FORMAT_PCM, 2, 8000, 16, sound), kPhoneId, WAVEWND_NODEVICE},
@@ -229,6 +234,17 @@ TEST_F(WaveWndTest, RefusesWhatItCantPlayWithTheReason)
     Run(100);
     EXPECT_EQ(m_host.m_nEnds, 1);
     EXPECT_EQ(Played(kPhoneId), sound);
+
+    // A file cut short in the middle of a stereo frame plays its whole frames.
+    std::vector<BYTE> cut = MakeWave(WAVE_FORMAT_PCM, 2, 8000, 16, Pattern(4000));
+    cut.resize(cut.size() - (8 + 5000) - 4000 + 2003);
+    WriteFile(file, cut);
+    CVirtualWave::ClearPlayed(kSpeakerId);
+    ASSERT_EQ(m_wave.Play(file.c_str(), kSpeakerId), 1);
+    EXPECT_EQ(m_wave.GetDataBytes(), 2003u);
+    Run(100);
+    EXPECT_EQ(m_host.m_nEnds, 2);
+    EXPECT_EQ(Played(kSpeakerId), Pattern(2000));
 }
 
 TEST_F(WaveWndTest, RecordsTheExactHeadTrueSizesAndEverySampleUpToTheStop)
@@ -237,8 +253,10 @@ TEST_F(WaveWndTest, RecordsTheExactHeadTrueSizesAndEverySampleUpToTheStop)
     EXPECT_EQ(m_wave.Record(file.c_str(), SOUNDFMT_8K_16BIT_MONO, 7), 0);
     EXPECT_EQ(m_wave.GetLastResult(), WAVEWND_NODEVICE);
     EXPECT_FALSE(fs::exists(file)) << "no file without a device";
-    EXPECT_EQ(m_wave.Record((m_dir / "missing" / "x.wav").c_str(), SOUNDFMT_8K_16BIT_MONO, 0), 0);
-    EXPECT_EQ(m_wave.GetLastResult(), WAVEWND_NOFILE);
+    for (const char* pszUnwritable : {"missing/x.wav", "/dev/full"}) {
+        EXPECT_EQ(m_wave.Record((m_dir / pszUnwritable).c_str(), SOUNDFMT_8K_16BIT_MONO, 0), 0) << pszUnwritable;
+        EXPECT_EQ(m_wave.GetLastResult(), WAVEWND_NOFILE) << pszUnwritable;
+    }
 
     // 4.25 s: one full buffer of 3 s and the part in work at the stop.
     ASSERT_EQ(m_wave.Record(file.c_str(), SOUNDFMT_8K_16BIT_MONO, CWaveWnd::ANY_DEVICE), 1);
