@@ -36,7 +36,7 @@ void PutLe(std::vector<BYTE>& bytes, DWORD dwValue, int nBytes)
 
 void PutChunk(std::vector<BYTE>& bytes, const char* pszId, const std::vector<BYTE>& body)
 {
-    bytes.insert(bytes.end(), pszId, pszId + 4);
+    PutLe(bytes, mmioFOURCC(pszId[0], pszId[1], pszId[2], pszId[3]), 4);
     PutLe(bytes, static_cast<DWORD>(body.size()), 4);
     bytes.insert(bytes.end(), body.begin(), body.end());
     if (body.size() % 2 != 0)
@@ -268,16 +268,13 @@ TEST_F(WaveWndTest, RecordsTheExactHeadTrueSizesAndEverySampleUpToTheStop)
     EXPECT_EQ(m_host.m_nEnds, 0);
 
     const DWORD dwData = 4250 * 16;
+    // "RIFF", 36 + data, "WAVE", "fmt ", 16, tag 1 and 1 channel, 8000, 16000, align 2
+    // and 16 bits, "data", data.
     std::vector<BYTE> head;
-    const char* const pszTags[] = {"RIFF", "WAVE", "fmt ", "data"};
-    head.insert(head.end(), pszTags[0], pszTags[0] + 4);
-    PutLe(head, 36 + dwData, 4);
-    head.insert(head.end(), pszTags[1], pszTags[1] + 4);
-    head.insert(head.end(), pszTags[2], pszTags[2] + 4);
-    for (DWORD dwValue : {16u, 1u | 1u << 16, 8000u, 16000u, 2u | 16u << 16})
+    for (DWORD dwValue : {mmioFOURCC('R', 'I', 'F', 'F'), 36 + dwData, mmioFOURCC('W', 'A', 'V', 'E'),
+                          mmioFOURCC('f', 'm', 't', ' '), 16u, 1u | 1u << 16, 8000u, 16000u, 2u | 16u << 16,
+                          mmioFOURCC('d', 'a', 't', 'a'), dwData})
         PutLe(head, dwValue, 4);
-    head.insert(head.end(), pszTags[3], pszTags[3] + 4);
-    PutLe(head, dwData, 4);
     const std::vector<BYTE> bytes = ReadFile(file);
     ASSERT_EQ(bytes.size(), 44 + dwData);
     EXPECT_EQ(std::vector<BYTE>(bytes.begin(), bytes.begin() + 44), head);
