@@ -6,6 +6,7 @@
 #include "codec/CEncoder.h"
 #include "platform/TickClock.h"
 #include "platform/WinThreads.h"
+#include "sound/CVoiceCodec.h"
 
 #include <algorithm>
 #include <cstring>
@@ -332,19 +333,29 @@ void CCameraWnd::AttachSound()
         m_pFrameData->dwSoundLen = static_cast<DWORD>(nLen);
 }
 
-// Only a channel that encodes records sound. A source that can't be opened leaves the
-// channel silent, and the next frame tries again.
+// Only a channel that encodes records sound, from the board's own inputs where the
+// board has them for this camera, else from its wave-in device. Both give the same code
+// through the same calls. A source that can't be opened leaves the channel silent, and
+// the next frame tries again.
 void CCameraWnd::OpenSound()
 {
     if (m_pSound != nullptr || !m_pParam->m_bEncodeMode)
         return;
-    // Such a camera's sound comes over the board's byte bus from the board sound
-    // source; a channel on a board without one runs silent.
-    if (m_pCaptureWnd->IsBoardVoice(m_Info.nCamera))
-        return;
-    std::unique_ptr<CWaveCodec> pSound(new (std::nothrow) CWaveCodec);
-    if (pSound == nullptr || !pSound->Open(m_hWnd, m_pParam->m_dwSoundDev, SOUNDFMT_ADPCM, ZNFILE_READ))
-        return;
+    std::unique_ptr<CWaveCodec> pSound;
+    if (m_pCaptureWnd->IsBoardVoice(m_Info.nCamera)) {
+        // A board whose voice thread couldn't be made costs nothing at each frame.
+        CVoiceThread* pVoiceThread = m_pCaptureWnd->GetVoiceThread();
+        if (pVoiceThread == nullptr)
+            return;
+        std::unique_ptr<CVoiceCodec> pVoice(new (std::nothrow) CVoiceCodec);
+        if (pVoice == nullptr || !pVoice->OpenVoice(pVoiceThread, m_Info.nCamera))
+            return;
+        pSound = std::move(pVoice);
+    } else {
+        pSound.reset(new (std::nothrow) CWaveCodec);
+        if (pSound == nullptr || !pSound->Open(m_hWnd, m_pParam->m_dwSoundDev, SOUNDFMT_ADPCM, ZNFILE_READ))
+            return;
+    }
     pSound->StartRecord();
     m_pSound = std::move(pSound);
 }

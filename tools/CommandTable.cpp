@@ -22,6 +22,10 @@ constexpr tag_TOOLCOMMAND kCommands[] = {
      "write a recording's pictures and sound to OUT: .y4m, .png (with %04d), .wav, .mp4/.mkv through ffmpeg, "
      "or with --h263 an H.263 stream rewritten without loss",
      &RunExportCommand},
+    {"wav", "play FILE [--device NAME] | record FILE -s SECONDS [--format N] [--device NAME]",
+     "play a WAVE file, or record one (format 5, 8 kHz 16-bit mono, unless --format says otherwise), on the "
+     "machine's sound devices or the named one; Ctrl-C stops and keeps what was recorded",
+     &RunWavCommand},
 };
 
 } // namespace

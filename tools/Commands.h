@@ -21,3 +21,4 @@ int RunDisksCommand(std::span<char* const> args);
 int RunDevicesCommand(std::span<char* const> args);
 int RunPlayCommand(std::span<char* const> args);
 int RunExportCommand(std::span<char* const> args);
+int RunWavCommand(std::span<char* const> args);

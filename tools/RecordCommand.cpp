@@ -141,7 +141,13 @@ bool InstallInputs(const tag_RECORDOPTIONS& options, DWORD& dwRevision, std::vec
                    std::string& strError)
 {
     if (options.footageFiles.empty()) {
-        CVirtualRack::InstallDefault();
+        // The default rack's board, with sound inputs of its own when sound is recorded.
+        CVirtualRack::Clear();
+        tag_VIRTUALBOARD board;
+        if (options.bSound)
+            AddBoardSound(board);
+        if (CVirtualRack::InstallBoard(board, &strError) < 0)
+            return false;
         dwRevision = kRackRevision;
         boards.push_back({kRackFrameSize, CVirtualRack::GetBoard(0)->GetVersion().GetChannels(), ""});
         return true;
@@ -442,8 +448,11 @@ bool PrintSummary(const CRecordHost& host, const CRecordStore& store, DWORD dwRe
         bAllKept = PrintCameraFiles(recording, store, dwRevision, sound) && bAllKept;
         if (options.bSound) {
             std::string strSound;
-            bAllKept = DescribeRecordedSound(recording.nName, options.strSoundDevice.empty(), sound, strSound) &&
-                       bAllKept;
+            // Cameras that take the default board's own sound record its microphones
+            // also when a wave-in device is named for the others.
+            const bool bBoardSound = options.footageFiles.empty() && recording.nCamera < BOARD_SOUND_CAMERAS;
+            const bool bKnownSignal = options.strSoundDevice.empty() || bBoardSound;
+            bAllKept = DescribeRecordedSound(recording.nName, bKnownSignal, sound, strSound) && bAllKept;
             bAnySound = bAnySound || !sound.empty();
             std::printf("    %s\n", strSound.c_str());
         }

@@ -77,6 +77,13 @@ std::shared_ptr<CVirtualBoard> CVirtualBoard::Create(const tag_VIRTUALBOARD& set
         }
         pBoard->m_inputs.push_back(std::move(pInput));
     }
+    if (setup.sound.pfnCreateEncoder) {
+        std::string strError;
+        pBoard->m_pSound = CBoardSoundProcessor::Create(setup.sound, strError);
+        if (pBoard->m_pSound == nullptr)
+            return nullptr;
+        pBoard->m_bus.AttachSoundPort(pBoard->m_pSound);
+    }
     return pBoard;
 }
 
@@ -100,6 +107,11 @@ CSpciDebi* CVirtualBoard::GetDebi()
 CVirtualBus& CVirtualBoard::GetBus()
 {
     return m_bus;
+}
+
+CBoardSoundProcessor* CVirtualBoard::GetSoundProcessor()
+{
+    return m_pSound.get();
 }
 
 // The layout follows the shared board rules, so that capture finds each camera where

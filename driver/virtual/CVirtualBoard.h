@@ -5,6 +5,7 @@
 
 #include "driver/CSpciDebi.h"
 #include "driver/DriverRecords.h"
+#include "driver/virtual/CBoardSoundProcessor.h"
 #include "driver/virtual/CVirtualBus.h"
 #include "driver/virtual/FrameSources.h"
 #include "platform/Export.h"
@@ -40,6 +41,8 @@ struct tag_VIRTUALBOARD {
     tag_BOARDFAULTS faults;
     tag_PACING nPacing = PACING_REALTIME;
     int nFramesPerSecond = 0;  // of a stream; 0 takes the standard's: 30, or 25 for PAL
+    // The board's own sound inputs; a board whose sound has no coder has no sound processor.
+    tag_BOARDSOUND sound;
 };
 
 inline constexpr int READ_HISTORY = 64;
@@ -64,8 +67,9 @@ struct tag_STREAMRECORD {
 
 class ZNDVR_API CVirtualBoard {
 public:
-    // Null if a camera's source can't be made (a file that can't be read), with the
-    // camera, the file and the reason in *pstrError.
+    // Null if a camera's source can't be made (a file that can't be read as Y4M), or a
+    // sound input's (a WAVE file that can't be read), with the camera or input, the file
+    // and the reason in *pstrError.
     static std::shared_ptr<CVirtualBoard> Create(const tag_VIRTUALBOARD& setup, std::string* pstrError = nullptr);
 
     CVirtualBoard(const CVirtualBoard&) = delete;
@@ -76,6 +80,8 @@ public:
     // inputs and reads its registers and traffic.
     CSpciDebi* GetDebi();
     CVirtualBus& GetBus();
+    // The board's sound processor, or null.
+    CBoardSoundProcessor* GetSoundProcessor();
 
     // The layout the firmware word gives: streams, their cameras and first camera.
     int GetStreamCount() const;
@@ -130,6 +136,7 @@ private:
     int m_nFramesPerSecond;
     std::vector<std::unique_ptr<tag_CAMERAINPUT>> m_inputs;
     CVirtualBus m_bus;
+    std::shared_ptr<CBoardSoundProcessor> m_pSound;
     mutable std::mutex m_mutexRecords;
     tag_BOARDFAULTS m_faults;
     tag_STREAMRECORD m_records[MAX_BOARD_STREAMS];
