@@ -116,6 +116,7 @@ TEST_F(ZnFileReading, DiskErrorsAreReportedAndChangeNothing)
 
 TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
 {
+    const CZnFile fresh;
     CZnFile file("x", "y", "z");
     tag_CAMERAINFO info{};
     ASSERT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
@@ -143,6 +144,12 @@ TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
     // opening the object can be opened.
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     file.Close();
+    // A closed object, like a new one, describes no file.
+    for (const CZnFile* pFile : {static_cast<const CZnFile*>(&file), &fresh}) {
+        EXPECT_EQ(pFile->GetTotalBlock(), 0u);
+        EXPECT_EQ(pFile->GetTotalFrameNum(), 0u);
+        EXPECT_EQ(pFile->GetBlockInfo()->GetSize(), 0);
+    }
     EXPECT_EQ(file.Open(m_dir.Path("missing.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
 }

@@ -7,6 +7,9 @@
 
 #include <sys/stat.h>
 
+#include <cstdlib>
+#include <ctime>
+
 namespace {
 
 std::vector<TestFrame> MakeSequence(DWORD nFrames, DWORD dwSeed = 1)
@@ -221,6 +224,36 @@ TEST_F(ZnFileWriter, BlockCounterNeverWraps)
     ASSERT_EQ(OpenToRead(reader, m_dir.Path("full.zn")), 1);
     EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 0xFFFFu);
     EXPECT_EQ(reader.GetTotalFrameNum(), 0x10000u);
+}
+
+// The head keeps whole hours of local time ahead of UTC, folded into 0 to 23: a zone
+// behind UTC at noon UTC is 24 less its lag; one ahead of it late in the UTC day is the
+// lead however the local day turned.
+TEST_F(ZnFileWriter, GmtOffsetIsTheLocalLeadFoldedIntoOneDay)
+{
+    const char* pszOldZone = std::getenv("TZ");
+    const std::string strOldZone = pszOldZone != nullptr ? pszOldZone : "";
+    struct Case {
+        const char* pszZone;
+        int nUtcHour;
+        LONG nGmt;
+    };
+    const Case cases[] = {{"UTC0", 12, 0}, {"EST5", 12, 19}, {"EST5", 2, 19}, {"JST-9", 20, 9}, {"JST-9", 3, 9}};
+    CTestClock clock;
+    for (const Case& gmtCase : cases) {
+        SCOPED_TRACE(testing::Message() << gmtCase.pszZone << " at " << gmtCase.nUtcHour << ":00 UTC");
+        setenv("TZ", gmtCase.pszZone, 1);
+        clock.SetCurrentTime(1018828800 + gmtCase.nUtcHour * 3600);  // 2002-04-15 00:00 UTC
+        CZnFile file;
+        ASSERT_EQ(Open(file, "gmt.zn"), 1);
+        EXPECT_EQ(file.GetGmt(), gmtCase.nGmt);
+        file.Close();
+    }
+    if (pszOldZone != nullptr)
+        setenv("TZ", strOldZone.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
 }
 
 } // namespace
