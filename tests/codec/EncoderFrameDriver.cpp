@@ -161,6 +161,7 @@ TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
     EXPECT_TRUE(encoder.IsAreaMove(0, 128, 63, 159));
     EXPECT_TRUE(encoder.IsAreaMove(16, 128, 63, 159));   // columns 1 to 3
     EXPECT_FALSE(encoder.IsAreaMove(32, 128, 63, 159));  // columns 2 and 3
+    EXPECT_TRUE(encoder.IsAreaMove(0, 129, 63, 159));    // map row 0 alone
     EXPECT_FALSE(encoder.IsAreaMove(0, 0, 63, 15));
     EXPECT_TRUE(encoder.IsAreaMove(0, 0, kWidth, kHeight));
     EXPECT_FALSE(encoder.IsAreaMove(96, 0, kWidth, kHeight));   // columns run the same way
