@@ -169,6 +169,9 @@ TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
     // Rectangles far outside the picture stop at the map's edges.
     EXPECT_TRUE(encoder.IsAreaMove(-1000, -1000, 100000, 100000));
     EXPECT_FALSE(encoder.IsAreaMove(100000, 100000, -1000, -1000));
+    // The bottom macroblock row of the planes is the map's last row, at the top.
+    ASSERT_TRUE(Encode(Moved({{0, 8}, {1, 8}, {2, 8}}, 90), FALSE, 2).bMoved);
+    EXPECT_TRUE(encoder.IsAreaMove(0, 0, 47, 16));
 }
 
 TEST_F(FrameDriver, QuantiserOfZeroIsRefusedAndTheOldOneStays)
