@@ -97,6 +97,9 @@ TEST(CFileOpen, FailuresGiveFalseAndACause)
     CFile linked;
     EXPECT_FALSE(linked.Open((dir / "link").c_str(), CFile::modeRead | CFile::modeRegularOnly));
     EXPECT_TRUE(linked.Open((dir / "link").c_str(), CFile::modeRead));
+    // A reader asks for reading only: even the running program, which no one may write, opens.
+    CFile running;
+    EXPECT_TRUE(running.Open("/proc/self/exe", CFile::modeRead));
 }
 
 // A writer removes its file only while the name still leads to the file it holds.
