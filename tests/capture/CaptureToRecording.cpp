@@ -118,6 +118,8 @@ protected:
     void RecordAndCheck(BYTE byChannels, BYTE byGeneration, tag_FRAMESIZE nSize, const std::vector<int>& cameras,
                         std::size_t nFramesPerCamera)
     {
+        SCOPED_TRACE(static_cast<int>(byGeneration));
+        CVirtualRack::Clear();
         CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
         const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
         CTestClock clock(5000);
@@ -147,28 +149,14 @@ protected:
     }
 };
 
-TEST_F(CaptureToRecording, FirstGenerationBoardWithOneCamera)
+// One board of each generation: one camera, four on one stream, two streams at once, and
+// the wide PAL size.
+TEST_F(CaptureToRecording, EveryGenerationsFilesDecodeToThePreviews)
 {
     RecordAndCheck(4, 1, FRAMESIZE_160X112, {2}, 12);
-}
-
-TEST_F(CaptureToRecording, FirstGenerationBoardWithFourCamerasOnItsStream)
-{
     RecordAndCheck(4, 1, FRAMESIZE_176X144, {0, 1, 2, 3}, 6);
-}
-
-TEST_F(CaptureToRecording, GenerationZeroBoardWithTwoCameras)
-{
     RecordAndCheck(2, 0, FRAMESIZE_320X240, {0, 1}, 5);
-}
-
-TEST_F(CaptureToRecording, SecondGenerationBoardWithBothStreams)
-{
     RecordAndCheck(4, 2, FRAMESIZE_320X240_R2, {0, 1, 2, 3}, 5);
-}
-
-TEST_F(CaptureToRecording, SecondGenerationBoardWithTheWidePalSize)
-{
     RecordAndCheck(2, 2, FRAMESIZE_704X288_R2, {0, 1}, 4);
 }
 
