@@ -7,11 +7,8 @@ class BoardPorts : public CCaptureTest {
 protected:
     CVirtualBus* OpenPortBoard(BYTE byChannels, BYTE byGeneration)
     {
-        CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
-        const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
-        EXPECT_EQ(m_video.Open(&m_host, dwRevision), ZNRET_OK);
-        EXPECT_EQ(m_video.OpenBoard(0, byGeneration == 2 ? FRAMESIZE_320X240_R2 : FRAMESIZE_160X112, 0, nullptr),
-                  ZNRET_OK);
+        EXPECT_TRUE(OpenOn(m_video, m_host, MakeCaptureBoard(byChannels, byGeneration),
+                           byGeneration == 2 ? FRAMESIZE_320X240_R2 : FRAMESIZE_160X112));
         CVirtualBus* pDebi = &CVirtualRack::GetBoard(0)->GetBus();
         pDebi->ClearTraffic();
         return pDebi;
@@ -47,7 +44,7 @@ TEST_F(BoardCapabilities, FollowGenerationAndChannels)
         CVirtualRack::Clear();
         CVirtualRack::InstallBoard(MakeCaptureBoard(c.byChannels, c.byGeneration));
         CVideo video;
-        ASSERT_EQ(video.Open(&host, c.byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114), ZNRET_OK);
+        ASSERT_EQ(video.Open(&host, RevisionOf(c.byGeneration)), ZNRET_OK);
         EXPECT_EQ(video.IsIOSupport(0), c.bPorts) << int(c.byGeneration) << "/" << int(c.byChannels);
         EXPECT_EQ(video.IsVoiceSupport(0), c.bPorts);
         EXPECT_EQ(video.IsWatchDogSupport(0), c.bPorts);

@@ -122,7 +122,7 @@ TEST(CEncodeParamFlatBuffer, FieldOffsetsFollowTheSelectedBitsAndFlagsAreBits)
     param.m_nCheckSen = 0x1F;
     BYTE aBuf[16] = {};
     EXPECT_EQ(param.WriteToBuf(aBuf, sizeof(aBuf), 0x50000000), 8u);
-    EXPECT_EQ(Bytes(aBuf, aBuf + 8), (Bytes{1, 0, 0, 0, 0x1F, 0, 0, 0}));
+    EXPECT_EQ(Bytes(aBuf, aBuf + 9), (Bytes{1, 0, 0, 0, 0x1F, 0, 0, 0, 0})) << "nothing beyond the fields";
     EXPECT_EQ(param.WriteToBuf(aBuf, sizeof(aBuf), 0xD0000000), 12u);
     EXPECT_EQ(Bytes(aBuf, aBuf + 12), (Bytes{0x11, 0, 0, 0, 1, 0, 0, 0, 0x1F, 0, 0, 0}));
     EXPECT_EQ(param.WriteToBuf(aBuf, sizeof(aBuf), 0x20000000), 4u);
@@ -328,6 +328,9 @@ TEST(CEncodeParamSetParam, EachBitCopiesItsFieldsAndTheAreasBitEverything)
 
     CEncodeParam target;
     target.SetParam(nullptr, 0xFFFFFFFF);
+    target.SetParam(&source, 0x10000000);
+    EXPECT_EQ(target.m_nCheckSen, 30);
+    EXPECT_EQ(target.m_nQi, 10);
     target.SetParam(&source, 0x80000000);
     EXPECT_EQ(target.m_nQp, 21);
     EXPECT_EQ(target.m_nQi, 22);

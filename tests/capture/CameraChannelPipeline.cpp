@@ -16,10 +16,7 @@ class CameraChannelPipeline : public CCaptureTest {
 protected:
     void OpenBoard(tag_SOURCEKIND nKind, tag_FRAMESIZE nSize = FRAMESIZE_160X112, BYTE byGeneration = 1)
     {
-        CVirtualRack::InstallBoard(MakeCaptureBoard(4, byGeneration, nKind));
-        const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
-        ASSERT_EQ(m_video.Open(&m_host, dwRevision), ZNRET_OK);
-        ASSERT_EQ(m_video.OpenBoard(0, nSize, 0, nullptr), ZNRET_OK);
+        ASSERT_TRUE(OpenOn(m_video, m_host, MakeCaptureBoard(4, byGeneration, nKind), nSize));
         m_host.m_pfnOnFrame = [this](HWND, tag_ZNCAPTUREFRAME* pFrame) { CheckStampAndMoveClock(pFrame); };
     }
 

@@ -27,12 +27,10 @@ TEST_F(CaptureStreamRound, CamerasShareTheStreamsFrameRate)
         CVirtualRack::Clear();
         tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1);
         board.nPacing = PACING_REALTIME;
-        CVirtualRack::InstallBoard(board);
         CTestClock clock(1000);
         CHostWindow host;
         CVideo video;
-        ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
-        ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+        ASSERT_TRUE(OpenOn(video, host, board, FRAMESIZE_160X112));
         CEncodeParam param;
         for (int nCamera = 0; nCamera < nCameras; ++nCamera)
             ASSERT_EQ(video.OpenCamera(0, nCamera, &param, nullptr), ZNRET_OK);
@@ -53,10 +51,9 @@ TEST_F(CaptureStreamRound, CamerasShareTheStreamsFrameRate)
 
 TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2)));
     // Two streams and a 112-line size meet only on a board opened below the facade.
     CCaptureWnd board;
     ASSERT_TRUE(board.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
@@ -150,10 +147,9 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
         {640, 240, STANDARD_NTSC, STREAM_REVISION_20020219, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}},
          320, 240},
     };
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2)));
     CCaptureWnd refused;
     ASSERT_TRUE(refused.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
     EXPECT_FALSE(refused.Open(0, 240, STANDARD_NTSC, 0, STREAM_REVISION_20020114)) << "no width";
@@ -189,11 +185,9 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
 // most: with 10 channels stream 1 starts at camera 5, and cameras 4 and 9 have no slot.
 TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(10, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(10, 2), FRAMESIZE_320X240_R2));
     EXPECT_EQ(video.GetCameraNum(0), 10);
     CEncodeParam param;
     EXPECT_EQ(video.OpenCamera(0, 4, &param, nullptr), ZNRET_FAILED);
@@ -216,11 +210,9 @@ TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
 
 TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZero)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2, SOURCE_FAULTPATTERN));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2, SOURCE_FAULTPATTERN), FRAMESIZE_320X240_R2));
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
     ASSERT_TRUE(PumpUntil([&] { return Record(1).dwFramesDelivered > 30; }));
@@ -241,8 +233,7 @@ protected:
             tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1, SOURCE_STILL);
             board.nPacing = PACING_REALTIME;
             board.sources[0].nKind = nCameraZero;
-            CVirtualRack::InstallBoard(board);
-            ASSERT_EQ(m_video.Open(&m_host, STREAM_REVISION_20020114), ZNRET_OK);
+            ASSERT_TRUE(OpenOn(m_video, m_host, board));
             ASSERT_EQ(m_video.OpenBoard(0, FRAMESIZE_160X112, nSpeed, nullptr), ZNRET_OK);
         }
         CEncodeParam param;

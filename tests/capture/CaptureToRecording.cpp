@@ -120,16 +120,14 @@ protected:
     {
         SCOPED_TRACE(static_cast<int>(byGeneration));
         CVirtualRack::Clear();
-        CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
-        const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
+        const DWORD dwRevision = RevisionOf(byGeneration);
         CTestClock clock(5000);
         CHostWindow host;
         CStoreDir store;
         CRecordingHost recorder(host, clock, store, dwRevision);
         {
             CVideo video;
-            ASSERT_EQ(video.Open(&host, dwRevision), ZNRET_OK);
-            ASSERT_EQ(video.OpenBoard(0, nSize, 0, nullptr), ZNRET_OK);
+            ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(byChannels, byGeneration), nSize));
             CEncodeParam param;
             for (int nCamera : cameras)
                 ASSERT_EQ(video.OpenCamera(0, nCamera, &param, nullptr), ZNRET_OK) << nCamera;

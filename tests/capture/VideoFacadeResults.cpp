@@ -54,10 +54,9 @@ TEST_F(VideoFacadeResults, OpenBoardAndItsFailures)
 
 TEST_F(VideoFacadeResults, CameraOperationsNeedAnOpenBoardAndCamera)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 1)));
     CEncodeParam param;
     tag_CAMERASTATUS nStatus = CAMSTATUS_READY;
     EXPECT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_FAILED);
@@ -105,11 +104,9 @@ TEST_F(VideoFacadeResults, OnlyOneLivingFacadeCanBeOpened)
 
 TEST_F(VideoFacadeResults, BoardOfTheOtherRevisionsSizeReportsNoFrameSize)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2), FRAMESIZE_320X240_R2));
     tag_FRAMESIZE nSize = FRAMESIZE_INVALID;
     EXPECT_EQ(video.GetVideoSize(0, nSize), ZNRET_OK);
     EXPECT_EQ(nSize, FRAMESIZE_320X240_R2);
@@ -125,10 +122,9 @@ TEST_F(VideoFacadeResults, BoardOfTheOtherRevisionsSizeReportsNoFrameSize)
 
 TEST_F(VideoFacadeResults, VideoColorReachesTheDriverByTheSlotTable)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2)));
     tag_VIDEOCOLOR color{};
     EXPECT_EQ(video.SetVideoColor(0, 3, &color), ZNRET_NOT_AVAILABLE);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
