@@ -6,6 +6,7 @@
 #include "capture/CBoardList.h"
 #include "capture/CCaptureStream.h"
 #include "capture/CCaptureWnd.h"
+#include "driver/CSpciIO.h"
 #include "platform/TickClock.h"
 
 
@@ -122,6 +123,33 @@ TEST(CaptureStreamPicture, FaultPatternIsFourLumaBytesInLinesTwoToNine)
     }
 }
 
+// A stream opens on a working device and a board window, for a stream its board has, at
+// a picture of some size.
+TEST_F(CaptureStreamRound, StreamOpensOnlyWhereItsBoardHasIt)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
+    CSpciIO oneStream;
+    CSpciIO twoStreams;
+    CSpciIO closed;
+    ASSERT_NE(oneStream.Open(0), 0);
+    ASSERT_NE(twoStreams.Open(1), 0);
+    CCaptureWnd board;
+    ASSERT_TRUE(board.CreateEx(0, nullptr, "board", WS_POPUP, RECT{}, nullptr, 0));
+    const auto opens = [&](CCaptureWnd* pBoard, CSpciIO* pIO, int nStream, int nWidth, int nHeight) {
+        return CCaptureStream(pBoard, pIO, nStream).Open(nWidth, nHeight, STANDARD_NTSC, 0, STREAM_REVISION_20020114);
+    };
+    EXPECT_EQ(opens(&board, &oneStream, 0, 320, 240), 1);
+    EXPECT_EQ(opens(&board, &twoStreams, 1, 320, 240), 1);
+    EXPECT_EQ(opens(&board, &oneStream, 1, 320, 240), 0);
+    EXPECT_EQ(opens(&board, &twoStreams, 2, 320, 240), 0);
+    EXPECT_EQ(opens(&board, &closed, 0, 320, 240), 0);
+    EXPECT_EQ(opens(nullptr, &oneStream, 0, 320, 240), 0);
+    EXPECT_EQ(opens(&board, &oneStream, 0, 0, 240), 0);
+    EXPECT_EQ(opens(&board, &oneStream, 0, 320, 0), 0);
+    board.DestroyWindow();
+}
+
 // The part of the input a stream captures: left 12, top 22 (NTSC) or 24 (PAL), the
 // standard's whole picture, and input 1 on stream 1. The first revision's 640 x 240 on
 // stream 1 in PAL captures a window of that size.
@@ -204,8 +232,10 @@ TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
     EXPECT_STREQ(strName, "Camera(0,5)");
     EXPECT_EQ(pCamera->GetDlgCtrlID(), 105);
     EXPECT_EQ(pCamera->GetParent(), video.m_ppCaptureWnd[0].get());
+    const HWND hCamera = pCamera->GetSafeHwnd();
     ASSERT_EQ(video.CloseCamera(0, 5), ZNRET_OK);
     EXPECT_EQ(video.IsCameraStart(0, 5), 0);
+    EXPECT_FALSE(IsWindow(hCamera));
 }
 
 TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZero)
