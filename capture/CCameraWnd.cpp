@@ -7,6 +7,7 @@
 #include "platform/TickClock.h"
 #include "platform/WinThreads.h"
 #include "sound/CVoiceCodec.h"
+#include "vocabulary/VideoSignal.h"
 
 #include <algorithm>
 #include <cstring>
@@ -14,9 +15,6 @@
 
 namespace {
 
-// A sample above this level is lit; more than kSignalSamples of them make a signal.
-constexpr BYTE kSignalLuma = 20;
-constexpr int kSignalSamples = 10;
 
 // The quantisers the encoder takes.
 constexpr int kMinQuantiser = 1;
@@ -82,16 +80,7 @@ int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
 
 bool CCameraWnd::HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight)
 {
-    if (pFrame == nullptr)
-        return false;
-    const DWORD dwBytes = static_cast<DWORD>(nWidth) * nHeight * 2;
-    int nLit = 0;
-    // In UYVY every odd byte is a luma sample.
-    for (DWORD i = 1; i < dwBytes; i += 2) {
-        if (pFrame[i] > kSignalLuma && ++nLit > kSignalSamples)
-            return true;
-    }
-    return false;
+    return ::HasVideoSignal(pFrame, static_cast<DWORD>(nWidth) * static_cast<DWORD>(nHeight) * 2);
 }
 
 int CCameraWnd::Open(int nCamera, CCaptureWnd* pWnd, CEncodeParam* pParam, DWORD dwRevision)

@@ -45,6 +45,7 @@ set(ZNDVR_PUBLIC_HEADERS
   vocabulary/Messages.h
   vocabulary/SoundFormat.h
   vocabulary/StreamRevision.h
+  vocabulary/VideoSignal.h
   # the driver interface, and the virtual rack behind it
   driver/CSpciDebi.h
   driver/CSpciIO.h

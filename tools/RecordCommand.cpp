@@ -53,8 +53,6 @@ constexpr UINT WM_ZNREC_STOP = WM_APP + 1;
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
-// After a stop signal the exit status is the shell's for a death by that signal.
-constexpr int kExitSignalBase = 128;
 
 constexpr char kUsage[] = "usage: zndvr record [-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [FOOTAGE.y4m...]";
 
@@ -494,7 +492,7 @@ int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector
     const bool bAllKept = PrintSummary(host, store, dwRevision, options);
     if (store.HasWriteFailed() || !bAllKept)
         return kExitFailure;
-    return nSignal != 0 ? kExitSignalBase + nSignal : 0;
+    return nSignal != 0 ? STOP_EXIT_BASE + nSignal : 0;
 }
 
 } // namespace

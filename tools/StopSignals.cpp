@@ -64,7 +64,7 @@ void CStopSignals::Wait(DWORD dwThreadId, UINT nMessage)
         if (sigwait(&m_stopSignals, &nSignal) != 0 || nSignal == kEndWaiting)
             return;
         int nNone = 0;
-        if (m_nSignal.compare_exchange_strong(nNone, nSignal))
+        if (m_nSignal.compare_exchange_strong(nNone, nSignal) && nMessage != 0)
             ::PostThreadMessage(dwThreadId, nMessage, static_cast<WPARAM>(nSignal), 0);
     }
 }

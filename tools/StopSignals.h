@@ -1,6 +1,6 @@
 // The signals that ask a command to stop (SIGINT, SIGTERM, SIGHUP), turned into a
 // thread message to the command's thread, so that it stops between two messages and
-// closes what it has open. Made by a command on its main thread before it starts any
+// closes what it has open, or only noted, for a command that looks between frames. Made by a command on its main thread before it starts any
 // other thread, which then inherit the blocked signals; one at a time per process.
 #pragma once
 
@@ -9,6 +9,8 @@
 #include <atomic>
 #include <csignal>
 #include <thread>
+
+inline constexpr int STOP_EXIT_BASE = 128;
 
 class CStopSignals {
 public:
@@ -20,11 +22,15 @@ public:
     CStopSignals(const CStopSignals&) = delete;
     CStopSignals& operator=(const CStopSignals&) = delete;
 
-    // From now on the first stop signal posts nMessage, with the signal's number, to the
-    // calling thread. False if the waiting thread can't be made.
-    bool Watch(UINT nMessage);
+    // From now on the first stop signal is noted and, unless nMessage is 0, posts
+    // nMessage with the signal's number to the calling thread. False if the waiting thread
+    // can't be made.
+    bool Watch(UINT nMessage = 0);
     // The stop signal that came, or 0.
     int GetSignal() const;
+    bool IsStopped() const { return GetSignal() != 0; }
+    // The shell's exit status for a death by the signal that came: 128 + its number.
+    int GetExitStatus() const { return STOP_EXIT_BASE + GetSignal(); }
 
 private:
     void Wait(DWORD dwThreadId, UINT nMessage);

@@ -1,7 +1,8 @@
 // zndvr wav: plays a WAVE file, or records one, through CWaveWnd on a host window of
-// this thread, with a progress line each second. Ctrl-C stops cleanly: a recording is
+// this thread, with a progress line each second. Ctrl-C, SIGTERM and SIGHUP stop cleanly: a recording is
 // finished and kept. Without --device the machine's own devices are used.
 #include "Commands.h"
+#include "StopSignals.h"
 
 #include "platform/CVirtualWave.h"
 #include "platform/CWnd.h"
@@ -10,7 +11,6 @@
 #include "vocabulary/Messages.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,13 +27,6 @@ constexpr UINT kTickMs = 100;
 constexpr DWORD kProgressMs = 1000;
 constexpr char kUsage[] = "usage: zndvr wav play FILE [--device NAME]\n"
                           "       zndvr wav record FILE -s SECONDS [--format N] [--device NAME]\n";
-
-volatile std::sig_atomic_t g_bInterrupted = 0;
-
-void OnInterrupt(int)
-{
-    g_bInterrupted = 1;
-}
 
 struct tag_WAVOPTIONS {
     bool bRecord = false;
@@ -60,7 +53,8 @@ double SecondsOf(DWORD dwBytes, const WAVEFORMATEX& format)
 // at Ctrl-C, and prints the progress line.
 class CWavHost : public CWnd {
 public:
-    CWavHost(CWaveWnd& wave, const tag_WAVOPTIONS& options) : m_wave(wave), m_options(options)
+    CWavHost(CWaveWnd& wave, const tag_WAVOPTIONS& options, const CStopSignals& stop)
+        : m_wave(wave), m_options(options), m_stop(stop)
     {
         CreateEx(0, nullptr, "zndvr wav", WS_POPUP, RECT{0, 0, 0, 0}, nullptr, 0);
     }
@@ -94,8 +88,8 @@ protected:
             PrintProgress(dwElapsed);
         }
         const bool bTimeUp = m_options.bRecord && dwElapsed >= static_cast<DWORD>(m_options.nSeconds) * 1000;
-        if (g_bInterrupted || bTimeUp) {
-            m_bInterrupted = g_bInterrupted != 0;
+        if (m_stop.IsStopped() || bTimeUp) {
+            m_bInterrupted = m_stop.IsStopped();
             m_wave.StopPlay(0);
             m_wave.StopRecord();
             PostQuitMessage(0);
@@ -115,6 +109,7 @@ private:
 
     CWaveWnd& m_wave;
     const tag_WAVOPTIONS& m_options;
+    const CStopSignals& m_stop;
     DWORD m_dwStart = 0;
     DWORD m_dwNextLine = 0;
     bool m_bInterrupted = false;
@@ -182,6 +177,9 @@ bool ChooseDevice(const tag_WAVOPTIONS& options, DWORD& dwDevice, std::string& s
 
 int RunWavCommand(std::span<char* const> args)
 {
+    // Before any thread exists, so that all of them leave the stop signals to the one
+    // that waits for them.
+    CStopSignals stopSignals;
     tag_WAVOPTIONS options;
     std::string strError;
     if (!ParseOptions(args, options, strError)) {
@@ -198,7 +196,7 @@ int RunWavCommand(std::span<char* const> args)
         return 2;
     }
     CWaveWnd wave;
-    CWavHost host(wave, options);
+    CWavHost host(wave, options, stopSignals);
     const bool bStarted =
         wave.Open(host.m_hWnd) &&
         (options.bRecord ? wave.Record(options.strFile.c_str(), static_cast<tag_SOUNDFMT>(options.nFormat), dwDevice)
@@ -228,12 +226,9 @@ int RunWavCommand(std::span<char* const> args)
                     DescribeFormat(format).c_str(), static_cast<LPCSTR>(strDevice));
     std::fflush(stdout);
 
-    g_bInterrupted = 0;
-    auto pfnOldInt = std::signal(SIGINT, OnInterrupt);
-    auto pfnOldTerm = std::signal(SIGTERM, OnInterrupt);
+    if (!stopSignals.Watch())
+        std::fprintf(stderr, "zndvr wav: stop signals can't be watched; Ctrl-C ends it at once\n");
     const bool bInterrupted = host.Run();
-    std::signal(SIGINT, pfnOldInt);
-    std::signal(SIGTERM, pfnOldTerm);
     wave.Close();
 
     const char* pszHow = bInterrupted ? "stopped" : "done";

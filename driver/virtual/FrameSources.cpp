@@ -2,6 +2,8 @@
 // the order's buffer; a source allocates only when the delivered size changes.
 #include "driver/virtual/FrameSources.h"
 
+#include "vocabulary/VideoSignal.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -272,7 +274,7 @@ public:
         const std::size_t nBytes = FrameBytes(format);
         for (std::size_t i = 0; i < nBytes; i += 2) {
             pFrame[i] = 128;
-            pFrame[i + 1] = static_cast<BYTE>(SIGNAL_THRESHOLD_LUMA - 4 + noise.Next() % 5);
+            pFrame[i + 1] = static_cast<BYTE>(VIDEO_SIGNAL_LUMA - 4 + noise.Next() % 5);
         }
     }
 

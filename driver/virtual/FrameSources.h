@@ -39,9 +39,6 @@ struct tag_FRAMEFORMAT {
     tag_VIDEOSTANDARD1 nStandard;
 };
 
-// Luma at or below this level counts as no video signal.
-inline constexpr BYTE SIGNAL_THRESHOLD_LUMA = 20;
-
 class CFrameSource {
 public:
     virtual ~CFrameSource() = default;

@@ -3,6 +3,7 @@
 #include "DriverTestSupport.h"
 
 #include "driver/virtual/FrameSources.h"
+#include "vocabulary/VideoSignal.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -103,13 +104,13 @@ TEST(FrameSources, OnlyNoSignalStaysAtOrBelowTheSignalThreshold)
     const tag_GUARDEDFRAME dark = Draw(*CreateFrameSource({SOURCE_NOSIGNAL, 5, ""}), kCif, 0);
     for (std::size_t i = 0; i < dark.nBytes; i += 2) {
         ASSERT_EQ(dark.data[i], 128) << "chroma at byte " << i;
-        ASSERT_LE(dark.data[i + 1], SIGNAL_THRESHOLD_LUMA) << "luma at byte " << i + 1;
+        ASSERT_LE(dark.data[i + 1], VIDEO_SIGNAL_LUMA) << "luma at byte " << i + 1;
     }
     for (tag_SOURCEKIND nKind : {SOURCE_SYNTHETIC, SOURCE_STILL, SOURCE_FAULTPATTERN}) {
         const tag_GUARDEDFRAME frame = Draw(*CreateFrameSource({nKind, 5, ""}), kNtsc, 0);
         int nBright = 0;
         for (std::size_t i = 1; i < frame.nBytes; i += 2)
-            nBright += frame.data[i] > SIGNAL_THRESHOLD_LUMA ? 1 : 0;
+            nBright += frame.data[i] > VIDEO_SIGNAL_LUMA ? 1 : 0;
         EXPECT_GT(nBright, static_cast<int>(frame.nBytes / 4)) << nKind;
     }
 }
