@@ -407,24 +407,4 @@ TEST_F(CameraChannelMotion, AreasSetDuringCaptureAreScaledToTheFrameSizeAndClear
     EXPECT_EQ(current.m_MaskList.GetCount(), 1);
 }
 
-TEST_F(CameraChannelMotion, AreaOfNoStoredSizeIsTakenUnscaledAndCaptureGoesOn)
-{
-    OpenBoard(SOURCE_SYNTHETIC);
-    CEncodeParam param;
-    param.m_nAlarmFrameNum = 1;
-    ASSERT_EQ(m_video.OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
-    CRect rcAll(0, 0, 160, 112);
-    CMaskInfo area(&rcAll, 0, 0);
-    ASSERT_EQ(m_video.SetMask(0, 0, &area), ZNRET_OK);
-    CEncodeParam current;
-    ASSERT_EQ(m_video.GetEncodeParam(0, 0, &current), ZNRET_OK);
-    ASSERT_EQ(current.m_MaskList.GetCount(), 1);
-    EXPECT_EQ(static_cast<CMaskInfo*>(current.m_MaskList.GetHead())->GetMaskRect(), rcAll);
-    ASSERT_TRUE(PumpFrames(12));
-    int nAlarms = 0;
-    for (const tag_HOSTFRAME& frame : m_host.m_frames)
-        nAlarms += (frame.wFlags & ZNFRAME_ALARM) != 0;
-    EXPECT_GE(nAlarms, 3);
-}
-
 } // namespace
