@@ -133,9 +133,9 @@ TEST_F(DeviceTest, BoardKeepsCameraSourcesAndStreamRecords)
         EXPECT_EQ(drawn, expected) << "camera " << nCamera;
     }
     EXPECT_FALSE(pBoard->WriteFrame(4, drawn.data(), format, 500));
-    ASSERT_TRUE(pBoard->SetCameraSource(3, {SOURCE_NOSIGNAL, 9, ""}));
-    EXPECT_EQ(pBoard->GetCameraSource(3).nKind, SOURCE_NOSIGNAL);
-    pBoard->WriteFrame(3, drawn.data(), format, 500);
+    ASSERT_TRUE(pBoard->SetCameraSource(0, {SOURCE_NOSIGNAL, 9, ""}));
+    EXPECT_EQ(pBoard->GetCameraSource(0).nKind, SOURCE_NOSIGNAL);
+    pBoard->WriteFrame(0, drawn.data(), format, 500);
     EXPECT_LE(*std::max_element(drawn.begin(), drawn.end()), 128);
 
     pBoard->RecordOpen(1, nullptr, DRIVER_STANDARD_NTSC, tag_VideoPort{}, tag_PciPort{});
@@ -176,6 +176,7 @@ TEST_F(DeviceTest, FootagePicksTheFrameSizeOfItsPicture)
         {640, 480, STREAM_REVISION_20020114, FRAMESIZE_352X288},
         {720, 576, STREAM_REVISION_20020219, FRAMESIZE_352X288_R2},
         {330, 250, STREAM_REVISION_20020114, FRAMESIZE_320X240},
+        {400, 240, STREAM_REVISION_20020114, FRAMESIZE_320X240},
         {100, 50, STREAM_REVISION_20020114, FRAMESIZE_160X112},
         {100, 50, STREAM_REVISION_20020219, FRAMESIZE_320X240_R2},
     };
