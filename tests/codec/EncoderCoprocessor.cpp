@@ -114,12 +114,13 @@ int GroupsOf(const ENCODER_RETURN& result)
 // Codes the same scene with a CPU-only encoder and with the coprocessor encoder, decodes
 // the coprocessor's records and checks that all three hold the same picture after each
 // frame. Returns the groups of every record.
-std::vector<int> CodeAlongsideCpu(CCoprocessorEncoder& copEncoder, int nFrames, int nNoise)
+std::vector<int> CodeAlongsideCpu(CCoprocessorEncoder& copEncoder, int nFrames, int nNoise,
+                                  int nWidth = kWidth, int nHeight = kHeight)
 {
     CTestEncoder cpuEncoder;
     CTestDecoder decoder;
-    EXPECT_TRUE(cpuEncoder.Create(kWidth, kHeight, STREAM_REVISION_20020114, 0));
-    EXPECT_TRUE(copEncoder.Create(kWidth, kHeight, STREAM_REVISION_20020114, 1));
+    EXPECT_TRUE(cpuEncoder.Create(nWidth, nHeight, STREAM_REVISION_20020114, 0));
+    EXPECT_TRUE(copEncoder.Create(nWidth, nHeight, STREAM_REVISION_20020114, 1));
     EXPECT_TRUE(decoder.Create(STREAM_REVISION_20020114));
     cpuEncoder.m_bUseMMX = copEncoder.m_bUseMMX = decoder.m_bUseMMX = FALSE;
     for (CEncoder* pEncoder : {static_cast<CEncoder*>(&cpuEncoder), static_cast<CEncoder*>(&copEncoder)}) {
@@ -127,8 +128,8 @@ std::vector<int> CodeAlongsideCpu(CCoprocessorEncoder& copEncoder, int nFrames, 
         pEncoder->SetQp(6);
         pEncoder->SetIntraThreshold(1200);
     }
-    CScene scene(kWidth, kHeight, nNoise, 17, 6);
-    std::vector<BYTE> output(kWidth * kHeight * 3);
+    CScene scene(nWidth, nHeight, nNoise, 17, 6);
+    std::vector<BYTE> output(static_cast<std::size_t>(nWidth * nHeight * 3));
     std::vector<int> groups;
     for (int f = 0; f < nFrames; ++f) {
         const CPlanes source = scene.Next();
@@ -145,7 +146,7 @@ std::vector<int> CodeAlongsideCpu(CCoprocessorEncoder& copEncoder, int nFrames, 
         const DECODER_RETURN dec = decoder.DecodeOneFrame(cop.pBuffer, cop.nLength, output.data(), FALSE);
         EXPECT_FALSE(dec.bError) << "frame " << f;
         const CPlanes copPicture = copEncoder.Reference();
-        EXPECT_TRUE(SamePlanes(copPicture, decoder.Decoded(kWidth, kHeight))) << "frame " << f;
+        EXPECT_TRUE(SamePlanes(copPicture, decoder.Decoded(nWidth, nHeight))) << "frame " << f;
         EXPECT_TRUE(SamePlanes(copPicture, cpuEncoder.Reference())) << "frame " << f;
         if (::testing::Test::HasFailure())
             break;
@@ -165,6 +166,14 @@ TEST(Coprocessor, TailGroupsDecodeToTheCpuOnlyPicture)
     for (const int nGroups : groups)
         nWithGroups += nGroups > 0;
     EXPECT_GE(nWithGroups, 8);
+}
+
+TEST(Coprocessor, APictureTakesAtMostTwentyGroupsAndTheCpuCodesTheRest)
+{
+    CCoprocessorEncoder encoder;
+    // 396 macroblocks: twenty groups of ten, forty on the CPU meanwhile, then 156 more.
+    const std::vector<int> groups = CodeAlongsideCpu(encoder, 1, 5, 352, 288);
+    EXPECT_EQ(groups.front(), CEncoder::COP_MAX_GROUPS);
 }
 
 TEST(Coprocessor, EveryFailingHookFallsBackToTheCpu)

@@ -161,6 +161,7 @@ TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
     EXPECT_TRUE(encoder.IsAreaMove(0, 128, 63, 159));
     EXPECT_TRUE(encoder.IsAreaMove(16, 128, 63, 159));   // columns 1 to 3
     EXPECT_FALSE(encoder.IsAreaMove(32, 128, 63, 159));  // columns 2 and 3
+    EXPECT_TRUE(encoder.IsAreaMove(0, 129, 63, 159));    // map row 0 alone
     EXPECT_FALSE(encoder.IsAreaMove(0, 0, 63, 15));
     EXPECT_TRUE(encoder.IsAreaMove(0, 0, kWidth, kHeight));
     EXPECT_FALSE(encoder.IsAreaMove(96, 0, kWidth, kHeight));   // columns run the same way
@@ -168,6 +169,9 @@ TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
     // Rectangles far outside the picture stop at the map's edges.
     EXPECT_TRUE(encoder.IsAreaMove(-1000, -1000, 100000, 100000));
     EXPECT_FALSE(encoder.IsAreaMove(100000, 100000, -1000, -1000));
+    // The bottom macroblock row of the planes is the map's last row, at the top.
+    ASSERT_TRUE(Encode(Moved({{0, 8}, {1, 8}, {2, 8}}, 90), FALSE, 2).bMoved);
+    EXPECT_TRUE(encoder.IsAreaMove(0, 0, 47, 16));
 }
 
 TEST_F(FrameDriver, QuantiserOfZeroIsRefusedAndTheOldOneStays)

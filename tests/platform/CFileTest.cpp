@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,6 +40,12 @@ TEST(CFileOpen, CreatesWritesAndReportsTheFullNormalisedPath)
     EXPECT_STREQ(file.GetFileName(), "rec.zn");
     file.Close();
     EXPECT_EQ(ReadWholeFile(dir / "sub/rec.zn").size(), 5u);
+    // A new file may be read and written by everyone the process's umask allows.
+    const mode_t nMask = umask(0);
+    umask(nMask);
+    struct stat status;
+    ASSERT_EQ(stat((dir / "sub/rec.zn").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0666 & ~nMask);
 }
 
 TEST(CFileOpen, CreateTruncatesAndNoTruncateKeepsTheContents)
@@ -82,7 +89,31 @@ TEST(CFileOpen, FailuresGiveFalseAndACause)
     ASSERT_TRUE(file.Open((dir / "f").c_str(), kCreateWrite));
     EXPECT_FALSE(file.Open((dir / "g").c_str(), kCreateWrite, &error));
     EXPECT_EQ(error.m_cause, CFileException::generic);
+    EXPECT_EQ(error.m_lOsError, EBUSY);
     EXPECT_STREQ(file.GetFilePath(), (dir / "f").c_str());
+
+    // A link is followed unless only regular files are wanted.
+    std::filesystem::create_symlink(dir / "f", dir / "link");
+    CFile linked;
+    EXPECT_FALSE(linked.Open((dir / "link").c_str(), CFile::modeRead | CFile::modeRegularOnly));
+    EXPECT_TRUE(linked.Open((dir / "link").c_str(), CFile::modeRead));
+    // A reader asks for reading only: even the running program, which no one may write, opens.
+    CFile running;
+    EXPECT_TRUE(running.Open("/proc/self/exe", CFile::modeRead));
+}
+
+// A writer removes its file only while the name still leads to the file it holds.
+TEST(CFileOpen, RemoveOpenFileTakesOnlyTheFileItHolds)
+{
+    ScopedTempDir dir;
+    CFile file;
+    EXPECT_FALSE(file.RemoveOpenFile());
+    ASSERT_TRUE(file.Open((dir / "f").c_str(), kCreateWrite));
+    EXPECT_TRUE(file.RemoveOpenFile());
+    EXPECT_FALSE(std::filesystem::exists(dir / "f"));
+    WriteWholeFile(dir / "f", "new");
+    EXPECT_FALSE(file.RemoveOpenFile());
+    EXPECT_EQ(ReadWholeFile(dir / "f").size(), 3u);
 }
 
 TEST(CFileRead, GivesFewerBytesAtTheEndWithoutThrowing)
@@ -112,6 +143,8 @@ TEST(CFileSeek, MovesFromBeginCurrentAndEndAndRefusesBadTargets)
     EXPECT_EQ(CatchCause<CFileException>([&] { file.Seek(-1, CFile::begin); }), CFileException::badSeek);
     EXPECT_EQ(CatchCause<CFileException>([&] { file.Seek(0, 7); }), CFileException::badSeek);
     EXPECT_EQ(file.GetPosition(), 7u);
+    file.SeekToBegin();
+    EXPECT_EQ(ReadText(file, 1), "0");
 }
 
 TEST(CFileWrite, ThrowsDiskFullWhenTheDeviceHasNoRoom)
@@ -139,6 +172,7 @@ TEST(CFileWrite, RefusesReadOnlyFilesNullDataAndClosedFiles)
     EXPECT_EQ(CatchCause<CFileException>([&] { ReadText(file, 1); }), CFileException::invalidFile);
     EXPECT_EQ(CatchCause<CFileException>([&] { file.Seek(0, CFile::begin); }), CFileException::invalidFile);
     EXPECT_EQ(CatchCause<CFileException>([&] { file.GetLength(); }), CFileException::invalidFile);
+    EXPECT_EQ(CatchCause<CFileException>([&] { file.Flush(); }), CFileException::invalidFile);
     EXPECT_EQ(ReadWholeFile(dir / "f").size(), 3u);
 }
 

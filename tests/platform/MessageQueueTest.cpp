@@ -66,6 +66,7 @@ TEST(MessageQueueTest, NoRemoveLeavesTheMessageAndDispatchReturnsTheProceduresRe
     EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
     EXPECT_EQ(DispatchMessage(&msg), 42);
     EXPECT_EQ(DispatchMessage(nullptr), 0);
+    EXPECT_FALSE(PeekMessage(nullptr, nullptr, 0, 0, PM_REMOVE));
     EXPECT_EQ(NumbersOf(wnd.m_received), (std::vector<UINT>{WM_TEST_A}));
 }
 

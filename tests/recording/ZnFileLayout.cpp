@@ -17,7 +17,8 @@ TEST(ZnFileLayout, HeadParsesOnceEveryFieldOfItsVersionIsThere)
         recording.nGmt = 13;
         recording.dwPadding = 5;
         recording.blocks = {MakeBlockFrames({1}, 0)};
-        const std::vector<BYTE> bytes = recording.Build();
+        std::vector<BYTE> bytes = recording.Build();
+        SetLe32(bytes, 32, 0x44332211);   // the reserved word is read as it stands
         const std::size_t nHeadEnd = 36 + 1 + 3 + (wVersion >= 0x0100 ? 4 + 8 : 0) + (wVersion >= 0x0101 ? 4 : 0);
 
         tag_ZNHEADWITHNAMES head{};
@@ -26,6 +27,7 @@ TEST(ZnFileLayout, HeadParsesOnceEveryFieldOfItsVersionIsThere)
         ASSERT_EQ(ParseFileHead(std::span(bytes.data(), nHeadEnd), head), ZNHEAD_WHOLE);
         EXPECT_EQ(head.Header.wVersion, wVersion);
         EXPECT_EQ(head.Header.dwDataOffset, nHeadEnd + 5);
+        EXPECT_EQ(head.Header.dwReserved, 0x44332211u);
         EXPECT_EQ(head.strBoardName, "b");
         EXPECT_EQ(head.strCameraName, "cam");
         EXPECT_EQ(head.strHostName, wVersion >= 0x0100 ? "hostname" : "");
