@@ -21,3 +21,5 @@ int RunDisksCommand(std::span<char* const> args);
 int RunDevicesCommand(std::span<char* const> args);
 int RunPlayCommand(std::span<char* const> args);
 int RunExportCommand(std::span<char* const> args);
+int RunSearchCommand(std::span<char* const> args);
+int RunInfoCommand(std::span<char* const> args);
