@@ -3,7 +3,8 @@
 // motion analysis, host handler), and from it the cameras one core sustains at 25
 // frames a second, per frame size of both revisions; and the latency from the driver's
 // message that hands a frame to the channel to the host's frame message (coding
-// included).
+// included). Then the real-time round: the frames a second each camera gets when
+// several share a stream paced at its frame rate.
 #include "capture/CEncodeParam.h"
 #include "capture/CVideo.h"
 #include "driver/virtual/CVirtualRack.h"
@@ -149,6 +150,65 @@ BENCHMARK(BM_CaptureChain)
     ->Arg(FRAMESIZE_352X288_R2)
     ->Arg(FRAMESIZE_704X288_R2)
     ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// What a user gets in real time: boards paced at their frame rate, N cameras sharing each
+// stream, every record handed back at once. The frames each camera gets in a second,
+// against the stream's rate divided by its cameras, which is what the round allows.
+void BM_RealTimeRound(benchmark::State& state)
+{
+    constexpr int kStreamRate = 30;
+    constexpr auto kRun = std::chrono::seconds(3);
+    const int nCamerasPerStream = static_cast<int>(state.range(0));
+    const bool bTwoStreams = state.range(1) != 0;
+    CVirtualRack::Clear();
+    tag_VIRTUALBOARD board;
+    board.byChannels = static_cast<BYTE>(bTwoStreams ? 4 : nCamerasPerStream);
+    board.byGeneration = bTwoStreams ? 2 : 1;
+    CVirtualRack::InstallBoard(board);
+    CBenchHost host;
+    {
+        CVideo video;
+        video.Open(&host, bTwoStreams ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114);
+        if (video.OpenBoard(0, bTwoStreams ? FRAMESIZE_320X240_R2 : FRAMESIZE_320X240, 0, nullptr) != ZNRET_OK) {
+            state.SkipWithError("board doesn't open");
+            return;
+        }
+        CEncodeParam param;
+        const int nCameras = bTwoStreams ? 2 * nCamerasPerStream : nCamerasPerStream;
+        for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
+            // On the two-stream board cameras 0, 1 are stream 0's and 2, 3 stream 1's.
+            const int nBoardCamera = bTwoStreams ? nCamera / nCamerasPerStream * 2 + nCamera % nCamerasPerStream
+                                                 : nCamera;
+            video.OpenCamera(0, nBoardCamera, &param, nullptr);
+        }
+        for (auto _ : state) {
+            const long nFirst = host.m_nFrames;
+            const auto start = std::chrono::steady_clock::now();
+            MSG msg;
+            while (std::chrono::steady_clock::now() - start < kRun &&
+                   MsgWaitForMultipleObjects(0, nullptr, FALSE, 100, QS_ALLINPUT) != WAIT_FAILED) {
+                while (PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE))
+                    DispatchMessage(&msg);
+            }
+            const double dSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            const double dPerCamera = static_cast<double>(host.m_nFrames - nFirst) / nCameras / dSeconds;
+            state.counters["fps_per_camera"] = dPerCamera;
+            state.counters["share_of_round"] = dPerCamera / (static_cast<double>(kStreamRate) / nCamerasPerStream);
+        }
+    }
+    CVirtualRack::Clear();
+}
+
+BENCHMARK(BM_RealTimeRound)
+    ->ArgNames({"cameras_per_stream", "two_streams"})
+    ->Args({1, 0})
+    ->Args({2, 0})
+    ->Args({3, 0})
+    ->Args({4, 0})
+    ->Args({2, 1})
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond)
     ->UseRealTime();
 
 } // namespace

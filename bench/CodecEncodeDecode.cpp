@@ -1,7 +1,6 @@
 // Encoder and decoder speed, and bytes per frame, for every coded size of both stream
 // revisions, on a still scene with sensor noise and on a busy scene, in each transform
-// form. The frames come from a fixed generator; `--dump-frames DIR` writes them as raw
-// UYVY files (DIR/<scene>_<W>x<H>.uyvy, capture size) for the comparison script.
+// form. The frames come from a fixed generator.
 #include "codec/CDecoder.h"
 #include "codec/CEncoder.h"
 
@@ -176,30 +175,10 @@ void RegisterAll()
     }
 }
 
-// Writes each scene's pool at each capture size once.
-int DumpFrames(const std::string& strDir)
-{
-    for (const tag_BENCHSIZE& size : kSizes) {
-        for (const tag_SCENE scene : {SCENE_STILL, SCENE_BUSY}) {
-            const std::string strPath = strDir + "/" + kSceneNames[scene] + "_" + std::to_string(size.nCaptureWidth) +
-                                        "x" + std::to_string(size.nCaptureHeight) + ".uyvy";
-            std::FILE* pFile = std::fopen(strPath.c_str(), "wb");
-            if (pFile == nullptr)
-                return 1;
-            for (const std::vector<BYTE>& frame : MakePool(scene, size.nCaptureWidth, size.nCaptureHeight))
-                std::fwrite(frame.data(), 1, frame.size(), pFile);
-            std::fclose(pFile);
-        }
-    }
-    return 0;
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc == 3 && std::strcmp(argv[1], "--dump-frames") == 0)
-        return DumpFrames(argv[2]);
     RegisterAll();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,9 +1,8 @@
-// Time per call of every form of the codec kernels: the scalar transforms, the SIMD
-// transforms in SSE2 and in their portable emulation, the quantiser, the macroblock
-// operations and the colour conversions. After the usual table it prints each form's
-// speed-up over the plain form of the same kernel.
-#include "codec/KernelForms.h"
-#include "codec/PixelKernels.h"
+// Time per call of every form of the codec kernels, each taken from a kernel table filled
+// for that form ("plain", then one form per instruction-set feature this processor has),
+// and of the scalar transforms. After the usual table it prints each form's speed-up
+// over the plain form of the same kernel.
+#include "codec/KernelTable.h"
 #include "codec/TransformKernels.h"
 
 #include <benchmark/benchmark.h>
@@ -14,229 +13,153 @@
 #include <map>
 #include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
 
-constexpr int kBlocks = 64;
 constexpr int kBenchQp = 8;
+constexpr int kWidth = 352;
+constexpr int kHeight = 288;
+constexpr int kMacroblocks = (kWidth / MB_LUMA_SIZE) * (kHeight / MB_LUMA_SIZE);
 
-enum class Form { Plain, Portable, SSE2 };
-
-const char* FormName(Form form)
-{
-    return form == Form::Plain ? "plain" : form == Form::Portable ? "portable" : "sse2";
-}
-
-// SSE2 runs with the SIMD switch on, the plain and portable forms with it off.
-void SelectForm(Form form)
-{
-    if (form == Form::SSE2)
-        EnableSIMDKernels();
-    else
-        DisableSIMDKernels();
-}
-
-std::vector<short> PictureLikeBlocks(int nLow, int nHigh)
-{
-    std::mt19937 engine(12345);
-    std::uniform_int_distribution<int> distribution(nLow, nHigh);
-    std::vector<short> values(kBlocks * BLOCK_SAMPLES);
-    for (short& v : values)
-        v = static_cast<short>(distribution(engine));
-    return values;
-}
-
-void BenchForward(benchmark::State& state, void (*pfnForward)(short*, short*), Form form)
-{
-    SelectForm(form);
-    const std::vector<short> input = PictureLikeBlocks(0, 255);
-    short block[BLOCK_SAMPLES], coeff[BLOCK_SAMPLES];
-    int n = 0;
-    for (auto _ : state) {
-        std::memcpy(block, &input[BLOCK_SAMPLES * n], sizeof block);
-        pfnForward(block, coeff);
-        benchmark::DoNotOptimize(coeff);
-        n = (n + 1) % kBlocks;
-    }
-}
-
-void BenchInverse(benchmark::State& state, void (*pfnInverse)(const short*, short*), Form form)
-{
-    SelectForm(form);
-    const std::vector<short> input = PictureLikeBlocks(-300, 300);
-    short block[BLOCK_SAMPLES];
-    int n = 0;
-    for (auto _ : state) {
-        pfnInverse(&input[BLOCK_SAMPLES * n], block);
-        benchmark::DoNotOptimize(block);
-        n = (n + 1) % kBlocks;
-    }
-}
-
-// Inter coefficients of prediction differences, as QuantBlock sees them in a P picture.
-std::vector<short> DifferenceCoefficients()
-{
-    std::vector<short> values = PictureLikeBlocks(-24, 24);
-    for (int n = 0; n < kBlocks; ++n) {
-        short block[BLOCK_SAMPLES];
-        std::memcpy(block, &values[BLOCK_SAMPLES * n], sizeof block);
-        FDCTBlock(block, &values[BLOCK_SAMPLES * n]);
-    }
-    return values;
-}
-
-void BenchQuantBlock(benchmark::State& state, Form form)
-{
-    SelectForm(form);
-    const std::vector<short> input = DifferenceCoefficients();
-    short levels[BLOCK_SAMPLES];
-    int n = 0;
-    for (auto _ : state) {
-        QuantBlock(&input[BLOCK_SAMPLES * n], levels, kBenchQp, QUANT_MODE_INTER);
-        benchmark::DoNotOptimize(levels);
-        n = (n + 1) % kBlocks;
-    }
-}
-
-void BenchDequantBlock(benchmark::State& state, Form form)
-{
-    SelectForm(form);
-    const std::vector<short> coeff = DifferenceCoefficients();
-    std::vector<short> levels(coeff.size());
-    for (int b = 0; b < kBlocks; ++b)
-        QuantBlock(&coeff[BLOCK_SAMPLES * b], &levels[BLOCK_SAMPLES * b], kBenchQp, QUANT_MODE_INTER);
-    short output[BLOCK_SAMPLES];
-    int n = 0;
-    for (auto _ : state) {
-        DequantBlock(&levels[BLOCK_SAMPLES * n], output, kBenchQp, QUANT_MODE_INTER);
-        benchmark::DoNotOptimize(output);
-        n = (n + 1) % kBlocks;
-    }
-}
-
-YUV_Block MacroblockOf(int nSeed)
-{
-    std::mt19937 engine(nSeed);
-    YUV_Block mb;
-    for (short* ps : {mb.Y, mb.U, mb.V}) {
-        for (int k = 0; k < (ps == mb.Y ? MB_LUMA_SAMPLES : MB_CHROMA_SAMPLES); ++k)
-            ps[k] = static_cast<short>(engine() % 256);
-    }
-    return mb;
-}
-
-void BenchQuantMB(benchmark::State& state, void (*pfnQuant)(short*, const YUV_Block*, int, int), Form form)
-{
-    SelectForm(form);
-    const YUV_Block mb = MacroblockOf(1);
-    short levels[MB_BLOCKS * BLOCK_SAMPLES];
-    for (auto _ : state) {
-        pfnQuant(levels, &mb, kBenchQp, QUANT_MODE_INTRA);
-        benchmark::DoNotOptimize(levels);
-    }
-}
-
-void BenchDequantMB(benchmark::State& state, void (*pfnDequant)(const short*, YUV_Block*, int, int), Form form)
-{
-    SelectForm(form);
-    const YUV_Block mb = MacroblockOf(2);
-    short levels[MB_BLOCKS * BLOCK_SAMPLES];
-    QuantMB(levels, &mb, kBenchQp, QUANT_MODE_INTRA);
-    YUV_Block out;
-    for (auto _ : state) {
-        pfnDequant(levels, &out, kBenchQp, QUANT_MODE_INTRA);
-        benchmark::DoNotOptimize(out);
-    }
-}
-
-// Planes of a CIF picture filled with a pattern.
-struct tag_PLANES {
-    static constexpr int kWidth = 352;
-    static constexpr int kHeight = 288;
-    std::vector<BYTE> y = std::vector<BYTE>(kWidth * kHeight);
-    std::vector<BYTE> u = std::vector<BYTE>(kWidth * kHeight / 4);
-    std::vector<BYTE> v = std::vector<BYTE>(kWidth * kHeight / 4);
-
-    tag_PLANES()
-    {
-        for (std::size_t n = 0; n < y.size(); ++n)
-            y[n] = static_cast<BYTE>(n * 7 + n / kWidth);
-        for (std::size_t n = 0; n < u.size(); ++n) {
-            u[n] = static_cast<BYTE>(n * 3);
-            v[n] = static_cast<BYTE>(255 - n * 5);
-        }
-    }
-
-    IMAGE Image() { return {y.data(), u.data(), v.data()}; }
+// A form of every kernel: its name and a table filled for it.
+struct tag_FORM {
+    std::string strName;
+    tag_KERNELTABLE table;
 };
 
-void BenchGetMB(benchmark::State& state)
+std::vector<tag_FORM> AvailableForms()
 {
-    tag_PLANES planes;
-    YUV_Block mb;
-    int n = 0;
-    for (auto _ : state) {
-        GetMB(n % 22, n / 22 % 18, planes.Image(), tag_PLANES::kWidth, &mb);
-        benchmark::DoNotOptimize(mb);
-        ++n;
+    const struct {
+        DWORD dwFeature;
+        const char* strName;
+    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}, {KERNEL_FEATURE_AVX2, "avx2"}};
+    std::vector<tag_FORM> forms(1, tag_FORM{"plain", {}});
+    FillKernelTable(forms[0].table, 0);
+    DWORD dwFeatures = 0;
+    for (const auto& feature : features) {
+        if ((GetKernelFeatures() & feature.dwFeature) == 0)
+            continue;
+        dwFeatures |= feature.dwFeature;
+        forms.push_back({feature.strName, {}});
+        FillKernelTable(forms.back().table, dwFeatures);
     }
+    return forms;
 }
 
-void BenchPutMB(benchmark::State& state, Form form)
+// A CIF picture of a noisy gradient, its packed frame and a second picture beside it.
+struct tag_PICTURES {
+    std::vector<BYTE> frame = std::vector<BYTE>(kWidth * kHeight * 3);
+    std::vector<BYTE> current = std::vector<BYTE>(kWidth * kHeight * 3 / 2);
+    std::vector<BYTE> reference = std::vector<BYTE>(kWidth * kHeight * 3 / 2);
+
+    tag_PICTURES()
+    {
+        std::mt19937 engine(12345);
+        for (std::size_t n = 0; n < current.size(); ++n) {
+            current[n] = static_cast<BYTE>(n % kWidth / 2 + engine() % 16);
+            reference[n] = static_cast<BYTE>(current[n] + engine() % 9 - 4);
+        }
+        for (std::size_t n = 0; n < kWidth * kHeight * 2; ++n)
+            frame[n] = static_cast<BYTE>(n * 7 + engine() % 8);
+    }
+
+    static IMAGE Image(std::vector<BYTE>& planes)
+    {
+        BYTE* pby = planes.data();
+        return {pby, pby + kWidth * kHeight, pby + kWidth * kHeight * 5 / 4};
+    }
+};
+
+// Six blocks of the differences between the two pictures, as a P macroblock has them.
+std::vector<short> DifferenceBlocks(const tag_KERNELTABLE& table, tag_PICTURES& pictures)
 {
-    SelectForm(form);
-    tag_PLANES planes;
-    const YUV_Block mb = MacroblockOf(3);
-    int n = 0;
+    std::vector<short> blocks(MB_BLOCKS * BLOCK_SAMPLES);
+    table.pfnLoadDifferenceMB(tag_PICTURES::Image(pictures.current), tag_PICTURES::Image(pictures.reference), 3, 2,
+                              kWidth, blocks.data());
+    return blocks;
+}
+
+void Transform(benchmark::State& state, void (*pfnTransform)(short* const*, int))
+{
+    tag_PICTURES pictures;
+    tag_KERNELTABLE plain{};
+    FillKernelTable(plain, 0);
+    const std::vector<short> input = DifferenceBlocks(plain, pictures);
+    std::vector<short> work(input.size());
+    short* apsBlocks[MB_BLOCKS];
+    for (int b = 0; b < MB_BLOCKS; ++b)
+        apsBlocks[b] = work.data() + BLOCK_SAMPLES * b;
     for (auto _ : state) {
-        PutMB(n % 22, n / 22 % 18, planes.Image(), tag_PLANES::kWidth, &mb);
+        std::memcpy(work.data(), input.data(), input.size() * sizeof(short));
+        pfnTransform(apsBlocks, MB_BLOCKS);
         benchmark::ClobberMemory();
-        ++n;
     }
+    state.SetItemsProcessed(state.iterations() * MB_BLOCKS);
 }
 
-void BenchSADMB(benchmark::State& state, Form form)
+void Quantiser(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    SelectForm(form);
-    const YUV_Block a = MacroblockOf(4), b = MacroblockOf(5);
-    for (auto _ : state)
-        benchmark::DoNotOptimize(SADMB(&a, &b));
-}
-
-void BenchSADMBBytes(benchmark::State& state)
-{
-    BYTE a[MB_SAMPLES], b[MB_SAMPLES];
-    for (int n = 0; n < MB_SAMPLES; ++n) {
-        a[n] = static_cast<BYTE>(n * 13);
-        b[n] = static_cast<BYTE>(n * 29);
-    }
-    for (auto _ : state)
-        benchmark::DoNotOptimize(SADMBBytes(a, b));
-}
-
-void BenchYUVToRGB24(benchmark::State& state, Form form)
-{
-    SelectForm(form);
-    tag_PLANES planes;
-    std::vector<BYTE> rgb(tag_PLANES::kWidth * tag_PLANES::kHeight * 3);
+    tag_PICTURES pictures;
+    std::vector<short> blocks = DifferenceBlocks(table, pictures);
+    short* apsBlocks[MB_BLOCKS];
+    for (int b = 0; b < MB_BLOCKS; ++b)
+        apsBlocks[b] = blocks.data() + BLOCK_SAMPLES * b;
+    FDCTNatural(apsBlocks, MB_BLOCKS);
+    short levels[BLOCK_SAMPLES];
+    short coeff[BLOCK_SAMPLES];
     for (auto _ : state) {
-        YUVToRGB24(rgb.data(), planes.Image(), tag_PLANES::kWidth, tag_PLANES::kHeight);
+        for (int b = 0; b < MB_BLOCKS; ++b) {
+            table.pfnQuantBlock(apsBlocks[b], levels, kBenchQp, QUANT_MODE_INTER);
+            benchmark::DoNotOptimize(table.pfnNonZeroMask(levels));
+            table.pfnDequantBlock(levels, coeff, kBenchQp, QUANT_MODE_INTER);
+            benchmark::DoNotOptimize(coeff);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * MB_BLOCKS);
+}
+
+// Loads, transforms and stores of every macroblock of a P picture, with its SADs.
+void Macroblocks(benchmark::State& state, const tag_KERNELTABLE& table)
+{
+    tag_PICTURES pictures;
+    std::vector<BYTE> target(pictures.reference.size());
+    const IMAGE current = tag_PICTURES::Image(pictures.current);
+    const IMAGE reference = tag_PICTURES::Image(pictures.reference);
+    const IMAGE output = tag_PICTURES::Image(target);
+    alignas(32) short blocks[MB_BLOCKS * BLOCK_SAMPLES];
+    for (auto _ : state) {
+        for (int i = 0; i < kMacroblocks; ++i) {
+            const int nCol = i % (kWidth / MB_LUMA_SIZE);
+            const int nRow = i / (kWidth / MB_LUMA_SIZE);
+            const int nOffset = nRow * MB_LUMA_SIZE * kWidth + nCol * MB_LUMA_SIZE;
+            benchmark::DoNotOptimize(table.pfnSADLuma(current.Y + nOffset, reference.Y + nOffset, kWidth));
+            table.pfnLoadDifferenceMB(current, reference, nCol, nRow, kWidth, blocks);
+            table.pfnStoreSumMB(blocks, 0x3F, reference, output, nCol, nRow, kWidth);
+        }
         benchmark::ClobberMemory();
     }
-    state.SetItemsProcessed(state.iterations() * tag_PLANES::kWidth * tag_PLANES::kHeight);
+    state.SetItemsProcessed(state.iterations() * kMacroblocks);
 }
 
-void BenchUYVYToYUV420(benchmark::State& state)
+void PackedFrameToPlanes(benchmark::State& state, const tag_KERNELTABLE& table)
 {
-    tag_PLANES planes;
-    std::vector<BYTE> frame(tag_PLANES::kWidth * tag_PLANES::kHeight * 2, 77);
+    tag_PICTURES pictures;
     for (auto _ : state) {
-        UYVYToYUV420(frame.data(), planes.Image(), tag_PLANES::kWidth, tag_PLANES::kHeight);
+        table.pfnUYVYToYUV420(pictures.frame.data(), tag_PICTURES::Image(pictures.current), kWidth, kHeight);
         benchmark::ClobberMemory();
     }
-    state.SetItemsProcessed(state.iterations() * tag_PLANES::kWidth * tag_PLANES::kHeight);
+    state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
+}
+
+void PlanesToBGR(benchmark::State& state, const tag_KERNELTABLE& table)
+{
+    tag_PICTURES pictures;
+    for (auto _ : state) {
+        table.pfnYUVToRGB24(pictures.frame.data(), tag_PICTURES::Image(pictures.current), kWidth, kHeight);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
 }
 
 // Collects the time of each run by name for the speed-up table.
@@ -244,7 +167,6 @@ class CSpeedupReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override
     {
-        // With repetitions the median stands for the kernel, else the single run.
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")
                 m_times[run.run_name.str()] = run.GetAdjustedCPUTime();
@@ -252,74 +174,44 @@ public:
         ConsoleReporter::ReportRuns(runs);
     }
 
-    // Every "<kernel>/<form>" against "<base>/plain", where base is the kernel's name
-    // without a trailing MMX or withMMX.
+    // Every "<kernel>/<form>" against "<kernel>/plain".
     void PrintSpeedups() const
     {
-        std::printf("\n%-34s %12s %10s\n", "kernel/form", "CPU ns per call", "speed-up");
+        std::printf("\n%-34s %14s %10s\n", "kernel/form", "CPU ns a call", "speed-up");
         for (const auto& [strName, dTime] : m_times) {
-            const auto plain = m_times.find(PlainFormOf(strName));
+            const auto plain = m_times.find(strName.substr(0, strName.rfind('/')) + "/plain");
             if (plain == m_times.end())
-                std::printf("%-34s %12.1f\n", strName.c_str(), dTime);
+                std::printf("%-34s %14.1f\n", strName.c_str(), dTime);
             else
-                std::printf("%-34s %12.1f %9.2fx\n", strName.c_str(), dTime, plain->second / dTime);
+                std::printf("%-34s %14.1f %9.2fx\n", strName.c_str(), dTime, plain->second / dTime);
         }
     }
 
 private:
-    static std::string PlainFormOf(const std::string& strName)
-    {
-        std::string_view strBase = std::string_view(strName).substr(0, strName.find('/'));
-        for (std::string_view strSuffix : {"withMMX", "MMX"}) {
-            if (strBase.ends_with(strSuffix)) {
-                strBase.remove_suffix(strSuffix.size());
-                break;
-            }
-        }
-        std::string strPlain(strBase);
-        strPlain.append("/plain");
-        return strPlain;
-    }
-
     std::map<std::string, double> m_times;
 };
 
-void Register(const std::string& strKernel, Form form, std::function<void(benchmark::State&)> fn)
+void Register(const std::string& strName, std::function<void(benchmark::State&)> fn)
 {
-    benchmark::RegisterBenchmark((strKernel + "/" + FormName(form)).c_str(),
-                                 [fn](benchmark::State& state) { fn(state); })
+    benchmark::RegisterBenchmark(strName.c_str(), [fn](benchmark::State& state) { fn(state); })
         ->Unit(benchmark::kNanosecond);
 }
 
 void RegisterAll()
 {
-    std::vector<Form> simdForms = {Form::Portable};
-    if (HasSIMDKernels())
-        simdForms.push_back(Form::SSE2);
-    std::vector<Form> twinForms = {Form::Plain};
-    if (HasSIMDKernels())
-        twinForms.push_back(Form::SSE2);
-
-    Register("FDCTBlock", Form::Plain, [](auto& state) { BenchForward(state, FDCTBlock, Form::Plain); });
-    Register("IDCTBlock", Form::Plain, [](auto& state) { BenchInverse(state, IDCTBlock, Form::Plain); });
-    Register("QuantMB", Form::Plain, [](auto& state) { BenchQuantMB(state, QuantMB, Form::Plain); });
-    Register("DequantMB", Form::Plain, [](auto& state) { BenchDequantMB(state, DequantMB, Form::Plain); });
-    for (Form form : simdForms) {
-        Register("FDCTBlockMMX", form, [form](auto& state) { BenchForward(state, FDCTBlockMMX, form); });
-        Register("IDCTBlockMMX", form, [form](auto& state) { BenchInverse(state, IDCTBlockMMX, form); });
-        Register("QuantMBwithMMX", form, [form](auto& state) { BenchQuantMB(state, QuantMBwithMMX, form); });
-        Register("DequantMBwithMMX", form, [form](auto& state) { BenchDequantMB(state, DequantMBwithMMX, form); });
+    static const std::vector<tag_FORM> forms = AvailableForms();
+    Register("FDCTNatural6/scalar", [](auto& state) { Transform(state, FDCTNatural); });
+    Register("IDCTNatural6/scalar", [](auto& state) { Transform(state, IDCTNatural); });
+    for (const tag_FORM& form : forms) {
+        const tag_KERNELTABLE* pTable = &form.table;
+        const std::string strForm = "/" + form.strName;
+        Register("FDCTMMX6" + strForm, [pTable](auto& state) { Transform(state, pTable->pfnFDCTMMX); });
+        Register("IDCTMMX6" + strForm, [pTable](auto& state) { Transform(state, pTable->pfnIDCTMMX); });
+        Register("QuantMaskDequant6" + strForm, [pTable](auto& state) { Quantiser(state, *pTable); });
+        Register("SADLoadStoreMB_352x288" + strForm, [pTable](auto& state) { Macroblocks(state, *pTable); });
+        Register("UYVYToYUV420_352x288" + strForm, [pTable](auto& state) { PackedFrameToPlanes(state, *pTable); });
+        Register("YUVToRGB24_352x288" + strForm, [pTable](auto& state) { PlanesToBGR(state, *pTable); });
     }
-    Register("GetMB", Form::Plain, [](auto& state) { BenchGetMB(state); });
-    Register("SADMBBytes", Form::Plain, [](auto& state) { BenchSADMBBytes(state); });
-    for (Form form : twinForms) {
-        Register("QuantBlock", form, [form](auto& state) { BenchQuantBlock(state, form); });
-        Register("DequantBlock", form, [form](auto& state) { BenchDequantBlock(state, form); });
-        Register("PutMB", form, [form](auto& state) { BenchPutMB(state, form); });
-        Register("SADMB", form, [form](auto& state) { BenchSADMB(state, form); });
-        Register("YUVToRGB24_352x288", form, [form](auto& state) { BenchYUVToRGB24(state, form); });
-    }
-    Register("UYVYToYUV420_352x288", Form::Plain, [](auto& state) { BenchUYVYToYUV420(state); });
 }
 
 } // namespace
@@ -333,7 +225,6 @@ int main(int argc, char** argv)
     CSpeedupReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.PrintSpeedups();
-    EnableSIMDKernels();
     benchmark::Shutdown();
     return 0;
 }

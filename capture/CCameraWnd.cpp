@@ -6,6 +6,8 @@
 #include "codec/CEncoder.h"
 #include "platform/TickClock.h"
 #include "platform/WinThreads.h"
+#include "sound/CVoiceCodec.h"
+#include "vocabulary/VideoSignal.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,9 +15,10 @@
 
 namespace {
 
-// A sample above this level is lit; more than kSignalSamples of them make a signal.
-constexpr BYTE kSignalLuma = 20;
-constexpr int kSignalSamples = 10;
+
+// The quantisers the encoder takes.
+constexpr int kMinQuantiser = 1;
+constexpr int kMaxQuantiser = 31;
 
 constexpr int kMinCheckSen = 1;
 constexpr int kMaxCheckSen = 31;
@@ -63,6 +66,7 @@ CCameraWnd::~CCameraWnd()
 
 int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
 {
+    nQi = std::clamp(nQi, kMinQuantiser, kMaxQuantiser);
     if (dwRevision != STREAM_REVISION_20020219)
         return nQi;
     if (nQi < 8)
@@ -76,16 +80,7 @@ int CCameraWnd::MapQuantiser(int nQi, DWORD dwRevision)
 
 bool CCameraWnd::HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight)
 {
-    if (pFrame == nullptr)
-        return false;
-    const DWORD dwBytes = static_cast<DWORD>(nWidth) * nHeight * 2;
-    int nLit = 0;
-    // In UYVY every odd byte is a luma sample.
-    for (DWORD i = 1; i < dwBytes; i += 2) {
-        if (pFrame[i] > kSignalLuma && ++nLit > kSignalSamples)
-            return true;
-    }
-    return false;
+    return ::HasVideoSignal(pFrame, static_cast<DWORD>(nWidth) * static_cast<DWORD>(nHeight) * 2);
 }
 
 int CCameraWnd::Open(int nCamera, CCaptureWnd* pWnd, CEncodeParam* pParam, DWORD dwRevision)
@@ -203,10 +198,14 @@ void CCameraWnd::PrepareEncodeSettings()
     // reads back what the encoder used.
     m_pParam->m_nCheckSen = std::clamp(m_pParam->m_nCheckSen, kMinCheckSen, kMaxCheckSen);
     m_encodeSettings.nQuantiser = MapQuantiser(m_pParam->m_nQi, m_dwRevision);
-    int nScale = m_dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale;
-    if (!m_pParam->m_bEncodeMode)
-        nScale = kMoveThresholdScale;
-    m_encodeSettings.nThreshold = m_pParam->m_nCheckSen * nScale;
+    m_encodeSettings.nThreshold = GetEncoderThreshold(m_pParam->m_nCheckSen, !m_pParam->m_bEncodeMode, m_dwRevision);
+}
+
+int CCameraWnd::GetEncoderThreshold(int nCheckSen, BOOL bDetectOnly, DWORD dwRevision)
+{
+    if (bDetectOnly)
+        return nCheckSen * kMoveThresholdScale;
+    return nCheckSen * (dwRevision == STREAM_REVISION_20020219 ? kThresholdScaleHalfSize : kThresholdScale);
 }
 
 int CCameraWnd::OnFrame(std::unique_ptr<BYTE[]>& pFrame)
@@ -252,7 +251,7 @@ void CCameraWnd::DeliverLostFrame(DWORD dwTime)
     m_pFrameData->dwVideoLen = 0;
     AttachSound();
     AdvanceCadence();
-    FillRecord(1);
+    FillRecord();
     m_nStatus = CAMSTATUS_HOST;
     SendToHost();
 }
@@ -297,7 +296,7 @@ LRESULT CCameraWnd::OnEncoded(WPARAM, LPARAM)
     m_nStatus = CAMSTATUS_HOST;
     m_pFrameData->wFlags = AnalyseMotion() ? ZNFRAME_ALARM : 0;
     AttachSound();
-    FillRecord(0);
+    FillRecord();
     SendToHost();
     return 0;
 }
@@ -323,19 +322,29 @@ void CCameraWnd::AttachSound()
         m_pFrameData->dwSoundLen = static_cast<DWORD>(nLen);
 }
 
-// Only a channel that encodes records sound. A source that can't be opened leaves the
-// channel silent, and the next frame tries again.
+// Only a channel that encodes records sound, from the board's own inputs where the
+// board has them for this camera, else from its wave-in device. Both give the same code
+// through the same calls. A source that can't be opened leaves the channel silent, and
+// the next frame tries again.
 void CCameraWnd::OpenSound()
 {
     if (m_pSound != nullptr || !m_pParam->m_bEncodeMode)
         return;
-    // Such a camera's sound comes over the board's byte bus from the board sound
-    // source; a channel on a board without one runs silent.
-    if (m_pCaptureWnd->IsBoardVoice(m_Info.nCamera))
-        return;
-    std::unique_ptr<CWaveCodec> pSound(new (std::nothrow) CWaveCodec);
-    if (pSound == nullptr || !pSound->Open(m_hWnd, m_pParam->m_dwSoundDev, SOUNDFMT_ADPCM, ZNFILE_READ))
-        return;
+    std::unique_ptr<CWaveCodec> pSound;
+    if (m_pCaptureWnd->IsBoardVoice(m_Info.nCamera)) {
+        // A board whose voice thread couldn't be made costs nothing at each frame.
+        CVoiceThread* pVoiceThread = m_pCaptureWnd->GetVoiceThread();
+        if (pVoiceThread == nullptr)
+            return;
+        std::unique_ptr<CVoiceCodec> pVoice(new (std::nothrow) CVoiceCodec);
+        if (pVoice == nullptr || !pVoice->OpenVoice(pVoiceThread, m_Info.nCamera))
+            return;
+        pSound = std::move(pVoice);
+    } else {
+        pSound.reset(new (std::nothrow) CWaveCodec);
+        if (pSound == nullptr || !pSound->Open(m_hWnd, m_pParam->m_dwSoundDev, SOUNDFMT_ADPCM, ZNFILE_READ))
+            return;
+    }
     pSound->StartRecord();
     m_pSound = std::move(pSound);
 }
@@ -355,15 +364,17 @@ LRESULT CCameraWnd::OnWaveInData(WPARAM hWaveIn, LPARAM pHdr)
     return 0;
 }
 
-void CCameraWnd::FillRecord(int bVideoLost)
+// The signal flag was set when the frame arrived.
+void CCameraWnd::FillRecord()
 {
-    m_pRecord->bVideoLost = bVideoLost;
     m_pRecord->pInfo = &m_Info;
     m_pRecord->pData = m_pFrameData.get();
     m_pRecord->pRaw = m_pFrame.get();
     m_pRecord->pParam = m_pParam.get();
 }
 
+// The host may close this camera, its board or the library in its handler: nothing of
+// this object is touched after the call, here or in its callers.
 void CCameraWnd::SendToHost()
 {
     ::SendMessage(m_pCaptureWnd->GetParentWnd(), WM_ZN_FRAME, reinterpret_cast<WPARAM>(m_hWnd),

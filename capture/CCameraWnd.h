@@ -38,8 +38,13 @@ public:
     int OnFrame(std::unique_ptr<BYTE[]>& pFrame);
     DWORD GetStatus() const;
 
-    // The quantiser the encoder gets for a setting: revision 0x20020219 knows four.
+    // The quantiser the encoder gets for a setting. A setting outside 1 to 31, which the
+    // encoder would refuse and keep its last one, is held to that range on the way (the
+    // stored setting stays as the host gave it); revision 0x20020219 then knows four.
     static int MapQuantiser(int nQi, DWORD dwRevision);
+    // The threshold the encoder gets for a sensitivity: of moved macroblocks when only
+    // analysing, of intra macroblocks when coding.
+    static int GetEncoderThreshold(int nCheckSen, BOOL bDetectOnly, DWORD dwRevision);
     // Whether a frame shows a video signal: more than 10 luma samples above 20.
     static bool HasVideoSignal(const BYTE* pFrame, int nWidth, int nHeight);
     // The rectangle of a motion area as the encoder's map of moved macroblocks is asked
@@ -77,7 +82,7 @@ private:
     void AttachSound();
     void OpenSound();
     void CloseSound();
-    void FillRecord(int bVideoLost);
+    void FillRecord();
     void SendToHost();
     // One frame's motion analysis, after the encoder has coded it: each area asks the
     // encoder's map about its rectangle and counts towards its alarm. 1 if any area

@@ -25,9 +25,11 @@ constexpr int kFixedHeightPal = 288;
 // The pattern of a failed stream-1 read: the same four luma bytes in lines 2 to 9.
 constexpr int kPatternFirstLine = 2;
 constexpr int kPatternLastLine = 9;
-constexpr int kPatternOffsetsPal[] = {197, 199, 339, 341};
-constexpr int kPatternOffsetsNtsc[] = {197, 199, 333, 335};
-constexpr BYTE kPatternValues[] = {0x27, 0x28, 0x20, 0x20};
+// Four bytes of each line, at offsets in rising order.
+constexpr int kPatternBytes = 4;
+constexpr int kPatternOffsetsPal[kPatternBytes] = {197, 199, 339, 341};
+constexpr int kPatternOffsetsNtsc[kPatternBytes] = {197, 199, 333, 335};
+constexpr BYTE kPatternValues[kPatternBytes] = {0x27, 0x28, 0x20, 0x20};
 
 // The input window of tag_VideoPort per standard.
 constexpr DWORD kPortLeft = 12;
@@ -162,6 +164,9 @@ void CCaptureStream::FillPorts(tag_VideoPort& videoPort, tag_PciPort& pciPort) c
 
 int CCaptureStream::Close()
 {
+    for (tag_HANDOVER* pHandOver = m_pHandOver; pHandOver != nullptr; pHandOver = pHandOver->pOuter)
+        pHandOver->bStreamClosed = true;
+    m_pHandOver = nullptr;
     for (int i = 0; i < STREAM_CAMERA_SLOTS; ++i) {
         if (m_pCamera[i] != nullptr)
             CloseCamera(m_nFirstCamera + i);
@@ -249,6 +254,9 @@ int CCaptureStream::IsCameraBusy(int nCamera)
 int CCaptureStream::OnFrame(int nCamera)
 {
     const int i = nCamera;
+    // A message for a camera the stream doesn't have names no buffer to read into.
+    if (i < 0 || i >= m_nCameraNum)
+        return 0;
     if (NextCamera(i) == -1) {
         Stop();
         return 0;
@@ -257,48 +265,57 @@ int CCaptureStream::OnFrame(int nCamera)
         OrderReread(i);
         return 1;
     }
-    if (i >= 0 && i < m_nCameraNum && m_pCamera[i] != nullptr) {
+    if (m_pCamera[i] != nullptr) {
         if (IsCameraBusy(i) || !IsPictureValid(m_pBuffer[i].get())) {
             OrderReread(i);
             return 1;
         }
+        tag_HANDOVER handOver{false, m_pHandOver};
+        m_pHandOver = &handOver;
         m_pCamera[i]->OnFrame(m_pBuffer[i]);
+        if (handOver.bStreamClosed)
+            return 0;
+        m_pHandOver = handOver.pOuter;
         m_nCurrent = i;
     }
     const int a = NextCamera(m_nCurrent);
+    // The host closed the last channel in its handler, which stopped the stream.
+    if (a == -1)
+        return 0;
     const int b = NextCamera(a);
     const int c = NextCamera(b);
     OrderRead(a, b, c);
     return 1;
 }
 
+// On stream 1 a read sometimes fails and leaves a known pattern instead of a picture.
 bool CCaptureStream::IsPictureValid(const BYTE* pFrame) const
 {
     if (m_nStream == 0)
         return true;
-    if (pFrame == nullptr)
+    return pFrame != nullptr && !IsFaultPattern(pFrame, m_nWidth, m_nHeight, m_nStandard);
+}
+
+bool CCaptureStream::IsFaultPattern(const BYTE* pFrame, int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard)
+{
+    const int* pOffsets = nStandard == STANDARD_PAL ? kPatternOffsetsPal : kPatternOffsetsNtsc;
+    const DWORD dwLine = static_cast<DWORD>(nWidth) * 2;
+    if (dwLine <= static_cast<DWORD>(pOffsets[kPatternBytes - 1]) || nHeight <= kPatternLastLine)
         return false;
-    const int* pOffsets = m_nStandard == STANDARD_PAL ? kPatternOffsetsPal : kPatternOffsetsNtsc;
-    const DWORD dwLine = static_cast<DWORD>(m_nWidth) * 2;
-    // A frame too narrow to hold the pattern can't show it.
-    if (dwLine <= static_cast<DWORD>(pOffsets[3]) || m_nHeight <= kPatternLastLine)
-        return true;
     for (int nLine = kPatternFirstLine; nLine <= kPatternLastLine; ++nLine) {
         const BYTE* pLine = pFrame + nLine * dwLine;
-        for (int k = 0; k < 4; ++k) {
+        for (int k = 0; k < kPatternBytes; ++k) {
             if (pLine[pOffsets[k]] != kPatternValues[k])
-                return true;
+                return false;
         }
     }
-    return false;
+    return true;
 }
 
 void CCaptureStream::OrderRead(int nCamera, int nNext, int nSecondNext)
 {
-    tag_VIDEOREAD read{m_nRecordSpeed, nCamera, nNext, nSecondNext, nullptr,
+    tag_VIDEOREAD read{m_nRecordSpeed, nCamera, nNext, nSecondNext, m_pBuffer[nCamera].get(),
                        static_cast<DWORD>(m_nWidth) * m_nHeight * 2};
-    if (nCamera >= 0 && nCamera < STREAM_CAMERA_SLOTS)
-        read.pBuffer = m_pBuffer[nCamera].get();
     ReadVideo(&read);
 }
 

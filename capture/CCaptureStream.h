@@ -31,6 +31,10 @@ public:
     // read as 120) and at the delivered size, whichever is larger, so that a board run
     // at a frame size of the other revision can't be written past its buffers.
     static DWORD GetFrameBufferSize(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, DWORD dwRevision);
+    // Whether a frame of nWidth x nHeight delivered pixels holds the pattern that stream 1
+    // sometimes delivers instead of a picture: four fixed luma bytes in each of lines 2
+    // to 9. A frame too small to hold it doesn't.
+    static bool IsFaultPattern(const BYTE* pFrame, int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard);
 
     int Open(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, int nRecordSpeed, DWORD dwRevision);
     int Close();
@@ -55,8 +59,8 @@ private:
     int IsUsable();
     // The camera after n, in cyclic order, whose channel runs; n itself comes last.
     int NextCamera(int n);
-    // Stream 1 sometimes delivers a known pattern instead of a picture.
     bool IsPictureValid(const BYTE* pFrame) const;
+    // Orders a read of nCamera, one of the stream's cameras, into its slot's buffer.
     void OrderRead(int nCamera, int nNext, int nSecondNext);
     void OrderReread(int nCamera);
     // The slot of a board-wide camera number, or -1.
@@ -64,6 +68,16 @@ private:
     bool AllocateBuffers();
     void FreeBuffers();
     void FillPorts(tag_VideoPort& videoPort, tag_PciPort& pciPort) const;
+
+    // One hand-over of a frame to a channel in progress. A channel without signal hands
+    // its record to the host at once, and the host may close the camera, the board or
+    // the library in its handler; Close marks every hand-over in progress, so that
+    // OnFrame touches nothing of a closed stream. Hand-overs nest when a host serves
+    // messages inside its handler.
+    struct tag_HANDOVER {
+        bool bStreamClosed;
+        tag_HANDOVER* pOuter;
+    };
 
     int m_nStream;
     int m_nWidth = 320;
@@ -82,4 +96,5 @@ private:
     std::unique_ptr<BYTE[]> m_pBuffer[STREAM_CAMERA_SLOTS];
     std::unique_ptr<CCameraWnd> m_pCamera[STREAM_CAMERA_SLOTS];
     DWORD m_dwRevision = 0;
+    tag_HANDOVER* m_pHandOver = nullptr;
 };

@@ -2,6 +2,7 @@
 
 #include "capture/CCaptureStream.h"
 #include "capture/CVideo.h"
+#include "sound/CVoiceThread.h"
 #include "vocabulary/BoardLayout.h"
 
 #include <new>
@@ -49,12 +50,19 @@ int CCaptureWnd::Open(int nWidth, int nHeight, tag_VIDEOSTANDARD nStandard, int 
         m_pStream[0].reset();
         return 0;
     }
-    if (GetVersion().GetGeneration() > 1) {
-        // Without its second stream the board goes on with the cameras of the first.
+    const tag_AVVersion version = GetVersion();
+    if (version.GetGeneration() > 1) {
+        // Without its second stream the board goes on with the cameras of the first, and
+        // without sound of its own.
         m_pStream[1].reset(new (std::nothrow) CCaptureStream(this, m_pIO, 1));
         if (m_pStream[1] != nullptr && !m_pStream[1]->Open(nWidth, nHeight, nStandard, nRecordSpeed, dwRevision))
             m_pStream[1].reset();
+        if (m_pStream[1] == nullptr)
+            return 1;
+    } else if (version.GetChannels() != 2) {
+        return 1;
     }
+    m_pVoice.reset(new (std::nothrow) CVoiceThread(GetDebi()));
     return 1;
 }
 
@@ -63,6 +71,7 @@ void CCaptureWnd::Close()
     // A stream closes as it goes.
     for (std::unique_ptr<CCaptureStream>& pStream : m_pStream)
         pStream.reset();
+    m_pVoice.reset();
 }
 
 LRESULT CCaptureWnd::OnFrame(WPARAM nStream, LPARAM nCamera)
@@ -168,7 +177,7 @@ int CCaptureWnd::GetBoard()
 
 CVoiceThread* CCaptureWnd::GetVoiceThread()
 {
-    return m_pVoice;
+    return m_pVoice.get();
 }
 
 tag_AVVersion CCaptureWnd::GetVersion()

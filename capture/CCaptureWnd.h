@@ -61,6 +61,6 @@ private:
     CWnd* m_pParent = nullptr;
     CSpciIO* m_pIO = nullptr;
     CVideo* m_pVideo = nullptr;
-    // Board sound attaches here once a voice thread exists; until then it stays null.
-    CVoiceThread* m_pVoice = nullptr;
+    // The board's own sound, where it has sound inputs and both its streams.
+    std::unique_ptr<CVoiceThread> m_pVoice;
 };

@@ -6,6 +6,8 @@
 # do), and the layer test checks both rules.
 #
 # Exported classes join the list as they arrive, each with the headers of its records.
+# A board's sound processor takes its speech coder from whoever installs the board, so the
+# coder's interface (driver/) and the library's G.726 coder for it (sound/) are public.
 set(ZNDVR_PUBLIC_HEADERS
   # capture: CVideo, CEncodeParam, CMaskInfo
   capture/CVideo.h
@@ -32,6 +34,10 @@ set(ZNDVR_PUBLIC_HEADERS
   # sound: CWaveCodec, and the speech coder that hosts use to read recorded sound
   sound/CAdpcm.h
   sound/CWaveCodec.h
+  # sound: CWaveWnd, which plays and records WAVE files
+  sound/CWaveWnd.h
+  # sound: the speech coder that a virtual board's sound processor codes with
+  sound/CAdpcmSpeechEncoder.h
   # the shared vocabulary of the records above
   vocabulary/BoardLayout.h
   vocabulary/FrameRecords.h
@@ -39,12 +45,15 @@ set(ZNDVR_PUBLIC_HEADERS
   vocabulary/Messages.h
   vocabulary/SoundFormat.h
   vocabulary/StreamRevision.h
+  vocabulary/VideoSignal.h
   # the driver interface, and the virtual rack behind it
   driver/CSpciDebi.h
   driver/CSpciIO.h
   driver/CVideoStream.h
   driver/DriverRecords.h
+  driver/CSpeechEncoder.h
   driver/virtual/CBoardSoundPort.h
+  driver/virtual/CBoardSoundProcessor.h
   driver/virtual/CVirtualBoard.h
   driver/virtual/CVirtualBus.h
   driver/virtual/CVirtualRack.h
@@ -70,6 +79,7 @@ set(ZNDVR_PUBLIC_HEADERS
   platform/TickClock.h
   platform/WinMessages.h
   platform/WinThreads.h
+  platform/WinMmio.h
   platform/WinTypes.h
   platform/WinWave.h
   # the simulated disk, for hosts and tests that crash-test what they write

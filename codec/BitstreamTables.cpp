@@ -152,96 +152,48 @@ constexpr tag_VLCCODE ParseCode(const char* strCode)
     return vlc;
 }
 
-using Last0ShortTable = std::array<std::array<tag_VLCCODE, TCOEF_LAST0_SHORT_LEVELS>, TCOEF_LAST0_SHORT_RUNS>;
-using Last0LongTable = std::array<std::array<tag_VLCCODE, TCOEF_LAST0_LONG_LEVELS>, TCOEF_LAST0_LONG_RUNS>;
-using Last1ShortTable = std::array<std::array<tag_VLCCODE, TCOEF_LAST1_SHORT_LEVELS>, TCOEF_LAST1_SHORT_RUNS>;
-using Last1LongTable = std::array<tag_VLCCODE, TCOEF_LAST1_LONG_RUNS>;
-using TCoefReadTable = std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE>;
+using TCoefReadTable = std::array<tag_TCOEFENTRY, 1 << TCOEF_LOOKAHEAD_BITS>;
 
-// Places a code in its writer table; a triple outside the four tables' extent stops
-// the compilation.
-struct tag_TCOEFWRITERTABLES {
-    Last0ShortTable last0Short{};
-    Last0LongTable last0Long{};
-    Last1ShortTable last1Short{};
-    Last1LongTable last1Long{};
-
-    constexpr void Place(const tag_TCOEFSOURCE& src)
-    {
-        const tag_VLCCODE vlc = ParseCode(src.strCode);
-        if (src.nLevel < 1)
-            throw std::logic_error("TCOEF level out of range");
-        if (src.nLast == 0 && src.nRun < TCOEF_LAST0_SHORT_RUNS && src.nLevel < TCOEF_LAST0_SHORT_LEVELS)
-            last0Short[src.nRun][src.nLevel] = vlc;
-        else if (src.nLast == 0 && src.nRun >= TCOEF_LAST0_LONG_FIRST_RUN
-                 && src.nRun < TCOEF_LAST0_LONG_FIRST_RUN + TCOEF_LAST0_LONG_RUNS
-                 && src.nLevel < TCOEF_LAST0_LONG_LEVELS)
-            last0Long[src.nRun - TCOEF_LAST0_LONG_FIRST_RUN][src.nLevel] = vlc;
-        else if (src.nLast == 1 && src.nRun < TCOEF_LAST1_SHORT_RUNS && src.nLevel < TCOEF_LAST1_SHORT_LEVELS)
-            last1Short[src.nRun][src.nLevel] = vlc;
-        else if (src.nLast == 1 && src.nRun >= TCOEF_LAST1_LONG_FIRST_RUN
-                 && src.nRun < TCOEF_LAST1_LONG_FIRST_RUN + TCOEF_LAST1_LONG_RUNS && src.nLevel == 1)
-            last1Long[src.nRun - TCOEF_LAST1_LONG_FIRST_RUN] = vlc;
-        else
-            throw std::logic_error("TCOEF triple outside the writer tables");
-    }
-};
-
-constexpr tag_TCOEFWRITERTABLES BuildWriterTables()
+// The writer's cells; a triple beyond the table's range stops the compilation.
+constexpr TCoefWriteTable BuildWriterTable()
 {
-    tag_TCOEFWRITERTABLES tables;
-    for (const tag_TCOEFSOURCE& src : kTCoefCodes)
-        tables.Place(src);
-    return tables;
+    TCoefWriteTable table{};
+    for (const tag_TCOEFSOURCE& src : kTCoefCodes) {
+        if (src.nLast < 0 || src.nLast > 1 || src.nRun < 0 || src.nRun >= TCOEF_WRITE_RUNS || src.nLevel < 1 ||
+            src.nLevel >= TCOEF_WRITE_LEVELS)
+            throw std::logic_error("TCOEF triple outside the writer table");
+        table[src.nLast][src.nRun][src.nLevel] = ParseCode(src.strCode);
+    }
+    return table;
 }
 
-// Fills every cell of the reader tables whose bits begin with the code; a code that
-// overlaps another, or does not fit the range of its table, stops the compilation.
-struct tag_TCOEFREADERTABLES {
-    TCoefReadTable read7{};
-    TCoefReadTable read10{};
-    TCoefReadTable read12{};
-
-    constexpr void Place(tag_VLCCODE vlc, const tag_TCOEFENTRY& entry)
-    {
-        const unsigned nFirst = static_cast<unsigned>(vlc.wCode) << (TCOEF_LOOKAHEAD_BITS - vlc.byLength);
-        const unsigned nLast = nFirst + (1u << (TCOEF_LOOKAHEAD_BITS - vlc.byLength)) - 1;
-        if (nFirst >= TCOEF_READ7_FIRST)
-            Fill(read7, nFirst >> 5, nLast >> 5, vlc.byLength <= 7, entry);
-        else if (nFirst >= TCOEF_READ10_FIRST)
-            Fill(read10, nFirst >> 2, nLast >> 2, vlc.byLength <= 10 && nLast < TCOEF_READ7_FIRST, entry);
-        else
-            Fill(read12, nFirst, nLast, nFirst >= TCOEF_READ12_FIRST && nLast < TCOEF_READ10_FIRST, entry);
-    }
-
-    static constexpr void Fill(TCoefReadTable& table, unsigned nFrom, unsigned nTo, bool bFits,
-                               const tag_TCOEFENTRY& entry)
-    {
-        if (!bFits)
-            throw std::logic_error("TCOEF code does not fit its reader table");
-        for (unsigned n = nFrom; n <= nTo; ++n) {
-            if (table[n].byLength != 0)
-                throw std::logic_error("TCOEF codes overlap");
-            table[n] = entry;
-        }
-    }
-};
-
-constexpr tag_TCOEFREADERTABLES BuildReaderTables()
+// Fills every cell of the reader table whose bits begin with the code; a code that
+// overlaps another stops the compilation.
+constexpr void PlaceReaderCode(TCoefReadTable& table, tag_VLCCODE vlc, const tag_TCOEFENTRY& entry)
 {
-    tag_TCOEFREADERTABLES tables;
+    const unsigned nFirst = static_cast<unsigned>(vlc.wCode) << (TCOEF_LOOKAHEAD_BITS - vlc.byLength);
+    const unsigned nCount = 1u << (TCOEF_LOOKAHEAD_BITS - vlc.byLength);
+    if (nFirst < TCOEF_LOWEST_CODE)
+        throw std::logic_error("TCOEF code below the lowest code");
+    for (unsigned n = nFirst; n < nFirst + nCount; ++n) {
+        if (table[n].byLength != 0)
+            throw std::logic_error("TCOEF codes overlap");
+        table[n] = entry;
+    }
+}
+
+constexpr TCoefReadTable BuildReaderTable()
+{
+    TCoefReadTable table{};
     for (const tag_TCOEFSOURCE& src : kTCoefCodes) {
         const tag_VLCCODE vlc = ParseCode(src.strCode);
-        tables.Place(vlc, {static_cast<BYTE>(src.nLast), static_cast<BYTE>(src.nRun),
-                           static_cast<BYTE>(src.nLevel), vlc.byLength});
+        PlaceReaderCode(table, vlc, {static_cast<BYTE>(src.nLast), static_cast<BYTE>(src.nRun),
+                                     static_cast<BYTE>(src.nLevel), vlc.byLength});
     }
     const tag_VLCCODE escape{TCOEF_ESCAPE_CODE, TCOEF_ESCAPE_LENGTH};
-    tables.Place(escape, {0, 0, 0, escape.byLength});
-    return tables;
+    PlaceReaderCode(table, escape, {0, 0, 0, escape.byLength});
+    return table;
 }
-
-constexpr tag_TCOEFWRITERTABLES kWriterTables = BuildWriterTables();
-constexpr tag_TCOEFREADERTABLES kReaderTables = BuildReaderTables();
 
 constexpr std::array<tag_VLCCODE, CBPY_VALUES> BuildCBPYCodes()
 {
@@ -270,42 +222,20 @@ constexpr tag_VLCCODE kNoCode{0, 0};
 
 } // namespace
 
-constexpr Last0ShortTable g_vlcTCoefLast0Short = kWriterTables.last0Short;
-constexpr Last0LongTable g_vlcTCoefLast0Long = kWriterTables.last0Long;
-constexpr Last1ShortTable g_vlcTCoefLast1Short = kWriterTables.last1Short;
-constexpr Last1LongTable g_vlcTCoefLast1Long = kWriterTables.last1Long;
-constexpr TCoefReadTable g_tcoefRead7 = kReaderTables.read7;
-constexpr TCoefReadTable g_tcoefRead10 = kReaderTables.read10;
-constexpr TCoefReadTable g_tcoefRead12 = kReaderTables.read12;
+constexpr TCoefWriteTable g_vlcTCoefWrite = BuildWriterTable();
+constexpr TCoefReadTable g_tcoefRead = BuildReaderTable();
 constexpr std::array<tag_VLCCODE, CBPY_VALUES> g_vlcCBPY = BuildCBPYCodes();
 constexpr std::array<tag_CBPYENTRY, 1 << CBPY_LOOKAHEAD_BITS> g_cbpyRead = BuildCBPYReader();
 
 tag_VLCCODE LookupTCoefCode(int nLast, int nRun, int nAbsLevel)
 {
-    if (nAbsLevel < 1 || nRun < 0)
+    if (nLast < 0 || nLast > 1 || nRun < 0 || nRun >= TCOEF_WRITE_RUNS || nAbsLevel < 1 ||
+        nAbsLevel >= TCOEF_WRITE_LEVELS)
         return kNoCode;
-    if (nLast == 0) {
-        if (nRun < TCOEF_LAST0_SHORT_RUNS)
-            return nAbsLevel < TCOEF_LAST0_SHORT_LEVELS ? g_vlcTCoefLast0Short[nRun][nAbsLevel] : kNoCode;
-        if (nRun < TCOEF_LAST0_LONG_FIRST_RUN + TCOEF_LAST0_LONG_RUNS && nAbsLevel < TCOEF_LAST0_LONG_LEVELS)
-            return g_vlcTCoefLast0Long[nRun - TCOEF_LAST0_LONG_FIRST_RUN][nAbsLevel];
-        return kNoCode;
-    }
-    if (nLast == 1) {
-        if (nRun < TCOEF_LAST1_SHORT_RUNS)
-            return nAbsLevel < TCOEF_LAST1_SHORT_LEVELS ? g_vlcTCoefLast1Short[nRun][nAbsLevel] : kNoCode;
-        if (nRun < TCOEF_LAST1_LONG_FIRST_RUN + TCOEF_LAST1_LONG_RUNS && nAbsLevel == 1)
-            return g_vlcTCoefLast1Long[nRun - TCOEF_LAST1_LONG_FIRST_RUN];
-    }
-    return kNoCode;
+    return g_vlcTCoefWrite[nLast][nRun][nAbsLevel];
 }
 
 const tag_TCOEFENTRY& LookupTCoefEntry(unsigned nNext12Bits)
 {
-    const unsigned c = nNext12Bits & ((1u << TCOEF_LOOKAHEAD_BITS) - 1);
-    if (c >= TCOEF_READ7_FIRST)
-        return g_tcoefRead7[c >> 5];
-    if (c >= TCOEF_READ10_FIRST)
-        return g_tcoefRead10[c >> 2];
-    return g_tcoefRead12[c];
+    return g_tcoefRead[nNext12Bits & ((1u << TCOEF_LOOKAHEAD_BITS) - 1)];
 }

@@ -26,35 +26,27 @@ inline constexpr int TCOEF_ESCAPE_LENGTH = 7;
 inline constexpr int TCOEF_ESCAPE_LAST_BITS = 1;
 inline constexpr int TCOEF_ESCAPE_RUN_BITS = 6;
 inline constexpr int TCOEF_ESCAPE_LEVEL_BITS = 8;
+inline constexpr int TCOEF_ESCAPE_EVENT_BITS =
+    TCOEF_ESCAPE_LENGTH + TCOEF_ESCAPE_LAST_BITS + TCOEF_ESCAPE_RUN_BITS + TCOEF_ESCAPE_LEVEL_BITS;
 // The longest TCOEF code with its sign bit; the reader's lookahead.
 inline constexpr int TCOEF_MAX_LENGTH_WITH_SIGN = 13;
 inline constexpr int TCOEF_LOOKAHEAD_BITS = 12;
 
-// Writer extent of the TCOEF table (ITU-T H.263 Table 16). Cells inside a table's extent
-// that the standard gives no code have length 0.
-inline constexpr int TCOEF_LAST0_SHORT_RUNS = 2;       // LAST 0, RUN 0 and 1
-inline constexpr int TCOEF_LAST0_SHORT_LEVELS = 13;    // |LEVEL| 0..12, 0 never coded
-inline constexpr int TCOEF_LAST0_LONG_FIRST_RUN = 2;   // LAST 0, RUN 2 to 26
-inline constexpr int TCOEF_LAST0_LONG_RUNS = 25;
-inline constexpr int TCOEF_LAST0_LONG_LEVELS = 5;      // |LEVEL| 0..4
-inline constexpr int TCOEF_LAST1_SHORT_RUNS = 2;       // LAST 1, RUN 0 and 1
-inline constexpr int TCOEF_LAST1_SHORT_LEVELS = 4;     // |LEVEL| 0..3
-inline constexpr int TCOEF_LAST1_LONG_FIRST_RUN = 2;   // LAST 1, RUN 2 to 41, |LEVEL| 1
-inline constexpr int TCOEF_LAST1_LONG_RUNS = 40;
-
-extern const std::array<std::array<tag_VLCCODE, TCOEF_LAST0_SHORT_LEVELS>, TCOEF_LAST0_SHORT_RUNS>
-    g_vlcTCoefLast0Short;
-extern const std::array<std::array<tag_VLCCODE, TCOEF_LAST0_LONG_LEVELS>, TCOEF_LAST0_LONG_RUNS>
-    g_vlcTCoefLast0Long;   // indexed by RUN - 2
-extern const std::array<std::array<tag_VLCCODE, TCOEF_LAST1_SHORT_LEVELS>, TCOEF_LAST1_SHORT_RUNS>
-    g_vlcTCoefLast1Short;
-extern const std::array<tag_VLCCODE, TCOEF_LAST1_LONG_RUNS> g_vlcTCoefLast1Long;   // by RUN - 2
+// The writer's table over (LAST, RUN, |LEVEL|), ITU-T H.263 Table 16: every triple with
+// RUN below 64 and |LEVEL| below 13, the only ones that can have a code. The table's
+// extent within that: LAST 0 with RUN 0 or 1 and |LEVEL| up to 12, RUN 2 to 26 and
+// |LEVEL| up to 4; LAST 1 with RUN 0 or 1 and |LEVEL| up to 3, RUN 2 to 40 and |LEVEL| 1.
+// A cell without a code has length 0, and the triple takes ESCAPE.
+inline constexpr int TCOEF_WRITE_RUNS = 64;
+inline constexpr int TCOEF_WRITE_LEVELS = 13;
+using TCoefWriteTable = std::array<std::array<std::array<tag_VLCCODE, TCOEF_WRITE_LEVELS>, TCOEF_WRITE_RUNS>, 2>;
+extern const TCoefWriteTable g_vlcTCoefWrite;
 
 // The code of (nLast, nRun, nAbsLevel) without sign, or a code of length 0 when the
 // triple has none and takes ESCAPE. Any arguments are safe.
 tag_VLCCODE LookupTCoefCode(int nLast, int nRun, int nAbsLevel);
 
-// One cell of the reader's TCOEF tables. byLength is the code length without the sign
+// One cell of the reader's TCOEF table. byLength is the code length without the sign
 // bit; 0 means no code starts with these bits. byLevel 0 with a length marks ESCAPE.
 struct tag_TCOEFENTRY {
     BYTE byLast;
@@ -63,21 +55,12 @@ struct tag_TCOEFENTRY {
     BYTE byLength;
 };
 
-// The reader's three direct-lookup tables over the next 12 bits c:
-// c >= 512 indexes g_tcoefRead7 by its top 7 bits (c >> 5);
-// 128 <= c < 512 indexes g_tcoefRead10 by its top 10 bits (c >> 2);
-// 8 <= c < 128 indexes g_tcoefRead12 by all 12 bits. c < 8 is no code.
-inline constexpr unsigned TCOEF_READ7_FIRST = 512;
-inline constexpr unsigned TCOEF_READ10_FIRST = 128;
-inline constexpr unsigned TCOEF_READ12_FIRST = 8;
-inline constexpr int TCOEF_READ_TABLE_SIZE = 128;
+// The reader's table over the next 12 bits: every code, ESCAPE included, has at most 12
+// bits, so one look-up finds it. Values below 8 (nine leading zeros) start no code.
+inline constexpr unsigned TCOEF_LOWEST_CODE = 8;
+extern const std::array<tag_TCOEFENTRY, 1 << TCOEF_LOOKAHEAD_BITS> g_tcoefRead;
 
-extern const std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE> g_tcoefRead7;
-extern const std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE> g_tcoefRead10;
-extern const std::array<tag_TCOEFENTRY, TCOEF_READ_TABLE_SIZE> g_tcoefRead12;
-
-// The entry for the next 12 bits (only the low 12 bits of the argument count), choosing
-// the table by range; an entry of length 0 when c < 8.
+// The entry for the next 12 bits (only the low 12 bits of the argument count).
 const tag_TCOEFENTRY& LookupTCoefEntry(unsigned nNext12Bits);
 
 inline constexpr bool IsTCoefEscape(const tag_TCOEFENTRY& entry)

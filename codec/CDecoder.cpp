@@ -1,18 +1,21 @@
 #include "codec/CDecoder.h"
 
 #include "codec/BitstreamTables.h"
+#include "codec/CodecMemory.h"
+#include "codec/KernelTable.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <new>
 
 namespace {
 
-constexpr DWORD kRevision20020219 = 0x20020219;
 constexpr int kLumaCapacity = CDecoder::MAX_WIDTH * CDecoder::MAX_HEIGHT;
 constexpr int kChromaCapacity = kLumaCapacity / 4;
+constexpr int kPlaneSetBytes = kLumaCapacity + 2 * kChromaCapacity;
 constexpr BYTE kBlackLuma = 0;
 constexpr BYTE kNeutralChroma = 128;
 
@@ -29,41 +32,31 @@ constexpr int kGroupMacroblocks = 10;
 constexpr int kPFrameType = 2;
 constexpr unsigned kForbiddenDC = 128;
 constexpr unsigned kDCStoredFor128 = 255;
-constexpr int kWindowBytes = 16;
-constexpr int kKeptBytes = 4;
-constexpr int kFetchBytes = 8;
+constexpr int kCacheBits = 64;
+// Zero bytes behind the copy of the input, which a refill at its end reads.
+constexpr int kFetchPadding = 8;
 constexpr int kAlignBits = 16;
 
 // Display scaling of the coded sizes of revision 0x20020219.
 constexpr int kWideSourceRows = 120;   // a 160x128 picture shows its first 120 rows
 
-unsigned LoadBigEndian32(const BYTE* p)
-{
-    return (unsigned{p[0]} << 24) | (unsigned{p[1]} << 16) | (unsigned{p[2]} << 8) | p[3];
-}
-
 std::uint64_t LoadBigEndian64(const BYTE* p)
 {
-    return (std::uint64_t{LoadBigEndian32(p)} << 32) | LoadBigEndian32(p + 4);
+    std::uint64_t qwValue;
+    std::memcpy(&qwValue, p, sizeof qwValue);
+    if constexpr (std::endian::native == std::endian::little)
+        qwValue = __builtin_bswap64(qwValue);
+    return qwValue;
 }
 
-BYTE* AllocatePlanes(IMAGE& img)
+// Points img at one plane set of the full capacity at pbyPlanes, cleared to black.
+void AssignPlanes(IMAGE& img, BYTE* pbyPlanes)
 {
-    BYTE* pPlanes = new (std::nothrow) BYTE[kLumaCapacity + 2 * kChromaCapacity];
-    if (pPlanes == nullptr)
-        return nullptr;
-    std::memset(pPlanes, kBlackLuma, kLumaCapacity);
-    std::memset(pPlanes + kLumaCapacity, kNeutralChroma, 2 * kChromaCapacity);
-    img.Y = pPlanes;
-    img.U = pPlanes + kLumaCapacity;
-    img.V = pPlanes + kLumaCapacity + kChromaCapacity;
-    return pPlanes;
-}
-
-void FreePlanes(IMAGE& img)
-{
-    delete[] img.Y;   // one allocation, starting at Y
-    img = {};
+    std::memset(pbyPlanes, kBlackLuma, kLumaCapacity);
+    std::memset(pbyPlanes + kLumaCapacity, kNeutralChroma, 2 * kChromaCapacity);
+    img.Y = pbyPlanes;
+    img.U = pbyPlanes + kLumaCapacity;
+    img.V = pbyPlanes + kLumaCapacity + kChromaCapacity;
 }
 
 // Each row: out[2x] = s[x], out[2x + 1] the mean of s[x] and s[x + 1]; the last pair
@@ -144,26 +137,27 @@ BOOL CDecoder::Create(DWORD dwRevision)
 {
     FreeAllMemory();
     m_dwRevision = dwRevision;
-    m_pBitStream = new (std::nothrow) BYTE[BITSTREAM_BYTES]();
-    m_pBitReader = new (std::nothrow) tag_BITREADER();
-    if (m_pBitStream == nullptr || m_pBitReader == nullptr || AllocatePlanes(m_imgDisplay) == nullptr ||
-        AllocatePlanes(m_imgDecoded) == nullptr) {
+    m_pBitStream = AllocateArray<BYTE>(BITSTREAM_BYTES + kFetchPadding);
+    m_pBitReader.reset(new (std::nothrow) tag_BITREADER());
+    m_pPlanes = AllocateArray<BYTE>(2 * kPlaneSetBytes);
+    if (!m_pBitStream || !m_pBitReader || !m_pPlanes) {
         FreeAllMemory();
         return FALSE;
     }
+    AssignPlanes(m_imgDecoded, m_pPlanes.get());
+    AssignPlanes(m_imgDisplay, m_pPlanes.get() + kPlaneSetBytes);
     m_nBitStreamLen = 0;
     m_bUseMMX = HasMMX();
+    m_pKernels = &GetKernelTable();
     return TRUE;
 }
 
 void CDecoder::FreeAllMemory()
 {
-    delete[] m_pBitStream;
-    delete m_pBitReader;
-    m_pBitStream = nullptr;
-    m_pBitReader = nullptr;
-    FreePlanes(m_imgDisplay);
-    FreePlanes(m_imgDecoded);
+    m_pBitStream.reset();
+    m_pBitReader.reset();
+    m_pPlanes.reset();
+    m_imgDecoded = m_imgDisplay = {};
 }
 
 void CDecoder::SetDecoderPara(int nHeight, int nWidth, int nQi, int nQp)
@@ -193,71 +187,49 @@ void CDecoder::SetQp(int nQp)
 }
 
 // ---------------------------------------------------------------------------
-// Bit reader
+// Bit reader: the unread bits stand at the top of a 64-bit cache. Every refill ORs the
+// next 8 bytes in below them and advances by the whole bytes that found room, which
+// leaves 56 to 63 bits to read without a test; bytes that found room only in part come
+// again at the next refill, over the same bits.
 
 void CDecoder::InitBitStreamBuf()
 {
     tag_BITREADER& r = *m_pBitReader;
-    r.rdptr = m_pBitStream;
-    std::memset(r.inbfr, 0, sizeof r.inbfr);
+    r.rdptr = m_pBitStream.get();
+    r.qwCache = 0;
     r.incnt = 0;
     r.bitcnt = 0;
-    r.dwKept = 0;
-    r.qwFetched = 0;
 }
 
-// Keeps the last 4 bytes of the window and fetches 8 more. Past the end of the private
-// copy the fetch yields zeros, so no record can lead the reader outside it.
-void CDecoder::FillWindow(tag_BITREADER& r, const BYTE* pEnd)
+// A reader that runs past the copy stays at its end, where 8 zero bytes follow it, and
+// reads zeros, as the bits beyond the copy are zeros too.
+inline void CDecoder::FillCache(tag_BITREADER& r, const BYTE* pLastFetch)
 {
-    std::memcpy(r.inbfr + kKeptBytes, r.inbfr + kWindowBytes - kKeptBytes, kKeptBytes);
-    if (r.rdptr + kFetchBytes <= pEnd) {
-        std::memcpy(r.inbfr + kKeptBytes + kKeptBytes, r.rdptr, kFetchBytes);
-        r.rdptr += kFetchBytes;
-    } else {
-        std::memset(r.inbfr + kKeptBytes + kKeptBytes, 0, kFetchBytes);
-    }
-    r.dwKept = static_cast<DWORD>(r.qwFetched);
-    r.qwFetched = LoadBigEndian64(r.inbfr + kKeptBytes + kKeptBytes);
-    r.incnt += 8 * kFetchBytes;
-}
-
-// The unread bits are the low incnt bits of the 96-bit window inbfr[4..15].
-inline unsigned CDecoder::ShowWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd)
-{
-    if (r.incnt < nBits)
-        FillWindow(r, pEnd);
-    const int nBelow = r.incnt - nBits;
-    const unsigned nMask = (1u << nBits) - 1;
-    if (nBelow >= 64)
-        return (r.dwKept >> (nBelow - 64)) & nMask;
-    std::uint64_t qwBits = r.qwFetched >> nBelow;
-    if (r.incnt > 64)
-        qwBits |= std::uint64_t{r.dwKept} << (64 - nBelow);
-    return static_cast<unsigned>(qwBits) & nMask;
-}
-
-inline void CDecoder::FlushWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd)
-{
-    r.bitcnt += nBits;
-    r.incnt -= nBits;
-    if (r.incnt < 0)
-        FillWindow(r, pEnd);
+    r.qwCache |= LoadBigEndian64(r.rdptr) >> r.incnt;
+    r.rdptr = std::min(r.rdptr + ((kCacheBits - 1 - r.incnt) >> 3), pLastFetch);
+    r.incnt |= kCacheBits - 8;
 }
 
 void CDecoder::FillBitStreamBuffer()
 {
-    FillWindow(*m_pBitReader, m_pBitStream + BITSTREAM_BYTES);
+    FillCache(*m_pBitReader, m_pBitStream.get() + BITSTREAM_BYTES);
 }
 
+// nBits from 1 to 32.
 inline unsigned CDecoder::ShowBits(int nBits)
 {
-    return ShowWindowBits(*m_pBitReader, nBits, m_pBitStream + BITSTREAM_BYTES);
+    tag_BITREADER& r = *m_pBitReader;
+    FillCache(r, m_pBitStream.get() + BITSTREAM_BYTES);
+    return static_cast<unsigned>(r.qwCache >> (kCacheBits - nBits));
 }
 
 inline void CDecoder::FlushBits(int nBits)
 {
-    FlushWindowBits(*m_pBitReader, nBits, m_pBitStream + BITSTREAM_BYTES);
+    tag_BITREADER& r = *m_pBitReader;
+    FillCache(r, m_pBitStream.get() + BITSTREAM_BYTES);
+    r.qwCache <<= nBits;
+    r.incnt -= nBits;
+    r.bitcnt += nBits;
 }
 
 inline unsigned CDecoder::GetBits(int nBits)
@@ -273,7 +245,7 @@ inline unsigned CDecoder::GetBits(int nBits)
 DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut, BOOL bKeepSize)
 {
     DECODER_RETURN result = {FALSE, FALSE, m_nWidth, m_nHeight, 0, FALSE};
-    if (m_pBitStream == nullptr || nInLen < 0 || nInLen > BITSTREAM_BYTES || (pIn == nullptr && nInLen > 0)) {
+    if (!m_pBitStream || nInLen < 0 || nInLen > BITSTREAM_BYTES || (pIn == nullptr && nInLen > 0)) {
         result.bError = TRUE;
         return result;
     }
@@ -329,23 +301,23 @@ DECODER_RETURN CDecoder::DecodeOneFrame(const BYTE* pIn, int nInLen, BYTE* pOut,
 void CDecoder::CopyInput(const BYTE* pIn, int nInLen)
 {
     if (nInLen > 0)
-        std::memcpy(m_pBitStream, pIn, static_cast<std::size_t>(nInLen));
+        std::memcpy(m_pBitStream.get(), pIn, static_cast<std::size_t>(nInLen));
     if (m_nBitStreamLen > nInLen)
-        std::memset(m_pBitStream + nInLen, 0, static_cast<std::size_t>(m_nBitStreamLen - nInLen));
+        std::memset(m_pBitStream.get() + nInLen, 0, static_cast<std::size_t>(m_nBitStreamLen - nInLen));
     m_nBitStreamLen = nInLen;
 }
 
 void CDecoder::WriteOutput(BYTE* pOut, BOOL bKeepSize, DECODER_RETURN& result)
 {
-    if (m_dwRevision == kRevision20020219) {
+    if (m_dwRevision == STREAM_REVISION_20020219) {
         int nWidth = m_nWidth;
         int nHeight = m_nHeight;
         IQImage(m_imgDisplay, m_imgDecoded, nWidth, nHeight, bKeepSize);
-        YUVToRGB24(pOut, m_imgDisplay, nWidth, nHeight);
+        m_pKernels->pfnYUVToRGB24(pOut, m_imgDisplay, nWidth, nHeight);
         result.nWidth = nWidth;
         result.nHeight = nHeight;
     } else {
-        YUVToRGB24(pOut, m_imgDecoded, m_nWidth, m_nHeight);
+        m_pKernels->pfnYUVToRGB24(pOut, m_imgDecoded, m_nWidth, m_nHeight);
     }
 }
 
@@ -388,7 +360,7 @@ BOOL CDecoder::FitsOutput(int nWidth, int nHeight, BOOL bKeepSize) const
 {
     long long nOutWidth = nWidth;
     long long nOutHeight = nHeight;
-    if (m_dwRevision == kRevision20020219) {
+    if (m_dwRevision == STREAM_REVISION_20020219) {
         const tag_DISPLAYSCALING nScaling = GetDisplayScaling(nWidth, nHeight, bKeepSize);
         if (nScaling != DISPLAY_COPY)
             nOutWidth = 2LL * nWidth;
@@ -434,54 +406,47 @@ int CDecoder::GetCBPY()
     return 15 - entry.byIntra;
 }
 
-// Coefficient events of one block into scan order, inverse quantised. A table code
-// has at most 12 bits, so its sign bit is mostly among the 12 bits already shown.
+// Coefficient events of one block, inverse quantised, each put at the natural position of
+// its scan position; only the coefficients of events are written. One look-up of the
+// next 12 bits finds any table code, and the sign bit after a code of up to 11 bits lies
+// among them. A refilled cache holds 56 bits, more than the longest event, ESCAPE with
+// its fields.
 BOOL CDecoder::DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp)
 {
     const int nQ = bQp ? m_nQp : m_nQi;
     const int e = nQ % 2 == 0 ? 1 : 0;
-    const BYTE* pEnd = m_pBitStream + BITSTREAM_BYTES;
+    const BYTE* pEnd = m_pBitStream.get() + BITSTREAM_BYTES;
     tag_BITREADER r = *m_pBitReader;
     BOOL bGood = FALSE;
     for (int nPos = bInter ? 0 : 1;;) {
-        const unsigned nNext = ShowWindowBits(r, TCOEF_LOOKAHEAD_BITS, pEnd);
-        if (nNext < TCOEF_READ12_FIRST)
-            break;
-        const tag_TCOEFENTRY& entry = nNext >= TCOEF_READ7_FIRST    ? g_tcoefRead7[nNext >> 5]
-                                      : nNext >= TCOEF_READ10_FIRST ? g_tcoefRead10[nNext >> 2]
-                                                                    : g_tcoefRead12[nNext];
+        FillCache(r, pEnd);
+        const tag_TCOEFENTRY entry = g_tcoefRead[r.qwCache >> (kCacheBits - TCOEF_LOOKAHEAD_BITS)];
         if (entry.byLength == 0)
             break;
-        int nLast;
-        int nRun;
-        int nLevel;
-        if (IsTCoefEscape(entry)) {
-            FlushWindowBits(r, entry.byLength, pEnd);
-            nLast = static_cast<int>(ShowWindowBits(r, TCOEF_ESCAPE_LAST_BITS, pEnd));
-            FlushWindowBits(r, TCOEF_ESCAPE_LAST_BITS, pEnd);
-            nRun = static_cast<int>(ShowWindowBits(r, TCOEF_ESCAPE_RUN_BITS, pEnd));
-            FlushWindowBits(r, TCOEF_ESCAPE_RUN_BITS, pEnd);
-            nLevel = static_cast<signed char>(ShowWindowBits(r, TCOEF_ESCAPE_LEVEL_BITS, pEnd));
-            FlushWindowBits(r, TCOEF_ESCAPE_LEVEL_BITS, pEnd);
-        } else {
-            nLast = entry.byLast;
-            nRun = entry.byRun;
-            unsigned nSign;
-            if (entry.byLength < TCOEF_LOOKAHEAD_BITS) {
-                nSign = (nNext >> (TCOEF_LOOKAHEAD_BITS - 1 - entry.byLength)) & 1;
-                FlushWindowBits(r, entry.byLength + 1, pEnd);
-            } else {
-                FlushWindowBits(r, entry.byLength, pEnd);
-                nSign = ShowWindowBits(r, 1, pEnd);
-                FlushWindowBits(r, 1, pEnd);
-            }
-            nLevel = nSign != 0 ? -entry.byLevel : entry.byLevel;
-        }
+        // Both readings are formed and one is taken by a mask, as a branch on ESCAPE would
+        // guess wrong too often on busy pictures.
+        const auto nFields = static_cast<int>(r.qwCache >> (kCacheBits - TCOEF_ESCAPE_EVENT_BITS));
+        const int nEscape = -static_cast<int>(IsTCoefEscape(entry));
+        const int nSign = -(static_cast<int>(r.qwCache >> (kCacheBits - 1 - entry.byLength)) & 1);
+        const int nTableLevel = (entry.byLevel ^ nSign) - nSign;
+        const int nEscapeLevel = static_cast<signed char>(nFields & 0xFF);
+        const int nLast = ((nFields >> (TCOEF_ESCAPE_RUN_BITS + TCOEF_ESCAPE_LEVEL_BITS)) & nEscape & 1) |
+                          (entry.byLast & ~nEscape);
+        const int nRun = ((nFields >> TCOEF_ESCAPE_LEVEL_BITS) & ((1 << TCOEF_ESCAPE_RUN_BITS) - 1) & nEscape) |
+                         (entry.byRun & ~nEscape);
+        const int nLevel = (nEscapeLevel & nEscape) | (nTableLevel & ~nEscape);
+        const int nBits = entry.byLength + 1 + ((TCOEF_ESCAPE_EVENT_BITS - entry.byLength - 1) & nEscape);
+        r.qwCache <<= nBits;
+        r.incnt -= nBits;
+        r.bitcnt += nBits;
         nPos += nRun;
         if (nPos >= BLOCK_SAMPLES)
             break;
-        const int nMagnitude = nQ * (2 * (nLevel < 0 ? -nLevel : nLevel) + 1) - e;
-        psBlock[nPos] = static_cast<short>(nLevel < 0 ? -nMagnitude : nMagnitude);
+        // sign(L) * (Q * (2|L| + 1) - e), with the sign as a mask; a LEVEL of 0 counts as
+        // positive.
+        const int nLevelSign = nLevel >> 31;
+        const int nMagnitude = nQ * (2 * ((nLevel ^ nLevelSign) - nLevelSign) + 1) - e;
+        psBlock[g_byZigZagInverse[nPos]] = static_cast<short>((nMagnitude ^ nLevelSign) - nLevelSign);
         ++nPos;
         if (nLast != 0) {
             bGood = TRUE;
@@ -492,38 +457,28 @@ BOOL CDecoder::DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp)
     return bGood;
 }
 
-void CDecoder::FillMBFromSubMB(int nBlock, YUV_Block* pMB, const short* psBlock)
-{
-    if (nBlock >= 4) {
-        std::memcpy(nBlock == 4 ? pMB->U : pMB->V, psBlock, BLOCK_SAMPLES * sizeof(short));
-        return;
-    }
-    short* psDst = pMB->Y + BLOCK_SIZE * (nBlock / 2) * MB_LUMA_SIZE + BLOCK_SIZE * (nBlock % 2);
-    for (int y = 0; y < BLOCK_SIZE; ++y)
-        std::memcpy(psDst + y * MB_LUMA_SIZE, psBlock + y * BLOCK_SIZE, BLOCK_SIZE * sizeof(short));
-}
-
 // ---------------------------------------------------------------------------
-// Picture bodies
+// Picture bodies. A macroblock's six blocks stay in natural order from their
+// coefficients to the picture.
 
 BOOL CDecoder::IFrameDecode(const IMAGE& img)
 {
-    return DecodeBody(img, FALSE, IDCTBlock);
+    return DecodeBody(img, FALSE, IDCTNatural);
 }
 
 BOOL CDecoder::PFrameDecode(const IMAGE& img)
 {
-    return DecodeBody(img, TRUE, IDCTBlock);
+    return DecodeBody(img, TRUE, IDCTNatural);
 }
 
 BOOL CDecoder::IFrameDecodewithMMX(const IMAGE& img)
 {
-    return DecodeBody(img, FALSE, IDCTBlockMMX);
+    return DecodeBody(img, FALSE, m_pKernels->pfnIDCTMMX);
 }
 
 BOOL CDecoder::PFrameDecodewithMMX(const IMAGE& img)
 {
-    return DecodeBody(img, TRUE, IDCTBlockMMX);
+    return DecodeBody(img, TRUE, m_pKernels->pfnIDCTMMX);
 }
 
 BOOL CDecoder::DecodeBody(const IMAGE& img, BOOL bPFrame, IDCTFunction pfnIDCT)
@@ -549,50 +504,44 @@ BOOL CDecoder::DecodeBody(const IMAGE& img, BOOL bPFrame, IDCTFunction pfnIDCT)
 BOOL CDecoder::DecodeIntraMB(const IMAGE& img, int nIndex, BOOL bQp, IDCTFunction pfnIDCT)
 {
     const int nPattern = (15 - (GetCBPY() & 15)) * 4 + static_cast<int>(GetBits(kCBPCBits));
-    YUV_Block mb;
+    alignas(32) short sBlocks[MB_BLOCKS * BLOCK_SAMPLES] = {};
+    short* apsBlocks[MB_BLOCKS];
     for (int b = 0; b < MB_BLOCKS; ++b) {
-        short sCoeff[BLOCK_SAMPLES] = {};
-        short sBlock[BLOCK_SAMPLES];
+        apsBlocks[b] = sBlocks + BLOCK_SAMPLES * b;
         unsigned nDC = GetBits(kDCBits);
         if (nDC == kForbiddenDC)
             return FALSE;
         if (nDC == kDCStoredFor128)
             nDC = kForbiddenDC;
-        sCoeff[0] = static_cast<short>(nDC * INTRA_DC_SCALE);
-        if ((nPattern & (1 << (MB_BLOCKS - 1 - b))) != 0 && !DecodeDCTCoeff(sCoeff, FALSE, bQp))
+        apsBlocks[b][0] = static_cast<short>(nDC * INTRA_DC_SCALE);
+        if ((nPattern & (1 << (MB_BLOCKS - 1 - b))) != 0 && !DecodeDCTCoeff(apsBlocks[b], FALSE, bQp))
             return FALSE;
-        pfnIDCT(sCoeff, sBlock);
-        FillMBFromSubMB(b, &mb, sBlock);
     }
-    ClipMB(&mb);
-    PutMB(nIndex % m_nMBCols, nIndex / m_nMBCols, img, m_nWidth, &mb);
+    pfnIDCT(apsBlocks, MB_BLOCKS);
+    m_pKernels->pfnStoreMB(sBlocks, img, nIndex % m_nMBCols, nIndex / m_nMBCols, m_nWidth);
     return TRUE;
 }
 
-// A block without events transforms to zeros in both forms, so it adds nothing and its
-// transform is left out.
+// Only the blocks of the pattern are transformed and added: a block without events
+// transforms to zeros in both forms and would add nothing.
 BOOL CDecoder::DecodeInterMB(const IMAGE& img, int nIndex, IDCTFunction pfnIDCT)
 {
     const int nPattern = (GetCBPY() & 15) * 4 + static_cast<int>(GetBits(kCBPCBits));
     if (nPattern == 0)
         return TRUE;
-    YUV_Block difference;
+    alignas(32) short sBlocks[MB_BLOCKS * BLOCK_SAMPLES];
+    short* apsBlocks[MB_BLOCKS];
+    int nBlocks = 0;
     for (int b = 0; b < MB_BLOCKS; ++b) {
-        short sBlock[BLOCK_SAMPLES] = {};
-        if ((nPattern & (1 << (MB_BLOCKS - 1 - b))) != 0) {
-            short sCoeff[BLOCK_SAMPLES] = {};
-            if (!DecodeDCTCoeff(sCoeff, TRUE, TRUE))
-                return FALSE;
-            pfnIDCT(sCoeff, sBlock);
-        }
-        FillMBFromSubMB(b, &difference, sBlock);
+        if ((nPattern & (1 << (MB_BLOCKS - 1 - b))) == 0)
+            continue;
+        short* psBlock = sBlocks + BLOCK_SAMPLES * b;
+        std::memset(psBlock, 0, BLOCK_SAMPLES * sizeof(short));
+        if (!DecodeDCTCoeff(psBlock, TRUE, TRUE))
+            return FALSE;
+        apsBlocks[nBlocks++] = psBlock;
     }
-    const int nCol = nIndex % m_nMBCols;
-    const int nRow = nIndex / m_nMBCols;
-    YUV_Block mb;
-    GetMB(nCol, nRow, img, m_nWidth, &mb);
-    AddMB(&mb, &difference);
-    ClipMB(&mb);
-    PutMB(nCol, nRow, img, m_nWidth, &mb);
+    pfnIDCT(apsBlocks, nBlocks);
+    m_pKernels->pfnStoreSumMB(sBlocks, nPattern, img, img, nIndex % m_nMBCols, nIndex / m_nMBCols, m_nWidth);
     return TRUE;
 }

@@ -7,6 +7,11 @@
 #include "platform/CObject.h"
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
+#include "vocabulary/StreamRevision.h"
+
+#include <memory>
+
+struct tag_KERNELTABLE;
 
 // What DecodeOneFrame did with one record.
 struct DECODER_RETURN {
@@ -42,17 +47,14 @@ public:
     void SetOutputCapacity(int nBytes);
 
 protected:
-    // The reader's window: 16 bytes, of which the last 12 are live (4 kept from the
-    // previous fetch and 8 fetched), incnt bits of them still unread; bitcnt counts
-    // the bits consumed since the start of the record. The live bytes are also held
-    // as big-endian numbers, so that reading bits is shifting and masking.
+    // The reader: the next bytes to fetch, a cache whose incnt bits from the top are
+    // still unread, and the bits consumed since the start of the record, which is what
+    // alignment counts from.
     struct tag_BITREADER {
         const BYTE* rdptr;
-        BYTE inbfr[16];
+        unsigned long long qwCache;
         int incnt;
         int bitcnt;
-        DWORD dwKept;            // inbfr[4..7]
-        unsigned long long qwFetched;   // inbfr[8..15]
     };
 
     int m_nHeight = 0;
@@ -62,24 +64,25 @@ protected:
     int m_nMBCount = 0;
     int m_nQi = 0;
     int m_nQp = 0;
-    BYTE* m_pBitStream = nullptr;
+    std::unique_ptr<BYTE[]> m_pBitStream;
     int m_nBitStreamLen = 0;
-    tag_BITREADER* m_pBitReader = nullptr;
+    std::unique_ptr<tag_BITREADER> m_pBitReader;
     IMAGE m_imgDecoded = {};
     IMAGE m_imgDisplay = {};
-    DWORD m_dwRevision = 0x20020114;
+    DWORD m_dwRevision = STREAM_REVISION_20020114;
     BOOL m_bUseMMX = FALSE;
     int m_nOutputCapacity = MAX_OUTPUT_BYTES;
+    // The memory behind both plane sets, which the records point into.
+    std::unique_ptr<BYTE[]> m_pPlanes;
+
+    // The kernels the decoder runs, the process's table from Create on.
+    const tag_KERNELTABLE* m_pKernels = nullptr;
 
 private:
-    using IDCTFunction = void (*)(const short*, short*);
+    // An inverse transform form on natural-order blocks, in place.
+    using IDCTFunction = void (*)(short* const* ppsBlocks, int nBlocks);
 
-    // The reader's operations on a given state: the members below apply them to
-    // m_pBitReader, and the coefficient loop to a copy that stays in registers.
-    static void FillWindow(tag_BITREADER& r, const BYTE* pEnd);
-    static inline unsigned ShowWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd);
-    static inline void FlushWindowBits(tag_BITREADER& r, int nBits, const BYTE* pEnd);
-
+    static inline void FillCache(tag_BITREADER& r, const BYTE* pEnd);
     void InitBitStreamBuf();
     void FillBitStreamBuffer();
     inline unsigned ShowBits(int nBits);
@@ -89,7 +92,6 @@ private:
     BOOL GetStartBitStream();
     int GetCBPY();
     BOOL DecodeDCTCoeff(short* psBlock, BOOL bInter, BOOL bQp);
-    static void FillMBFromSubMB(int nBlock, YUV_Block* pMB, const short* psBlock);
     BOOL IFrameDecode(const IMAGE& img);
     BOOL PFrameDecode(const IMAGE& img);
     BOOL IFrameDecodewithMMX(const IMAGE& img);

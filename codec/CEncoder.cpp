@@ -1,18 +1,23 @@
 #include "codec/CEncoder.h"
 
 #include "codec/BitstreamTables.h"
+#include "codec/CodecMemory.h"
+#include "codec/KernelTable.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
 #include "platform/TickClock.h"
 #include "platform/WinThreads.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace {
 
+constexpr int kAccumulatorBits = 64;
+// The last write of a picture stores the whole accumulator.
+constexpr int kAccumulatorBytes = kAccumulatorBits / 8;
 constexpr int kStartCodeZeroBits = 16;
 constexpr unsigned kStartCodeTail = 0x10;   // the five bits 10000 behind sixteen zeros
 constexpr int kStartCodeTailBits = 5;
@@ -23,6 +28,9 @@ constexpr int kPFrameType = 2;
 constexpr int kDCBits = 8;
 constexpr int kDCStoredFor128 = 255;
 constexpr int kCBPCBits = 2;
+constexpr int kIntraFirstPosition = 1;
+constexpr int kInterFirstPosition = 0;
+constexpr int kAllBlocks = (1 << MB_BLOCKS) - 1;
 constexpr int kGroupsFieldBytes = 2;
 constexpr int kDroppedBelowIntraCount = 4;
 constexpr int kDefaultIntraThreshold = 3840;
@@ -45,11 +53,9 @@ constexpr int kCopMaxMacroblocks = CEncoder::COP_MAX_GROUPS * CEncoder::COP_GROU
 // no short group exists.
 constexpr int kCopMinRemainder = 12;
 
-// The worst macroblock: an inter macroblock whose 384 coefficients all take ESCAPE
-// (22 bits each), behind COD, MODE, the longest CBPY and CBPC.
-constexpr int kEscapeBits = TCOEF_ESCAPE_LENGTH + TCOEF_ESCAPE_LAST_BITS + TCOEF_ESCAPE_RUN_BITS +
-                            TCOEF_ESCAPE_LEVEL_BITS;
-constexpr int kMaxMacroblockBits = 1 + 1 + CBPY_LOOKAHEAD_BITS + kCBPCBits + MB_SAMPLES * kEscapeBits;
+// The worst macroblock: an inter macroblock whose 384 coefficients all take ESCAPE,
+// behind COD, MODE, the longest CBPY and CBPC.
+constexpr int kMaxMacroblockBits = 1 + 1 + CBPY_LOOKAHEAD_BITS + kCBPCBits + MB_SAMPLES * TCOEF_ESCAPE_EVENT_BITS;
 // Start code, type, size, quantiser, marker, padding and GROUPS.
 constexpr int kMaxHeaderBytes = 10;
 
@@ -71,32 +77,23 @@ constexpr tag_SIZEENTRY kRevision20020219Sizes[] = {
     {704, 288, 352, 288, 352, 288},
 };
 
-BYTE* AllocatePlaneSet(IMAGE& img, int nWidth, int nHeight)
+std::size_t PlaneSetBytes(int nWidth, int nHeight)
 {
     const std::size_t nLuma = static_cast<std::size_t>(nWidth) * nHeight;
-    BYTE* pPlanes = new (std::nothrow) BYTE[nLuma + nLuma / 2];
-    if (pPlanes == nullptr)
-        return nullptr;
-    std::memset(pPlanes, kBlackLuma, nLuma);
-    std::memset(pPlanes + nLuma, kNeutralChroma, nLuma / 2);
-    img.Y = pPlanes;
-    img.U = pPlanes + nLuma;
-    img.V = pPlanes + nLuma + nLuma / 4;
-    return pPlanes;
+    return nLuma + nLuma / 2;
 }
 
-void FreePlaneSet(IMAGE& img)
-{
-    delete[] img.Y;   // the three planes are one allocation, starting at Y
-    img = {};
-}
-
-void CopyPlaneSet(const IMAGE& imgDst, const IMAGE& imgSrc, int nWidth, int nHeight)
+// Points img at a plane set at pbyPlanes and clears it to black; returns the byte after
+// the set.
+BYTE* AssignPlaneSet(IMAGE& img, BYTE* pbyPlanes, int nWidth, int nHeight)
 {
     const std::size_t nLuma = static_cast<std::size_t>(nWidth) * nHeight;
-    std::memcpy(imgDst.Y, imgSrc.Y, nLuma);
-    std::memcpy(imgDst.U, imgSrc.U, nLuma / 4);
-    std::memcpy(imgDst.V, imgSrc.V, nLuma / 4);
+    std::memset(pbyPlanes, kBlackLuma, nLuma);
+    std::memset(pbyPlanes + nLuma, kNeutralChroma, nLuma / 2);
+    img.Y = pbyPlanes;
+    img.U = pbyPlanes + nLuma;
+    img.V = pbyPlanes + nLuma + nLuma / 4;
+    return pbyPlanes + PlaneSetBytes(nWidth, nHeight);
 }
 
 // Plane pointers are exchanged, never the pictures; sets are one allocation each, so
@@ -104,6 +101,13 @@ void CopyPlaneSet(const IMAGE& imgDst, const IMAGE& imgSrc, int nWidth, int nHei
 void SwapPlaneSets(IMAGE& imgFirst, IMAGE& imgSecond)
 {
     std::swap(imgFirst, imgSecond);
+}
+
+void StoreBigEndian64(BYTE* p, std::uint64_t qwValue)
+{
+    if constexpr (std::endian::native == std::endian::little)
+        qwValue = __builtin_bswap64(qwValue);
+    std::memcpy(p, &qwValue, sizeof qwValue);
 }
 
 bool TickBefore(DWORD dwNow, DWORD dwEnd)
@@ -168,48 +172,46 @@ BOOL CEncoder::Create(int nWidth, int nHeight, DWORD dwRevision, int nCoprocesso
     InitBitWriter();
     m_bUseCoprocessor = nCoprocessor != 0;
     m_bUseMMX = HasMMX();
+    m_pKernels = &GetKernelTable();
     return TRUE;
 }
 
+// One allocation for the plane sets and one for the coprocessor's groups; the records
+// point into them.
 BOOL CEncoder::AllocateBuffers()
 {
-    m_pBitBuffer = new (std::nothrow) BYTE[GetMaxRecordLength(m_nWidth, m_nHeight)];
-    m_pMoveMap = new (std::nothrow) int[m_nMBCount]();
-    m_pCopBatch = new (std::nothrow) BYTE[COP_BATCH_BYTES]();
-    if (m_pBitBuffer == nullptr || m_pMoveMap == nullptr || m_pCopBatch == nullptr)
+    m_pBitBuffer = AllocateArray<BYTE>(GetMaxRecordLength(m_nWidth, m_nHeight) + kAccumulatorBytes);
+    m_pMoveMap = AllocateArray<int>(static_cast<std::size_t>(m_nMBCount));
+    m_pCopBatch = AllocateArray<BYTE>(COP_BATCH_BYTES);
+    m_pCopGroups = AllocateArray<BYTE>(COP_MAX_GROUPS * (COP_GROUP_BITS_BYTES + COP_RECON_BYTES));
+    const bool bReduced = m_dwRevision == STREAM_REVISION_20020219 && m_nCaptureHeight != m_nHeight;
+    const std::size_t nCaptureBytes = bReduced ? PlaneSetBytes(m_nCaptureWidth, m_nCaptureHeight) : 0;
+    m_pPlanes = AllocateArray<BYTE>(nCaptureBytes + 3 * PlaneSetBytes(m_nWidth, m_nHeight));
+    if (!m_pBitBuffer || !m_pMoveMap || !m_pCopBatch || !m_pCopGroups || !m_pPlanes)
         return FALSE;
     for (int g = 0; g < COP_MAX_GROUPS; ++g) {
-        m_pCopBits[g] = new (std::nothrow) BYTE[COP_GROUP_BITS_BYTES];
-        m_pCopRecon[g] = new (std::nothrow) BYTE[COP_RECON_BYTES];
-        if (m_pCopBits[g] == nullptr || m_pCopRecon[g] == nullptr)
-            return FALSE;
+        m_pCopBits[g] = m_pCopGroups.get() + g * (COP_GROUP_BITS_BYTES + COP_RECON_BYTES);
+        m_pCopRecon[g] = m_pCopBits[g] + COP_GROUP_BITS_BYTES;
     }
-    const bool bReduced = m_dwRevision == STREAM_REVISION_20020219 && m_nCaptureHeight != m_nHeight;
-    if (bReduced && AllocatePlaneSet(m_imgCapture, m_nCaptureWidth, m_nCaptureHeight) == nullptr)
-        return FALSE;
-    return AllocatePlaneSet(m_imgPrevious, m_nWidth, m_nHeight) != nullptr &&
-           AllocatePlaneSet(m_imgReference, m_nWidth, m_nHeight) != nullptr &&
-           AllocatePlaneSet(m_imgCurrent, m_nWidth, m_nHeight) != nullptr;
+    BYTE* pbyNext = m_pPlanes.get();
+    if (bReduced)
+        pbyNext = AssignPlaneSet(m_imgCapture, pbyNext, m_nCaptureWidth, m_nCaptureHeight);
+    pbyNext = AssignPlaneSet(m_imgPrevious, pbyNext, m_nWidth, m_nHeight);
+    pbyNext = AssignPlaneSet(m_imgReference, pbyNext, m_nWidth, m_nHeight);
+    AssignPlaneSet(m_imgCurrent, pbyNext, m_nWidth, m_nHeight);
+    return TRUE;
 }
 
 void CEncoder::FreeBuffers()
 {
-    delete[] m_pBitBuffer;
-    delete[] m_pMoveMap;
-    delete[] m_pCopBatch;
-    m_pBitBuffer = nullptr;
-    m_pMoveMap = nullptr;
-    m_pCopBatch = nullptr;
-    for (int g = 0; g < COP_MAX_GROUPS; ++g) {
-        delete[] m_pCopBits[g];
-        delete[] m_pCopRecon[g];
-        m_pCopBits[g] = nullptr;
-        m_pCopRecon[g] = nullptr;
-    }
-    FreePlaneSet(m_imgCapture);
-    FreePlaneSet(m_imgCurrent);
-    FreePlaneSet(m_imgReference);
-    FreePlaneSet(m_imgPrevious);
+    m_pBitBuffer.reset();
+    m_pMoveMap.reset();
+    m_pCopBatch.reset();
+    m_pCopGroups.reset();
+    m_pPlanes.reset();
+    std::fill(std::begin(m_pCopBits), std::end(m_pCopBits), nullptr);
+    std::fill(std::begin(m_pCopRecon), std::end(m_pCopRecon), nullptr);
+    m_imgCapture = m_imgCurrent = m_imgReference = m_imgPrevious = {};
     m_pBitPtr = nullptr;
 }
 
@@ -274,8 +276,8 @@ DWORD CEncoder::CopTickCount()
 
 ENCODER_RETURN CEncoder::Encode(BYTE* pbyFrame, BOOL bDetectOnly, int nFrameType)
 {
-    ENCODER_RETURN result = {bDetectOnly, FALSE, nFrameType, 0, m_pBitBuffer};
-    if (m_pBitBuffer == nullptr)
+    ENCODER_RETURN result = {bDetectOnly, FALSE, nFrameType, 0, m_pBitBuffer.get()};
+    if (!m_pBitBuffer)
         return result;
     ClearMoveMap();
     InitBitWriter();
@@ -293,32 +295,35 @@ ENCODER_RETURN CEncoder::Encode(BYTE* pbyFrame, BOOL bDetectOnly, int nFrameType
 
 void CEncoder::ClearMoveMap()
 {
-    std::fill(m_pMoveMap, m_pMoveMap + m_nMBCount, 0);
+    std::fill(m_pMoveMap.get(), m_pMoveMap.get() + m_nMBCount, 0);
 }
 
 void CEncoder::BringFrameIn(BYTE* pbyFrame)
 {
     if (m_dwRevision == STREAM_REVISION_20020219 && m_nCaptureHeight != m_nHeight) {
-        UYVYToYUV420(pbyFrame, m_imgCapture, m_nCaptureWidth, m_nCaptureHeight);
-        YUVToRGB24(pbyFrame, m_imgCapture, m_nCaptureWidth, m_nCaptureHeight);
+        m_pKernels->pfnUYVYToYUV420(pbyFrame, m_imgCapture, m_nCaptureWidth, m_nCaptureHeight);
+        m_pKernels->pfnYUVToRGB24(pbyFrame, m_imgCapture, m_nCaptureWidth, m_nCaptureHeight);
         ReduceYUV420(m_imgCapture, m_imgCurrent, m_nCaptureWidth, m_nCaptureHeight, m_nWidth);
     } else {
-        UYVYToYUV420(pbyFrame, m_imgCurrent, m_nWidth, m_nHeight);
-        YUVToRGB24(pbyFrame, m_imgCurrent, m_nWidth, m_nHeight);
+        m_pKernels->pfnUYVYToYUV420(pbyFrame, m_imgCurrent, m_nWidth, m_nHeight);
+        m_pKernels->pfnYUVToRGB24(pbyFrame, m_imgCurrent, m_nWidth, m_nHeight);
     }
+}
+
+// The luma SAD of macroblock nIndex between two pictures; the same sum as SADMB of the
+// widened macroblocks.
+int CEncoder::LumaSAD(int nIndex, const IMAGE& imgFirst, const IMAGE& imgSecond) const
+{
+    const std::ptrdiff_t nOffset = static_cast<std::ptrdiff_t>(nIndex / m_nMBCols) * MB_LUMA_SIZE * m_nWidth +
+                                   (nIndex % m_nMBCols) * MB_LUMA_SIZE;
+    return m_pKernels->pfnSADLuma(imgFirst.Y + nOffset, imgSecond.Y + nOffset, m_nWidth);
 }
 
 BOOL CEncoder::DetectMove()
 {
     int nMoved = 0;
-    YUV_Block current;
-    YUV_Block previous;
     for (int i = 0; i < m_nMBCount; ++i) {
-        const int nCol = i % m_nMBCols;
-        const int nRow = i / m_nMBCols;
-        GetMB(nCol, nRow, m_imgCurrent, m_nWidth, &current);
-        GetMB(nCol, nRow, m_imgPrevious, m_nWidth, &previous);
-        if (SADMB(&current, &previous) > m_nMoveThreshold) {
+        if (LumaSAD(i, m_imgCurrent, m_imgPrevious) > m_nMoveThreshold) {
             m_pMoveMap[i] = 1;
             ++nMoved;
         }
@@ -328,7 +333,7 @@ BOOL CEncoder::DetectMove()
 
 ENCODER_RETURN CEncoder::EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType)
 {
-    ENCODER_RETURN result = {FALSE, FALSE, nFrameType, 0, m_pBitBuffer};
+    ENCODER_RETURN result = {FALSE, FALSE, nFrameType, 0, m_pBitBuffer.get()};
     PutBits(kStartCodeZeroBits, 0);
     PutBits(kStartCodeTailBits, kStartCodeTail);
     if (nFrameType == 0 || nFrameType == 1) {
@@ -346,14 +351,14 @@ ENCODER_RETURN CEncoder::EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType)
     } else {
         result.nFrameType = kPFrameType;
         PutBits(kTypeBits, kPFrameType);
-        const tag_BITWRITERSTATE beforeCoded = SaveBitWriter();
-        PutBits(1, 1);
-        PutBits(kQuantBits, static_cast<unsigned>(m_nQp));
-        if (EncodePFrameBody() < kDroppedBelowIntraCount) {
-            RestoreBitWriter(beforeCoded);
+        // Whether the picture stands depends on the SADs alone, so a picture that will be
+        // dropped is decided before anything is coded, and leaves the reference as it is.
+        if (CountIntraMacroblocks() < kDroppedBelowIntraCount) {
             PutBits(1, 0);
-            RestoreReference();
         } else {
+            PutBits(1, 1);
+            PutBits(kQuantBits, static_cast<unsigned>(m_nQp));
+            EncodePFrameBody();
             result.bMoved = TRUE;
         }
     }
@@ -362,32 +367,37 @@ ENCODER_RETURN CEncoder::EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType)
     return result;
 }
 
-// Codes the body of a P picture so that the reference before it can be brought back:
-// the SIMD body writes into the other plane set, the others work on the reference in
-// place after a copy of it.
-int CEncoder::EncodePFrameBody()
+// The mode decision of every macroblock of a P picture: above the intra threshold it goes
+// intra, its map flag is set and the count rises.
+int CEncoder::CountIntraMacroblocks()
+{
+    int nIntraCount = 0;
+    for (int i = 0; i < m_nMBCount; ++i) {
+        const bool bIntra = LumaSAD(i, m_imgCurrent, m_imgReference) > m_nIntraThreshold;
+        m_pMoveMap[i] = bIntra ? 1 : 0;
+        nIntraCount += bIntra ? 1 : 0;
+    }
+    return nIntraCount;
+}
+
+// The SIMD body keeps the old reference intact in the other plane set and writes the
+// new one beside it; the others update the reference in place. Every body reaches the
+// decisions already taken.
+void CEncoder::EncodePFrameBody()
 {
     if (m_bUseMMX) {
         SwapPlaneSets(m_imgReference, m_imgPrevious);
-        return PFrameEncodewithMMX(m_imgCurrent, m_imgPrevious, m_imgReference, m_nQp);
+        PFrameEncodewithMMX(m_imgCurrent, m_imgPrevious, m_imgReference, m_nQp);
+    } else if (m_bUseCoprocessor) {
+        PFrameEncodeCop(m_imgCurrent, m_imgReference, m_nQp);
+    } else {
+        PFrameEncode(m_imgCurrent, m_imgReference, m_nQp);
     }
-    CopyPlaneSet(m_imgPrevious, m_imgReference, m_nWidth, m_nHeight);
-    if (m_bUseCoprocessor)
-        return PFrameEncodeCop(m_imgCurrent, m_imgReference, m_nQp);
-    return PFrameEncode(m_imgCurrent, m_imgReference, m_nQp);
-}
-
-void CEncoder::RestoreReference()
-{
-    if (m_bUseMMX)
-        SwapPlaneSets(m_imgReference, m_imgPrevious);
-    else
-        CopyPlaneSet(m_imgReference, m_imgPrevious, m_nWidth, m_nHeight);
 }
 
 BOOL CEncoder::IsAreaMove(int nLeft, int nTop, int nRight, int nBottom) const
 {
-    if (m_pMoveMap == nullptr)
+    if (!m_pMoveMap)
         return FALSE;
     // Map rows run opposite to rectangle rows.
     const int nFirstCol = std::max(0, nLeft >> 4);
@@ -405,56 +415,62 @@ BOOL CEncoder::IsAreaMove(int nLeft, int nTop, int nRight, int nBottom) const
 }
 
 // ---------------------------------------------------------------------------
-// Bit writer
+// Bit writer: bits gather at the top of a 64-bit accumulator, which goes out whole after
+// every write, most significant byte first; the writer then advances by the bytes that
+// are complete and keeps the rest, at most 7 bits. The bytes are those of a 16-bit
+// accumulator, and the buffer has room for the 8 bytes that the last write stores.
 
 void CEncoder::InitBitWriter()
 {
-    m_pBitPtr = m_pBitBuffer;
-    m_wBitAcc = 0;
-    m_nBitsFree = 16;
+    m_pBitPtr = m_pBitBuffer.get();
+    m_qwBitAcc = 0;
+    m_nBitsHeld = 0;
     m_nBitLen = 0;
 }
 
-// Appends the low nBits (1 to 16) of nValue, most significant first, to the 16-bit
-// accumulator; a full accumulator goes out high byte first.
+// Appends the low nBits (1 to 32) of nValue.
 void CEncoder::PutBits(int nBits, unsigned nValue)
 {
-    nValue &= (1u << nBits) - 1;
-    if (nBits < m_nBitsFree) {
-        m_nBitsFree -= nBits;
-        m_wBitAcc = static_cast<WORD>(m_wBitAcc | (nValue << m_nBitsFree));
-        return;
-    }
-    const int nRest = nBits - m_nBitsFree;
-    const unsigned nWord = m_wBitAcc | (nValue >> nRest);
-    m_pBitPtr[0] = static_cast<BYTE>(nWord >> 8);
-    m_pBitPtr[1] = static_cast<BYTE>(nWord);
-    m_pBitPtr += 2;
-    m_nBitLen += 2;
-    m_nBitsFree = 16 - nRest;
-    m_wBitAcc = static_cast<WORD>(nRest != 0 ? nValue << m_nBitsFree : 0);
+    tag_BITWRITER writer = TakeBitWriter();
+    WriteBits(writer, nBits, nValue);
+    KeepBitWriter(writer);
 }
 
+// The writer's state as a value, which the compiler can keep in registers while bytes
+// go out through a pointer that might, for all it knows, point at the encoder itself.
+CEncoder::tag_BITWRITER CEncoder::TakeBitWriter() const
+{
+    return {m_pBitPtr, m_qwBitAcc, m_nBitsHeld, m_nBitLen};
+}
+
+void CEncoder::KeepBitWriter(const tag_BITWRITER& writer)
+{
+    m_pBitPtr = writer.pBitPtr;
+    m_qwBitAcc = writer.qwBitAcc;
+    m_nBitsHeld = writer.nBitsHeld;
+    m_nBitLen = writer.nBitLen;
+}
+
+inline void CEncoder::WriteBits(tag_BITWRITER& writer, int nBits, unsigned nValue)
+{
+    writer.qwBitAcc |= (nValue & ((std::uint64_t{1} << nBits) - 1)) << (kAccumulatorBits - writer.nBitsHeld - nBits);
+    writer.nBitsHeld += nBits;
+    StoreBigEndian64(writer.pBitPtr, writer.qwBitAcc);
+    const int nBytes = writer.nBitsHeld >> 3;
+    writer.pBitPtr += nBytes;
+    writer.nBitLen += nBytes;
+    writer.qwBitAcc <<= 8 * nBytes;
+    writer.nBitsHeld &= 7;
+}
+
+// Pads with 0 to the next 16-bit boundary, counted from the start of the record; the
+// buffer then holds every bit.
 int CEncoder::AlignBits()
 {
-    if (m_nBitsFree == 16)
-        return 0;
-    const int nPadding = m_nBitsFree;
-    PutBits(nPadding, 0);
+    const int nPadding = (16 - (8 * m_nBitLen + m_nBitsHeld) % 16) % 16;
+    if (nPadding != 0)
+        PutBits(nPadding, 0);
     return nPadding;
-}
-
-CEncoder::tag_BITWRITERSTATE CEncoder::SaveBitWriter() const
-{
-    return {m_pBitPtr, m_wBitAcc, m_nBitsFree, m_nBitLen};
-}
-
-void CEncoder::RestoreBitWriter(const tag_BITWRITERSTATE& state)
-{
-    m_pBitPtr = state.pBitPtr;
-    m_wBitAcc = state.wBitAcc;
-    m_nBitsFree = state.nBitsFree;
-    m_nBitLen = state.nBitLen;
 }
 
 // Two bytes for GROUPS behind an aligned writer; the body fills them in at its end.
@@ -472,54 +488,55 @@ void CEncoder::PutCBPY(int nPattern, BOOL bInter)
     PutBits(code.byLength, code.wCode);
 }
 
-int CEncoder::PutDCTCoeff(int nRun, int nAbsLevel, int nLast)
+// A table code and its sign bit in one write, or ESCAPE with LAST, RUN and LEVEL. Both
+// are formed and one is taken by a mask, as a branch would guess wrong too often on busy
+// pictures; |LEVEL| beyond the table looks up column 0, which has no code.
+inline void CEncoder::PutEvent(tag_BITWRITER& writer, int nLast, int nRun, int nLevel)
 {
-    const tag_VLCCODE code = LookupTCoefCode(nLast, nRun, nAbsLevel);
-    if (code.byLength != 0)
-        PutBits(code.byLength, code.wCode);
-    return code.byLength;
+    const int nSign = nLevel >> 31;
+    const int nAbsLevel = (nLevel ^ nSign) - nSign;
+    const tag_VLCCODE& code = g_vlcTCoefWrite[nLast][nRun][nAbsLevel < TCOEF_WRITE_LEVELS ? nAbsLevel : 0];
+    const unsigned nEscape = code.byLength == 0 ? ~0u : 0u;
+    const unsigned nTableBits = (unsigned{code.wCode} << 1) | static_cast<unsigned>(nSign & 1);
+    const unsigned nEscapeBits = (TCOEF_ESCAPE_CODE << (TCOEF_ESCAPE_EVENT_BITS - TCOEF_ESCAPE_LENGTH)) |
+                                 (static_cast<unsigned>(nLast) << (TCOEF_ESCAPE_RUN_BITS + TCOEF_ESCAPE_LEVEL_BITS)) |
+                                 (static_cast<unsigned>(nRun) << TCOEF_ESCAPE_LEVEL_BITS) |
+                                 (static_cast<unsigned>(nLevel) & 0xFF);
+    const int nLength = static_cast<int>((static_cast<unsigned>(TCOEF_ESCAPE_EVENT_BITS) & nEscape) |
+                                         (static_cast<unsigned>(code.byLength + 1) & ~nEscape));
+    WriteBits(writer, nLength, (nEscapeBits & nEscape) | (nTableBits & ~nEscape));
 }
 
-void CEncoder::PutEvent(int nLast, int nRun, int nLevel)
+// The events of the levels at the scan positions set in qwPositions, which follow
+// position nFirst - 1: each event's RUN counts the zero positions before it, and the
+// last one carries LAST 1. Only the levels that are not 0 are read.
+void CEncoder::PutEvents(const short* psScanLevels, std::uint64_t qwPositions, int nFirst)
 {
-    const int nAbsLevel = nLevel < 0 ? -nLevel : nLevel;
-    if (nAbsLevel < TCOEF_LAST0_SHORT_LEVELS && nRun < 64 && PutDCTCoeff(nRun, nAbsLevel, nLast) != 0) {
-        PutBits(1, nLevel < 0 ? 1 : 0);
-        return;
+    tag_BITWRITER writer = TakeBitWriter();
+    int nPrevious = nFirst - 1;
+    while (qwPositions != 0) {
+        const int nPos = std::countr_zero(qwPositions);
+        qwPositions &= qwPositions - 1;
+        PutEvent(writer, qwPositions == 0 ? 1 : 0, nPos - nPrevious - 1, psScanLevels[nPos]);
+        nPrevious = nPos;
     }
-    PutBits(TCOEF_ESCAPE_LENGTH, TCOEF_ESCAPE_CODE);
-    PutBits(TCOEF_ESCAPE_LAST_BITS, static_cast<unsigned>(nLast));
-    PutBits(TCOEF_ESCAPE_RUN_BITS, static_cast<unsigned>(nRun));
-    PutBits(TCOEF_ESCAPE_LEVEL_BITS, static_cast<unsigned>(nLevel) & 0xFF);
+    KeepBitWriter(writer);
 }
 
-// Events are written one step late, so that the last one is known to be last.
+void CEncoder::PutDC(int nDC)
+{
+    PutBits(kDCBits, static_cast<unsigned>(nDC == 128 ? kDCStoredFor128 : nDC));
+}
+
+// One block of scan-order levels: an intra block's DC, then the events from its first
+// coded position.
 void CEncoder::EncodeDCTCoeff(BOOL bInter, const short* psLevel, int nBlock, int nBlockLength)
 {
     const short* psBlock = psLevel + nBlock * nBlockLength;
-    int nPos = 0;
-    if (!bInter) {
-        const int nDC = psBlock[0];
-        PutBits(kDCBits, static_cast<unsigned>(nDC == 128 ? kDCStoredFor128 : nDC));
-        nPos = 1;
-    }
-    int nRun = 0;
-    int nHeldRun = -1;
-    int nHeldLevel = 0;
-    for (; nPos < nBlockLength; ++nPos) {
-        const int nLevel = psBlock[nPos];
-        if (nLevel == 0) {
-            ++nRun;
-            continue;
-        }
-        if (nHeldRun >= 0)
-            PutEvent(0, nHeldRun, nHeldLevel);
-        nHeldRun = nRun;
-        nHeldLevel = nLevel;
-        nRun = 0;
-    }
-    if (nHeldRun >= 0)
-        PutEvent(1, nHeldRun, nHeldLevel);
+    const int nFirst = bInter ? kInterFirstPosition : kIntraFirstPosition;
+    if (!bInter)
+        PutDC(psBlock[0]);
+    PutEvents(psBlock, m_pKernels->pfnNonZeroMask(psBlock) & ~((std::uint64_t{1} << nFirst) - 1), nFirst);
 }
 
 void CEncoder::PutMBHeader(BOOL bPFrame, BOOL bInter, BOOL bSkip, int nPattern)
@@ -534,118 +551,153 @@ void CEncoder::PutMBHeader(BOOL bPFrame, BOOL bInter, BOOL bSkip, int nPattern)
     PutBits(kCBPCBits, static_cast<unsigned>(nPattern & 3));
 }
 
-void CEncoder::PutMBBlocks(const short* psLevel, BOOL bInter, int nPattern, int nBlockLength)
+// The blocks of a macroblock from natural-order levels: an intra macroblock writes all
+// six, an inter one those of its pattern. The levels that are not 0 move to their scan
+// positions; nothing else is read.
+void CEncoder::PutMBBlocks(const tag_MBLEVELS& levels, BOOL bInter, int nPattern)
 {
+    const int nFirst = bInter ? kInterFirstPosition : kIntraFirstPosition;
     for (int b = 0; b < MB_BLOCKS; ++b) {
-        if (!bInter || (nPattern & (1 << (MB_BLOCKS - 1 - b))) != 0)
-            EncodeDCTCoeff(bInter, psLevel, b, nBlockLength);
+        if (bInter && !IsBlockCoded(nPattern, b))
+            continue;
+        const short* psNatural = levels.sBlocks + BLOCK_SAMPLES * b;
+        if (!bInter)
+            PutDC(psNatural[0]);
+        short sScan[BLOCK_SAMPLES];
+        std::uint64_t qwPositions = 0;
+        for (std::uint64_t qwMask = levels.qwNonZero[b] & ~((std::uint64_t{1} << nFirst) - 1); qwMask != 0;
+             qwMask &= qwMask - 1) {
+            const int nNatural = std::countr_zero(qwMask);
+            const int nScan = g_byZigZag[nNatural];
+            sScan[nScan] = psNatural[nNatural];
+            qwPositions |= std::uint64_t{1} << nScan;
+        }
+        PutEvents(sScan, qwPositions, nFirst);
     }
 }
 
-int CEncoder::GetCBP(const short* psLevel, int nFirst, int nBlockLength)
+// Bit 5 - b for each block b with a level that is not 0 from the first position on.
+int CEncoder::GetCBP(const tag_MBLEVELS& levels, int nFirst)
 {
     int nPattern = 0;
     for (int b = 0; b < MB_BLOCKS; ++b) {
-        const short* psBlock = psLevel + b * nBlockLength;
-        int nAny = 0;   // no early exit: the loop over a whole block vectorises
-        for (int n = nFirst; n < nBlockLength; ++n)
-            nAny |= psBlock[n];
-        if (nAny != 0)
+        if ((levels.qwNonZero[b] >> nFirst) != 0)
             nPattern |= 1 << (MB_BLOCKS - 1 - b);
     }
     return nPattern;
 }
 
+bool CEncoder::IsBlockCoded(int nPattern, int nBlock)
+{
+    return (nPattern & (1 << (MB_BLOCKS - 1 - nBlock))) != 0;
+}
+
 // ---------------------------------------------------------------------------
-// Macroblocks
+// Macroblocks. The six blocks of a macroblock stay in natural order through transform,
+// quantiser and reconstruction; the quantisers treat every position alike but the DC,
+// which is position 0 in either order, so the levels are those of the scan-order steps.
 
-namespace {
+// The forward transform and the quantiser of all six blocks, and where their levels
+// are not 0.
+void CEncoder::QuantizeMB(tag_MBLEVELS& levels, int nQ, int nMode, const tag_TRANSFORMPAIR& transforms) const
+{
+    short* apsBlocks[MB_BLOCKS];
+    for (int b = 0; b < MB_BLOCKS; ++b)
+        apsBlocks[b] = levels.sBlocks + BLOCK_SAMPLES * b;
+    transforms.pfnForward(apsBlocks, MB_BLOCKS);
+    for (int b = 0; b < MB_BLOCKS; ++b) {
+        m_pKernels->pfnQuantBlock(apsBlocks[b], apsBlocks[b], nQ, nMode);
+        levels.qwNonZero[b] = m_pKernels->pfnNonZeroMask(apsBlocks[b]);
+    }
+}
 
-constexpr int kIntraFirstPosition = 1;
-constexpr int kInterFirstPosition = 0;
+// The inverse quantiser and the inverse transform of the blocks in the pattern, in place.
+void CEncoder::ReconstructMB(tag_MBLEVELS& levels, int nPattern, int nQ, int nMode,
+                             const tag_TRANSFORMPAIR& transforms) const
+{
+    short* apsBlocks[MB_BLOCKS];
+    int nBlocks = 0;
+    for (int b = 0; b < MB_BLOCKS; ++b) {
+        if (!IsBlockCoded(nPattern, b))
+            continue;
+        apsBlocks[nBlocks] = levels.sBlocks + BLOCK_SAMPLES * b;
+        m_pKernels->pfnDequantBlock(apsBlocks[nBlocks], apsBlocks[nBlocks], nQ, nMode);
+        ++nBlocks;
+    }
+    transforms.pfnInverse(apsBlocks, nBlocks);
+}
 
-} // namespace
-
-void CEncoder::CodeIntraMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+void CEncoder::CodeIntraMB(int nIndex, BOOL bPFrame, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
                            const tag_TRANSFORMPAIR& transforms)
 {
     const int nCol = nIndex % m_nMBCols;
     const int nRow = nIndex / m_nMBCols;
-    YUV_Block mb;
-    short sLevel[MB_BLOCKS * BLOCK_SAMPLES];
-    GetMB(nCol, nRow, imgCurrent, m_nWidth, &mb);
-    transforms.pfnQuant(sLevel, &mb, nQ, QUANT_MODE_INTRA);
-    const int nPattern = GetCBP(sLevel, kIntraFirstPosition, BLOCK_SAMPLES);
-    PutMBHeader(FALSE, FALSE, FALSE, nPattern);
-    PutMBBlocks(sLevel, FALSE, nPattern, BLOCK_SAMPLES);
-    transforms.pfnDequant(sLevel, &mb, nQ, QUANT_MODE_INTRA);
-    ClipMB(&mb);
-    PutMB(nCol, nRow, imgTarget, m_nWidth, &mb);
+    tag_MBLEVELS levels;
+    m_pKernels->pfnLoadMB(imgCurrent, nCol, nRow, m_nWidth, levels.sBlocks);
+    QuantizeMB(levels, nQ, QUANT_MODE_INTRA, transforms);
+    const int nPattern = GetCBP(levels, kIntraFirstPosition);
+    PutMBHeader(bPFrame, FALSE, FALSE, nPattern);
+    PutMBBlocks(levels, FALSE, nPattern);
+    ReconstructMB(levels, kAllBlocks, nQ, QUANT_MODE_INTRA, transforms);
+    m_pKernels->pfnStoreMB(levels.sBlocks, imgTarget, nCol, nRow, m_nWidth);
 }
 
 // One macroblock of a P picture: the co-located macroblock of the reference, or intra
-// when the luma SAD against it is above the intra threshold.
+// when the luma SAD against it is above the intra threshold. A block without levels
+// reconstructs to the reference exactly, as its transform is all zeros.
 void CEncoder::CodePredictedMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                               const IMAGE& imgTarget, int nQ, int& nIntraCount,
-                               const tag_TRANSFORMPAIR& transforms)
+                               const IMAGE& imgTarget, int nQ, const tag_TRANSFORMPAIR& transforms)
 {
+    if (LumaSAD(nIndex, imgCurrent, imgReference) > m_nIntraThreshold) {
+        m_pMoveMap[nIndex] = 1;
+        CodeIntraMB(nIndex, TRUE, imgCurrent, imgTarget, nQ, transforms);
+        return;
+    }
+    m_pMoveMap[nIndex] = 0;
     const int nCol = nIndex % m_nMBCols;
     const int nRow = nIndex / m_nMBCols;
-    YUV_Block current;
-    YUV_Block reference;
-    short sLevel[MB_BLOCKS * BLOCK_SAMPLES];
-    GetMB(nCol, nRow, imgCurrent, m_nWidth, &current);
-    GetMB(nCol, nRow, imgReference, m_nWidth, &reference);
-    if (SADMB(&current, &reference) <= m_nIntraThreshold) {
-        m_pMoveMap[nIndex] = 0;
-        SubMB(&current, &reference);
-        transforms.pfnQuant(sLevel, &current, nQ, QUANT_MODE_INTER);
-        const int nPattern = GetCBP(sLevel, kInterFirstPosition, BLOCK_SAMPLES);
-        if (nPattern == 0) {
-            // Nothing coded: the macroblock stays the reference, one bit in the stream.
-            PutMBHeader(TRUE, TRUE, TRUE, 0);
-            if (imgTarget.Y != imgReference.Y)
-                PutMB(nCol, nRow, imgTarget, m_nWidth, &reference);
-            return;
-        }
-        PutMBHeader(TRUE, TRUE, FALSE, nPattern);
-        PutMBBlocks(sLevel, TRUE, nPattern, BLOCK_SAMPLES);
-        transforms.pfnDequant(sLevel, &current, nQ, QUANT_MODE_INTER);
-        AddMB(&current, &reference);
-    } else {
-        m_pMoveMap[nIndex] = 1;
-        ++nIntraCount;
-        transforms.pfnQuant(sLevel, &current, nQ, QUANT_MODE_INTRA);
-        const int nPattern = GetCBP(sLevel, kIntraFirstPosition, BLOCK_SAMPLES);
-        PutMBHeader(TRUE, FALSE, FALSE, nPattern);
-        PutMBBlocks(sLevel, FALSE, nPattern, BLOCK_SAMPLES);
-        transforms.pfnDequant(sLevel, &current, nQ, QUANT_MODE_INTRA);
+    tag_MBLEVELS levels;
+    m_pKernels->pfnLoadDifferenceMB(imgCurrent, imgReference, nCol, nRow, m_nWidth, levels.sBlocks);
+    QuantizeMB(levels, nQ, QUANT_MODE_INTER, transforms);
+    const int nPattern = GetCBP(levels, kInterFirstPosition);
+    // Nothing coded: the macroblock stays the reference, one bit in the stream.
+    PutMBHeader(TRUE, TRUE, nPattern == 0, nPattern);
+    if (nPattern != 0) {
+        PutMBBlocks(levels, TRUE, nPattern);
+        ReconstructMB(levels, nPattern, nQ, QUANT_MODE_INTER, transforms);
     }
-    ClipMB(&current);
-    PutMB(nCol, nRow, imgTarget, m_nWidth, &current);
+    m_pKernels->pfnStoreSumMB(levels.sBlocks, nPattern, imgReference, imgTarget, nCol, nRow, m_nWidth);
 }
 
 void CEncoder::IFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
 {
-    CodeIntraMB(nIndex, imgCurrent, imgTarget, nQ, {QuantMB, DequantMB});
+    CodeIntraMB(nIndex, FALSE, imgCurrent, imgTarget, nQ, ScalarTransforms());
 }
 
 void CEncoder::IFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
 {
-    CodeIntraMB(nIndex, imgCurrent, imgTarget, nQ, {QuantMBwithMMX, DequantMBwithMMX});
+    CodeIntraMB(nIndex, FALSE, imgCurrent, imgTarget, nQ, SIMDTransforms());
 }
 
-void CEncoder::PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                              int& nIntraCount)
+void CEncoder::PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ)
 {
-    CodePredictedMB(nIndex, imgCurrent, imgReference, imgReference, nQ, nIntraCount, {QuantMB, DequantMB});
+    CodePredictedMB(nIndex, imgCurrent, imgReference, imgReference, nQ, ScalarTransforms());
 }
 
 void CEncoder::PFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                                     const IMAGE& imgTarget, int nQ, int& nIntraCount)
+                                     const IMAGE& imgTarget, int nQ)
 {
-    CodePredictedMB(nIndex, imgCurrent, imgReference, imgTarget, nQ, nIntraCount,
-                    {QuantMBwithMMX, DequantMBwithMMX});
+    CodePredictedMB(nIndex, imgCurrent, imgReference, imgTarget, nQ, SIMDTransforms());
+}
+
+CEncoder::tag_TRANSFORMPAIR CEncoder::ScalarTransforms()
+{
+    return {FDCTNatural, IDCTNatural};
+}
+
+CEncoder::tag_TRANSFORMPAIR CEncoder::SIMDTransforms() const
+{
+    return {m_pKernels->pfnFDCTMMX, m_pKernels->pfnIDCTMMX};
 }
 
 // ---------------------------------------------------------------------------
@@ -661,15 +713,13 @@ void CEncoder::IFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int
     pGroups[0] = pGroups[1] = 0;
 }
 
-int CEncoder::PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
+void CEncoder::PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
 {
     AlignBits();
     BYTE* pGroups = ReserveGroupsField();
-    int nIntraCount = 0;
     for (int i = 0; i < m_nMBCount; ++i)
-        PFrameEncodeMB(i, imgCurrent, imgTarget, nQ, nIntraCount);
+        PFrameEncodeMB(i, imgCurrent, imgTarget, nQ);
     pGroups[0] = pGroups[1] = 0;
-    return nIntraCount;
 }
 
 void CEncoder::IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
@@ -681,16 +731,14 @@ void CEncoder::IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarg
     pGroups[0] = pGroups[1] = 0;
 }
 
-int CEncoder::PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference, const IMAGE& imgTarget,
-                                  int nQ)
+void CEncoder::PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference, const IMAGE& imgTarget,
+                                   int nQ)
 {
     AlignBits();
     BYTE* pGroups = ReserveGroupsField();
-    int nIntraCount = 0;
     for (int i = 0; i < m_nMBCount; ++i)
-        PFrameEncodeMBwithMMX(i, imgCurrent, imgReference, imgTarget, nQ, nIntraCount);
+        PFrameEncodeMBwithMMX(i, imgCurrent, imgReference, imgTarget, nQ);
     pGroups[0] = pGroups[1] = 0;
-    return nIntraCount;
 }
 
 // ---------------------------------------------------------------------------
@@ -702,31 +750,30 @@ void CEncoder::IFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, 
     EncodeBodyWithCoprocessor(imgCurrent, imgTarget, nQ, FALSE);
 }
 
-int CEncoder::PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
+void CEncoder::PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ)
 {
-    return EncodeBodyWithCoprocessor(imgCurrent, imgTarget, nQ, TRUE);
+    EncodeBodyWithCoprocessor(imgCurrent, imgTarget, nQ, TRUE);
 }
 
-void CEncoder::CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame,
-                         int& nIntraCount)
+void CEncoder::CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame)
 {
     if (bPFrame)
-        PFrameEncodeMB(nCpu, imgCurrent, imgTarget, nQ, nIntraCount);
+        PFrameEncodeMB(nCpu, imgCurrent, imgTarget, nQ);
     else
         IFrameEncodeMB(nCpu, imgCurrent, imgTarget, nQ);
     ++nCpu;
 }
 
 void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                            BOOL bPFrame, int& nIntraCount)
+                            BOOL bPFrame)
 {
     m_pCopBatch[0] = bPFrame ? 1 : 0;
     for (int g = 0; g < COP_GROUP_MBS; ++g) {
         const int nIndex = nGroupStart + g;
         const int nCol = nIndex % m_nMBCols;
         const int nRow = nIndex / m_nMBCols;
-        BYTE* pRecord = m_pCopBatch + 1 + g * COP_RECORD_BYTES;
-        BYTE* pReference = m_pCopBatch + COP_REFERENCE_OFFSET + g * MB_SAMPLES;
+        BYTE* pRecord = m_pCopBatch.get() + 1 + g * COP_RECORD_BYTES;
+        BYTE* pReference = m_pCopBatch.get() + COP_REFERENCE_OFFSET + g * MB_SAMPLES;
         pRecord[0] = static_cast<BYTE>(nQ);
         GetMBBytes(nCol, nRow, imgCurrent, m_nWidth, pRecord + 2);
         bool bInter = false;
@@ -734,7 +781,6 @@ void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAG
             GetMBBytes(nCol, nRow, imgReference, m_nWidth, pReference);
             bInter = SADMBBytes(pRecord + 2, pReference) <= m_nIntraThreshold;
             m_pMoveMap[nIndex] = bInter ? 0 : 1;
-            nIntraCount += bInter ? 0 : 1;
         }
         pRecord[1] = bInter ? 1 : 0;
         if (!bInter)
@@ -742,10 +788,10 @@ void CEncoder::FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAG
     }
 }
 
-// Returns the number of intra macroblocks. Finished groups keep their reconstruction
-// aside until the picture is complete: a fallback after a finished group then codes
-// those macroblocks again against the reference that a decoder holds.
-int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame)
+// Finished groups keep their reconstruction aside until the picture is complete: a
+// fallback after a finished group then codes those macroblocks again against the
+// reference that a decoder holds.
+void CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame)
 {
     AlignBits();
     BYTE* pGroups = ReserveGroupsField();
@@ -754,8 +800,6 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
     int nGroups = 0;
     int nGroupStart = m_nMBCount - COP_GROUP_MBS;
     int nTail = 0;
-    int nIntraCpu = 0;
-    int nIntraCop = 0;
     bool bDone = false;
     bool bFallback = m_nMBCount < COP_GROUP_MBS;
     const auto codeInWindow = [&](int nWindowMs, bool bWaitOut) {
@@ -764,7 +808,7 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             if (!bDone && nCop + nCpu == m_nMBCount)
                 bDone = true;
             if (!bDone)
-                CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
+                CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame);
             else if (bWaitOut)
                 Sleep(1);
             else
@@ -776,8 +820,8 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             nTail = m_nMBCount - nCop - nCpu;
             break;
         }
-        FillCopBatch(nGroupStart, imgCurrent, imgTarget, nQ, bPFrame, nIntraCop);
-        if (CopSubmit(m_pCopBatch) != 0) {
+        FillCopBatch(nGroupStart, imgCurrent, imgTarget, nQ, bPFrame);
+        if (CopSubmit(m_pCopBatch.get()) != 0) {
             bFallback = true;
             break;
         }
@@ -794,14 +838,14 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             bFallback = true;
             break;
         }
-        CopFetch(m_pCopBatch, nResultLength);
+        CopFetch(m_pCopBatch.get(), nResultLength);
         codeInWindow(kSecondWindowMs, false);
-        if (CopFetchDone(m_pCopBatch, nResultLength) != 0) {
+        if (CopFetchDone(m_pCopBatch.get(), nResultLength) != 0) {
             bFallback = true;
             break;
         }
-        std::memcpy(m_pCopRecon[nGroups], m_pCopBatch, COP_RECON_BYTES);
-        std::memcpy(m_pCopBits[nGroups], m_pCopBatch + COP_RECON_BYTES, static_cast<std::size_t>(nBitsLength));
+        std::memcpy(m_pCopRecon[nGroups], m_pCopBatch.get(), COP_RECON_BYTES);
+        std::memcpy(m_pCopBits[nGroups], m_pCopBatch.get() + COP_RECON_BYTES, static_cast<std::size_t>(nBitsLength));
         m_nCopLength[nGroups] = nBitsLength;
         ++nGroups;
         const int nRemainder = m_nMBCount - nCop - nCpu;
@@ -814,15 +858,15 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
             break;
     }
     if (bFallback) {
-        // The CPU codes everything from its next macroblock on and counts those intra
-        // macroblocks itself; nothing of the coprocessor's work is used.
+        // The CPU codes everything from its next macroblock on; nothing of the
+        // coprocessor's work is used.
         while (nCpu < m_nMBCount)
-            CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
+            CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame);
         pGroups[0] = pGroups[1] = 0;
-        return nIntraCpu;
+        return;
     }
     for (int i = 0; i < nTail; ++i)
-        CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame, nIntraCpu);
+        CodeOnCpu(nCpu, imgCurrent, imgTarget, nQ, bPFrame);
     AlignBits();
     for (int g = nGroups - 1; g >= 0; --g) {
         std::memcpy(m_pBitPtr, m_pCopBits[g], static_cast<std::size_t>(m_nCopLength[g]));
@@ -838,5 +882,4 @@ int CEncoder::EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& im
     }
     pGroups[0] = 0;
     pGroups[1] = static_cast<BYTE>(nGroups);
-    return nIntraCpu + nIntraCop;
 }

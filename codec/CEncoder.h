@@ -6,11 +6,14 @@
 #include "platform/PrivateHeader.h"
 
 #include "codec/CodecTypes.h"
+#include "codec/KernelTable.h"
 #include "platform/CObject.h"
 #include "platform/WinTypes.h"
 #include "vocabulary/StreamRevision.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 
 // What Encode produced for one frame.
 struct ENCODER_RETURN {
@@ -77,11 +80,13 @@ protected:
     int m_nMBCount = 0;
     int m_nMBCols = 0;
     int m_nMBRows = 0;
-    int* m_pMoveMap = nullptr;
-    BYTE* m_pBitBuffer = nullptr;
+    std::unique_ptr<int[]> m_pMoveMap;
+    std::unique_ptr<BYTE[]> m_pBitBuffer;
+    // Bit writer: next byte, bits not yet complete at the top of the accumulator, how
+    // many, and the bytes complete so far.
     BYTE* m_pBitPtr = nullptr;
-    WORD m_wBitAcc = 0;
-    int m_nBitsFree = 16;
+    std::uint64_t m_qwBitAcc = 0;
+    int m_nBitsHeld = 0;
     int m_nBitLen = 0;
     int m_nIntraThreshold = 3840;
     int m_nMoveThreshold = 2048;
@@ -91,78 +96,93 @@ protected:
     IMAGE m_imgPrevious = {};
     int m_nCaptureWidth = 0;
     int m_nCaptureHeight = 0;
-    BYTE* m_pCopBatch = nullptr;
+    std::unique_ptr<BYTE[]> m_pCopBatch;
     int m_nCopLength[COP_MAX_GROUPS] = {};
-    BYTE* m_pCopBits[COP_MAX_GROUPS] = {};
+    BYTE* m_pCopBits[COP_MAX_GROUPS] = {};   // in m_pCopGroups
     BOOL m_bUseCoprocessor = FALSE;
     BOOL m_bUseMMX = FALSE;
     DWORD m_dwRevision = STREAM_REVISION_20020114;
     // Reconstructions of the coprocessor's finished groups, held back from the reference
     // until the picture is complete, so that a fallback codes against the true reference.
-    BYTE* m_pCopRecon[COP_MAX_GROUPS] = {};
+    BYTE* m_pCopRecon[COP_MAX_GROUPS] = {};   // in m_pCopGroups
+    // The memory behind the four plane sets, and behind the coprocessor's groups.
+    std::unique_ptr<BYTE[]> m_pPlanes;
+    std::unique_ptr<BYTE[]> m_pCopGroups;
+
+    // The kernels the encoder runs, the process's table from Create on.
+    const tag_KERNELTABLE* m_pKernels = nullptr;
 
     // Bit writer.
     void InitBitWriter();
     void PutBits(int nBits, unsigned nValue);
     int AlignBits();
     void PutCBPY(int nPattern, BOOL bInter);
-    int PutDCTCoeff(int nRun, int nAbsLevel, int nLast);
     void EncodeDCTCoeff(BOOL bInter, const short* psLevel, int nBlock, int nBlockLength);
     void PutMBHeader(BOOL bPFrame, BOOL bInter, BOOL bSkip, int nPattern);
-    void PutMBBlocks(const short* psLevel, BOOL bInter, int nPattern, int nBlockLength);
-    static int GetCBP(const short* psLevel, int nFirst, int nBlockLength);
 
     // Macroblocks and picture bodies.
     void IFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    void PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                        int& nIntraCount);
+    void PFrameEncodeMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ);
     void IFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
     void PFrameEncodeMBwithMMX(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                               const IMAGE& imgTarget, int nQ, int& nIntraCount);
+                               const IMAGE& imgTarget, int nQ);
     void IFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    int PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void PFrameEncode(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
     void IFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    int PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference,
-                            const IMAGE& imgTarget, int nQ);
+    void PFrameEncodewithMMX(const IMAGE& imgCurrent, const IMAGE& imgReference,
+                             const IMAGE& imgTarget, int nQ);
     void IFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
-    int PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
+    void PFrameEncodeCop(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ);
 
 private:
-    // The transform pair of a body: scalar or SIMD form.
-    using QuantMBFunction = void (*)(short*, const YUV_Block*, int, int);
-    using DequantMBFunction = void (*)(const short*, YUV_Block*, int, int);
+    // The transform pair of a body on natural-order blocks, in place: scalar or SIMD form.
     struct tag_TRANSFORMPAIR {
-        QuantMBFunction pfnQuant;
-        DequantMBFunction pfnDequant;
+        void (*pfnForward)(short* const* ppsBlocks, int nBlocks);
+        void (*pfnInverse)(short* const* ppsBlocks, int nBlocks);
     };
-    struct tag_BITWRITERSTATE {
+    struct tag_BITWRITER {
         BYTE* pBitPtr;
-        WORD wBitAcc;
-        int nBitsFree;
+        std::uint64_t qwBitAcc;
+        int nBitsHeld;
         int nBitLen;
+    };
+    // The six blocks of a macroblock in natural order, and where their values are not 0.
+    struct tag_MBLEVELS {
+        alignas(32) short sBlocks[MB_BLOCKS * BLOCK_SAMPLES];
+        std::uint64_t qwNonZero[MB_BLOCKS];
     };
 
     BOOL AllocateBuffers();
     void FreeBuffers();
     void ClearMoveMap();
     void BringFrameIn(BYTE* pbyFrame);
+    int LumaSAD(int nIndex, const IMAGE& imgFirst, const IMAGE& imgSecond) const;
     BOOL DetectMove();
     ENCODER_RETURN EncodeOneFrame(const IMAGE& imgCurrent, int nFrameType);
-    int EncodePFrameBody();
-    void RestoreReference();
-    void PutEvent(int nLast, int nRun, int nLevel);
+    int CountIntraMacroblocks();
+    void EncodePFrameBody();
+    tag_BITWRITER TakeBitWriter() const;
+    void KeepBitWriter(const tag_BITWRITER& writer);
+    static void WriteBits(tag_BITWRITER& writer, int nBits, unsigned nValue);
+    static void PutEvent(tag_BITWRITER& writer, int nLast, int nRun, int nLevel);
+    void PutEvents(const short* psScanLevels, std::uint64_t qwPositions, int nFirst);
+    void PutDC(int nDC);
+    void PutMBBlocks(const tag_MBLEVELS& levels, BOOL bInter, int nPattern);
+    static int GetCBP(const tag_MBLEVELS& levels, int nFirst);
+    static bool IsBlockCoded(int nPattern, int nBlock);
     BYTE* ReserveGroupsField();
-    tag_BITWRITERSTATE SaveBitWriter() const;
-    void RestoreBitWriter(const tag_BITWRITERSTATE& state);
-    int EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
-                                  BOOL bPFrame);
-    void FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
-                      BOOL bPFrame, int& nIntraCount);
-    void CodeIntraMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+    static tag_TRANSFORMPAIR ScalarTransforms();
+    tag_TRANSFORMPAIR SIMDTransforms() const;
+    void QuantizeMB(tag_MBLEVELS& levels, int nQ, int nMode, const tag_TRANSFORMPAIR& transforms) const;
+    void ReconstructMB(tag_MBLEVELS& levels, int nPattern, int nQ, int nMode,
+                       const tag_TRANSFORMPAIR& transforms) const;
+    void CodeIntraMB(int nIndex, BOOL bPFrame, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
                      const tag_TRANSFORMPAIR& transforms);
     void CodePredictedMB(int nIndex, const IMAGE& imgCurrent, const IMAGE& imgReference,
-                         const IMAGE& imgTarget, int nQ, int& nIntraCount,
-                         const tag_TRANSFORMPAIR& transforms);
-    void CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
-                   BOOL bPFrame, int& nIntraCount);
+                         const IMAGE& imgTarget, int nQ, const tag_TRANSFORMPAIR& transforms);
+    void EncodeBodyWithCoprocessor(const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ,
+                                   BOOL bPFrame);
+    void FillCopBatch(int nGroupStart, const IMAGE& imgCurrent, const IMAGE& imgReference, int nQ,
+                      BOOL bPFrame);
+    void CodeOnCpu(int& nCpu, const IMAGE& imgCurrent, const IMAGE& imgTarget, int nQ, BOOL bPFrame);
 };

@@ -319,7 +319,7 @@ tag_H263RESULT CH263Writer::RewriteBlockEvents(tag_BITCURSOR& in, int nFirstPosi
     for (int nPos = nFirstPosition;;) {
         const unsigned nNext = in.Show(TCOEF_LOOKAHEAD_BITS);
         const tag_TCOEFENTRY& entry = LookupTCoefEntry(nNext);
-        if (nNext < TCOEF_READ12_FIRST || entry.byLength == 0)
+        if (nNext < TCOEF_LOWEST_CODE || entry.byLength == 0)
             return H263_BAD_RECORD;
         in.Skip(entry.byLength);
         int nLast;

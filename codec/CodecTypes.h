@@ -34,3 +34,4 @@ struct YUV_Block {
 };
 
 static_assert(sizeof(YUV_Block) == MB_SAMPLES * sizeof(short), "YUV_Block has no padding");
+

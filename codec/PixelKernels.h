@@ -1,5 +1,5 @@
 // Macroblock loads and stores, macroblock arithmetic and the colour conversions of the
-// codec, and the processor test that chooses the transform form. Free functions over
+// codec, and the test that chooses the transform form. Free functions over
 // plain arrays: they hold no state, allocate nothing and may run on many threads at
 // once. Widths and heights are even; macroblock positions lie inside the picture.
 #pragma once
@@ -37,9 +37,6 @@ void ReduceYUV420(const IMAGE& imgSrc, const IMAGE& imgDst, int nSrcWidth, int n
 // Planes to 3 bytes a pixel, blue, green, red, rows in plane order without padding.
 void YUVToRGB24(BYTE* pbyDst, const IMAGE& img, int nWidth, int nHeight);
 
-// The two processor probes: an Intel processor with MMX, and any processor reporting
-// the extended MMX feature bit. Both are false where the probes do not exist.
-BOOL IsIntelMMX();
-BOOL HasExtendedMMX();
-// Non-zero if either probe says so: the codec then runs the SIMD transform forms.
+// Non-zero if the SIMD transform form may run here, which it may on every processor:
+// the codec then takes it.
 BOOL HasMMX();

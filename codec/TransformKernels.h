@@ -2,7 +2,8 @@
 // decoder stay in step only because both reconstruct with the same inverse quantisation
 // and inverse transform, so the arithmetic here is part of the picture format.
 // Free functions over plain arrays: they hold no state, allocate nothing and may run on
-// many threads at once.
+// many threads at once. Those with faster forms call the form of the process's kernel
+// table (KernelTable.h); every form gives the same bits.
 #pragma once
 
 #include "platform/PrivateHeader.h"
@@ -24,6 +25,11 @@ inline constexpr int INTRA_DC_SCALE = 8;
 void FDCT1D(short* psData, int nStride);
 void IDCT1D(short* psData, int nStride);
 
+// The scalar transforms of nBlocks natural-order blocks at ppsBlocks, in place: rows,
+// then columns. The SIMD form on natural-order blocks is in the kernel table.
+void FDCTNatural(short* const* ppsBlocks, int nBlocks);
+void IDCTNatural(short* const* ppsBlocks, int nBlocks);
+
 // Forward transform of a natural-order 8x8 block (rows, then columns; psBlock is
 // destroyed), written to psCoeff in scan order.
 void FDCTBlock(short* psBlock, short* psCoeff);
@@ -40,8 +46,6 @@ void IDCTBlockMMX(const short* psCoeff, short* psBlock);
 // Quantisation of 64 scan-order values; nQp 0 copies the block unchanged.
 void QuantBlock(const short* psCoeff, short* psLevel, int nQp, int nMode);
 // Inverse quantisation of 64 scan-order levels; nQp 0 copies the block unchanged.
-// Both have SSE2 code for Q 1 to 31 that gives exactly the plain form's bits; it runs
-// whenever the SIMD kernels are enabled, under QuantMB and QuantMBwithMMX alike.
 void DequantBlock(const short* psLevel, short* psCoeff, int nQp, int nMode);
 
 // For blocks 0 to 5 of the macroblock: forward transform, then QuantBlock, into

@@ -15,6 +15,15 @@ inline constexpr BYTE PORT_COMMAND_98 = 0x98;
 inline constexpr WORD BUS_ADDRESS_COMMAND = 0;
 inline constexpr WORD BUS_ADDRESS_DATA = 1;
 
+// Command bytes of the board's sound processor, written to address 0: the kind plus the
+// channel (0 or 1). After a request, address channel + 1 reads the channel's count in
+// quarter blocks (255 and below 4: no whole block) and address 0 a block of the code.
+inline constexpr BYTE SOUND_COMMAND_START = 0x20;
+inline constexpr BYTE SOUND_COMMAND_STOP = 0x30;
+inline constexpr BYTE SOUND_COMMAND_REQUEST = 0x40;
+inline constexpr WORD BUS_ADDRESS_SOUNDBLOCK = 0;
+inline constexpr WORD BUS_ADDRESS_SOUNDCOUNT = 1;
+
 class ZNDVR_API CSpciDebi {
 public:
     virtual ~CSpciDebi() = default;

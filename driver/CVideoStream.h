@@ -24,8 +24,10 @@ public:
     CVideoStream& operator=(const CVideoStream&) = delete;
 
     // Whether the channel of camera nCamera (within the stream) still holds its last
-    // frame. Asked on the ordering thread when a read is ordered: the board switches
-    // its input ahead only to a following camera that isn't busy. Not busy by default.
+    // frame. When a read ends the board switches its input ahead to the following
+    // camera of that order, passing over one that is busy. Asked on the ordering thread
+    // when the next read is ordered, the first moment after the read's end at which the
+    // channels can be asked without a lock. Not busy by default.
     virtual int IsCameraBusy(int nCamera);
 
     // Prepares the stream: hWnd gets the frame messages, pPciPort gives the delivered
@@ -48,7 +50,7 @@ private:
     struct tag_OPENSTREAM;
 
     bool IsReadable(const tag_VIDEOREAD& read) const;
-    int PreparedCamera(const tag_VIDEOREAD& read);
+    int SwitchedInput();
     bool IsStreamCamera(int nCamera) const;
 
     const CSpciIO* m_pDriverDevice;

@@ -1,5 +1,8 @@
 #include "platform/WaveFile.h"
 
+#include "platform/WinMmio.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -7,9 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kChunkHeaderBytes = 8;
-constexpr std::size_t kRiffHeaderBytes = 12;
-constexpr std::size_t kFmtBytes = 16;
+constexpr LONG kFmtBytes = 16;
 constexpr DWORD kMaxSampleRate = 192000;
 
 DWORD ReadDword(const BYTE* p)
@@ -21,11 +22,6 @@ DWORD ReadDword(const BYTE* p)
 WORD ReadWord(const BYTE* p)
 {
     return static_cast<WORD>(p[0] | p[1] << 8);
-}
-
-bool IsTag(const BYTE* p, const char* pszTag)
-{
-    return std::memcmp(p, pszTag, 4) == 0;
 }
 
 // The fmt chunk's fields, checked: PCM, 1 or 2 channels, 8 or 16 bits, a usable rate.
@@ -55,46 +51,62 @@ bool ReadFormat(const BYTE* pChunk, WAVEFORMATEX& format, std::string& strReason
     return true;
 }
 
+// The format and the samples of an open RIFF file.
+bool ReadWave(HMMIO hmmio, std::size_t nSize, tag_WAVEFILEDATA& wave, std::string& strReason)
+{
+    MMCKINFO ckRiff{};
+    ckRiff.fccType = mmioFOURCC('W', 'A', 'V', 'E');
+    if (mmioDescend(hmmio, &ckRiff, nullptr, MMIO_FINDRIFF) != MMSYSERR_NOERROR) {
+        strReason = "not a RIFF WAVE file";
+        return false;
+    }
+    MMCKINFO ck{};
+    ck.ckid = mmioFOURCC('f', 'm', 't', ' ');
+    if (mmioDescend(hmmio, &ck, &ckRiff, MMIO_FINDCHUNK) != MMSYSERR_NOERROR) {
+        strReason = "no format chunk";
+        return false;
+    }
+    BYTE fmt[kFmtBytes];
+    if (ck.cksize < kFmtBytes || mmioRead(hmmio, reinterpret_cast<char*>(fmt), kFmtBytes) != kFmtBytes) {
+        strReason = "format chunk too short";
+        return false;
+    }
+    if (!ReadFormat(fmt, wave.format, strReason))
+        return false;
+    mmioAscend(hmmio, &ck, 0);
+    ck.ckid = mmioFOURCC('d', 'a', 't', 'a');
+    if (mmioDescend(hmmio, &ck, &ckRiff, MMIO_FINDCHUNK) != MMSYSERR_NOERROR) {
+        strReason = "no data chunk";
+        return false;
+    }
+    // A data chunk that claims more than the image holds is cut to what is there.
+    std::size_t nBytes = std::min<std::size_t>(ck.cksize, nSize - std::min<std::size_t>(nSize, ck.dwDataOffset));
+    nBytes -= nBytes % wave.format.nBlockAlign;
+    wave.data.resize(nBytes);
+    if (nBytes > 0 && mmioRead(hmmio, reinterpret_cast<char*>(wave.data.data()), static_cast<LONG>(nBytes)) !=
+                          static_cast<LONG>(nBytes)) {
+        strReason = "the data chunk can't be read";
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool ParseWaveFile(const BYTE* pImage, std::size_t nSize, tag_WAVEFILEDATA& wave, std::string& strReason)
 {
-    if (pImage == nullptr || nSize < kRiffHeaderBytes || !IsTag(pImage, "RIFF") || !IsTag(pImage + 8, "WAVE")) {
+    MMIOINFO info{};
+    info.fccIOProc = FOURCC_MEM;
+    info.pchBuffer = reinterpret_cast<char*>(const_cast<BYTE*>(pImage));
+    info.cchBuffer = static_cast<LONG>(std::min<std::size_t>(nSize, WAVEFILE_MAX_BYTES));
+    HMMIO hmmio = pImage != nullptr ? mmioOpen(nullptr, &info, MMIO_READ) : nullptr;
+    if (hmmio == nullptr) {
         strReason = "not a RIFF WAVE file";
         return false;
     }
-    bool bHasFormat = false;
-    std::size_t nPos = kRiffHeaderBytes;
-    // A pad byte may take the position past the end of the image.
-    while (nPos <= nSize && nSize - nPos >= kChunkHeaderBytes) {
-        const BYTE* pChunk = pImage + nPos;
-        const std::size_t nBody = ReadDword(pChunk + 4);
-        const std::size_t nAvailable = nSize - nPos - kChunkHeaderBytes;
-        if (IsTag(pChunk, "fmt ")) {
-            if (nBody < kFmtBytes || nAvailable < kFmtBytes) {
-                strReason = "format chunk too short";
-                return false;
-            }
-            if (!ReadFormat(pChunk + kChunkHeaderBytes, wave.format, strReason))
-                return false;
-            bHasFormat = true;
-        } else if (IsTag(pChunk, "data")) {
-            if (!bHasFormat) {
-                strReason = "data chunk before the format chunk";
-                return false;
-            }
-            std::size_t nBytes = nBody < nAvailable ? nBody : nAvailable;
-            nBytes -= nBytes % wave.format.nBlockAlign;
-            wave.data.assign(pChunk + kChunkHeaderBytes, pChunk + kChunkHeaderBytes + nBytes);
-            return true;
-        }
-        if (nBody > nAvailable)
-            break;
-        // Chunks are padded to an even length.
-        nPos += kChunkHeaderBytes + nBody + (nBody & 1);
-    }
-    strReason = bHasFormat ? "no data chunk" : "no format chunk";
-    return false;
+    const bool bRead = ReadWave(hmmio, static_cast<std::size_t>(info.cchBuffer), wave, strReason);
+    mmioClose(hmmio, 0);
+    return bRead;
 }
 
 bool ReadWaveFile(const char* pszPath, tag_WAVEFILEDATA& wave, std::string& strReason)

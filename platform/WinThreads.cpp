@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <thread>
 
@@ -18,8 +19,9 @@ struct tag_PRIORITYNICE {
     int nNice;
 };
 
-// Win32 priority levels as nice values: below normal runs at a lower share of the
-// processor, above normal at a higher one, each step about a factor of 3.
+// Win32 priority levels as steps of the nice value from the process's own: below
+// normal runs at a lower share of the processor than the process's other threads,
+// above normal at a higher one, each step about a factor of 3.
 constexpr tag_PRIORITYNICE kPriorityNice[] = {
     {THREAD_PRIORITY_IDLE, 19},        {THREAD_PRIORITY_LOWEST, 10},
     {THREAD_PRIORITY_BELOW_NORMAL, 5}, {THREAD_PRIORITY_NORMAL, 0},
@@ -36,14 +38,29 @@ const tag_PRIORITYNICE* FindPriority(int nPriority)
     return nullptr;
 }
 
+// The nice value the process runs at, read from its main thread when a priority is
+// first applied. A thread's level counts from it, as a thread priority counts from the
+// priority class of its process: in a process started nicer, below normal is nicer still.
+int ProcessNice()
+{
+    static const int nProcessNice = [] {
+        errno = 0;
+        const int nNice = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+        return errno == 0 ? nNice : 0;
+    }();
+    return nProcessNice;
+}
+
 // Sets the nice value of a running thread. Without privilege a thread may only be
 // made nicer; a refusal leaves the priority recorded and nothing else.
 void ApplyPriority(const CThreadObject& thread)
 {
     if (thread.m_nKernelTid == 0 || thread.m_bEnded)
         return;
+    constexpr int kNiceMin = -20;
+    constexpr int kNiceMax = 19;
     setpriority(PRIO_PROCESS, static_cast<id_t>(thread.m_nKernelTid),
-                FindPriority(thread.m_nPriority)->nNice);
+                std::clamp(ProcessNice() + FindPriority(thread.m_nPriority)->nNice, kNiceMin, kNiceMax));
 }
 
 template <typename TObject>

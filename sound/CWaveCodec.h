@@ -107,6 +107,9 @@ protected:
     static std::unique_ptr<int[]> m_pfWaveOutFlag;
 
 private:
+    // The sound file window fills and empties the buffers of its PCM device itself.
+    friend class CWaveWnd;
+
     static void InitWaveDriver();
     static void CloseWaveDriver();
 

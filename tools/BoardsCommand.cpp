@@ -7,6 +7,7 @@
 #include "driver/CVideoStream.h"
 #include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
+#include "vocabulary/VideoSignal.h"
 
 #include <cstdio>
 #include <vector>
@@ -16,8 +17,6 @@ namespace {
 constexpr int kGrabWidth = 320;
 constexpr int kGrabHeight = 240;
 constexpr DWORD kFrameTimeout = 2000;
-// A frame has a signal when more than this many luma samples lie above the threshold.
-constexpr int kSignalSamples = 10;
 
 const char* DescribeSource(const tag_CAMERASOURCE& source)
 {
@@ -65,13 +64,11 @@ public:
 void PrintFrame(const std::vector<BYTE>& frame)
 {
     long long nLumaSum = 0;
-    int nBright = 0;
-    for (std::size_t i = 1; i < frame.size(); i += 2) {
+    for (std::size_t i = 1; i < frame.size(); i += 2)
         nLumaSum += frame[i];
-        nBright += frame[i] > SIGNAL_THRESHOLD_LUMA ? 1 : 0;
-    }
+    const bool bSignal = HasVideoSignal(frame.data(), static_cast<DWORD>(frame.size()));
     std::printf("frame %d x %d, mean luma %lld, %s\n", kGrabWidth, kGrabHeight,
-                nLumaSum / static_cast<long long>(frame.size() / 2), nBright > kSignalSamples ? "signal" : "no signal");
+                nLumaSum / static_cast<long long>(frame.size() / 2), bSignal ? "signal" : "no signal");
 }
 
 // Opens one stream, reads each of its cameras once and prints what came.

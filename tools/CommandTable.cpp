@@ -8,7 +8,7 @@ constexpr tag_TOOLCOMMAND kCommands[] = {
      &RunVolumesCommand},
     {"boards", "", "install the default virtual boards and show what the driver finds, with a frame of each camera",
      &RunBoardsCommand},
-    {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]",
+    {"record", "[-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [FOOTAGE.y4m...]",
      "record from the virtual boards (default rack, or one camera per Y4M file) into a store of day directories; "
      "with --sound each camera's speech too, from a virtual microphone of its own or the named wave-in device",
      &RunRecordCommand},
@@ -30,6 +30,10 @@ constexpr tag_TOOLCOMMAND kCommands[] = {
      "write a recording's pictures and sound to OUT: .y4m, .png (with %04d), .wav, .mp4/.mkv through ffmpeg, "
      "or with --h263 an H.263 stream rewritten without loss",
      &RunExportCommand},
+    {"wav", "play FILE [--device NAME] | record FILE -s SECONDS [--format N] [--device NAME]",
+     "play a WAVE file, or record one (format 5, 8 kHz 16-bit mono, unless --format says otherwise), on the "
+     "machine's sound devices or the named one; Ctrl-C stops and keeps what was recorded",
+     &RunWavCommand},
 };
 
 } // namespace

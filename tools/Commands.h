@@ -23,3 +23,4 @@ int RunPlayCommand(std::span<char* const> args);
 int RunExportCommand(std::span<char* const> args);
 int RunSearchCommand(std::span<char* const> args);
 int RunInfoCommand(std::span<char* const> args);
+int RunWavCommand(std::span<char* const> args);

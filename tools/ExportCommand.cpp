@@ -5,7 +5,7 @@
 // frame is shown from its stamp on; the sound of each frame ends at that frame's stamp.
 #include "Commands.h"
 #include "ExportWriters.h"
-#include "Interrupt.h"
+#include "StopSignals.h"
 
 #include "codec/CH263Writer.h"
 #include "playback/CDecodeWnd.h"
@@ -28,7 +28,6 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
-constexpr int kExitInterrupted = 130;
 
 constexpr int kMaxFramesPerSecond = 50;
 constexpr int kDefaultFramesPerSecond = 25;
@@ -249,7 +248,7 @@ struct tag_SURVEY {
 // The first pass over the recording: frames, duration and picture size, and the sound
 // into pWav when it is given (each frame's sound ending at its stamp, silence filling
 // what falls behind).
-bool Survey(CRecordingReader& reader, CWavWriter* pWav, tag_SURVEY& survey)
+bool Survey(CRecordingReader& reader, CWavWriter* pWav, const CStopSignals& stop, tag_SURVEY& survey)
 {
     CFrameDecoder decoder;
     if (!decoder.Open(reader.GetRevision()) || !reader.ReadFirst())
@@ -278,7 +277,7 @@ bool Survey(CRecordingReader& reader, CWavWriter* pWav, tag_SURVEY& survey)
         }
         survey.dwLastTime = dwTime;
         progress.Step("read", ++survey.dwFrames);
-    } while (!IsInterrupted() && reader.ReadNext());
+    } while (!stop.IsStopped() && reader.ReadNext());
     survey.nSoundSamples = pWav != nullptr ? pWav->GetSamples() : 0;
     return true;
 }
@@ -334,7 +333,7 @@ struct tag_PICTURESTATS {
 };
 
 // The second pass: each frame decoded and written, on the steady rate unless bEveryFrame.
-bool WritePictures(CRecordingReader& reader, const tag_SURVEY& survey, int nRate, bool bEveryFrame,
+bool WritePictures(CRecordingReader& reader, const CStopSignals& stop, const tag_SURVEY& survey, int nRate, bool bEveryFrame,
                    CPictureSink& sink, tag_PICTURESTATS& stats)
 {
     CFrameDecoder decoder;
@@ -377,13 +376,13 @@ bool WritePictures(CRecordingReader& reader, const tag_SURVEY& survey, int nRate
             ++stats.dwWritten;
         }
         progress.Step("wrote", ++dwFrame);
-    } while (!IsInterrupted() && reader.ReadNext());
+    } while (!stop.IsStopped() && reader.ReadNext());
     return bEveryFrame || fillSlots(static_cast<std::uint64_t>(dwTime) + 1000 / static_cast<std::uint64_t>(nRate));
 }
 
 // --h263: every picture record rewritten; records that H.263 can't carry are left out
 // with the predicted pictures that follow them up to the next key frame.
-int ExportH263(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
+int ExportH263(CRecordingReader& reader, const tag_EXPORTOPTIONS& options, const CStopSignals& stop)
 {
     CH263Writer writer;
     if (!writer.Create() || !reader.ReadFirst()) {
@@ -426,21 +425,21 @@ int ExportH263(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
                    static_cast<std::size_t>(writer.GetPictureLength());
         ++dwPictures;
         progress.Step("rewrote", dwFrames);
-    } while (bWritten && !IsInterrupted() && reader.ReadNext());
+    } while (bWritten && !stop.IsStopped() && reader.ReadNext());
     bWritten = std::fclose(pOut) == 0 && bWritten;
     if (!bWritten) {
         std::fprintf(stderr, "zndvr export: %s: %s\n", options.strOut.c_str(), std::strerror(errno));
         return kExitFailed;
     }
     std::printf("%s: %lu H.263 pictures of %lu frames%s\n", options.strOut.c_str(), static_cast<unsigned long>(dwPictures),
-                static_cast<unsigned long>(dwFrames), IsInterrupted() ? " (interrupted)" : "");
-    if (IsInterrupted())
-        return kExitInterrupted;
+                static_cast<unsigned long>(dwFrames), stop.IsStopped() ? " (interrupted)" : "");
+    if (stop.IsStopped())
+        return stop.GetExitStatus();
     return dwLeftOut == 0 ? kExitOk : kExitFailed;
 }
 
 // The sound alone.
-int ExportWav(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
+int ExportWav(CRecordingReader& reader, const tag_EXPORTOPTIONS& options, const CStopSignals& stop)
 {
     CWavWriter wav;
     tag_SURVEY survey;
@@ -448,7 +447,7 @@ int ExportWav(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
         std::fprintf(stderr, "zndvr export: %s\n", wav.GetError().c_str());
         return kExitFailed;
     }
-    const bool bRead = Survey(reader, &wav, survey);
+    const bool bRead = Survey(reader, &wav, stop, survey);
     const bool bClosed = wav.Close();
     if (!bRead || !bClosed) {
         std::fprintf(stderr, "zndvr export: %s\n",
@@ -462,13 +461,13 @@ int ExportWav(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
     }
     std::printf("%s: %.1f s of sound from %lu frames%s\n", options.strOut.c_str(),
                 static_cast<double>(survey.nSoundSamples) / CWavWriter::SAMPLES_PER_SECOND,
-                static_cast<unsigned long>(survey.dwFrames), IsInterrupted() ? " (interrupted)" : "");
-    return IsInterrupted() ? kExitInterrupted : kExitOk;
+                static_cast<unsigned long>(survey.dwFrames), stop.IsStopped() ? " (interrupted)" : "");
+    return stop.IsStopped() ? stop.GetExitStatus() : kExitOk;
 }
 
 // Pictures into Y4M, PNG or ffmpeg; ffmpeg also takes the sound, from a WAV file made by
 // the first pass beside the output.
-int ExportPictures(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
+int ExportPictures(CRecordingReader& reader, const tag_EXPORTOPTIONS& options, const CStopSignals& stop)
 {
     if (options.nKind == EXPORT_FFMPEG && !CFFmpegWriter::IsAvailable()) {
         std::fprintf(stderr, "zndvr export: %s needs ffmpeg, which isn't installed (Y4M, PNG and WAV need nothing)\n",
@@ -490,7 +489,7 @@ int ExportPictures(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
         std::fprintf(stderr, "zndvr export: %s\n", wav.GetError().c_str());
         return kExitFailed;
     }
-    const bool bSurveyed = Survey(reader, bWithSound ? &wav : nullptr, survey);
+    const bool bSurveyed = Survey(reader, bWithSound ? &wav : nullptr, stop, survey);
     wav.Close();
     const bool bHasSound = bWithSound && survey.nSoundSamples > 0;
     if (bWithSound && !bHasSound)
@@ -519,7 +518,7 @@ int ExportPictures(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
         pSink = std::move(pFFmpeg);
     }
     tag_PICTURESTATS stats;
-    const bool bWritten = bOpened && WritePictures(reader, survey, nRate, options.nKind == EXPORT_PNG, *pSink, stats);
+    const bool bWritten = bOpened && WritePictures(reader, stop, survey, nRate, options.nKind == EXPORT_PNG, *pSink, stats);
     const bool bClosed = pSink->Close();
     if (bHasSound)
         std::remove(strSound.c_str());
@@ -535,14 +534,17 @@ int ExportPictures(CRecordingReader& reader, const tag_EXPORTOPTIONS& options)
     if (stats.dwUndecoded + stats.dwOtherSize > 0)
         std::printf("; %lu frames didn't decode, %lu had another size", static_cast<unsigned long>(stats.dwUndecoded),
                     static_cast<unsigned long>(stats.dwOtherSize));
-    std::printf("%s\n", IsInterrupted() ? " (interrupted)" : "");
-    return IsInterrupted() ? kExitInterrupted : kExitOk;
+    std::printf("%s\n", stop.IsStopped() ? " (interrupted)" : "");
+    return stop.IsStopped() ? stop.GetExitStatus() : kExitOk;
 }
 
 } // namespace
 
 int RunExportCommand(std::span<char* const> args)
 {
+    // Before any thread exists, so that all of them leave the stop signals to the one
+    // that waits for them.
+    CStopSignals stopSignals;
     tag_EXPORTOPTIONS options;
     if (!ParseOptions(args, options))
         return kExitUsage;
@@ -551,13 +553,14 @@ int RunExportCommand(std::span<char* const> args)
         std::fprintf(stderr, "zndvr export: %s can't be read as a recording\n", options.strFile.c_str());
         return kExitFailed;
     }
-    InstallInterruptHandler();
+    if (!stopSignals.Watch())
+        std::fprintf(stderr, "zndvr export: stop signals can't be watched; Ctrl-C ends it at once\n");
     switch (options.nKind) {
     case EXPORT_H263:
-        return ExportH263(reader, options);
+        return ExportH263(reader, options, stopSignals);
     case EXPORT_WAV:
-        return ExportWav(reader, options);
+        return ExportWav(reader, options, stopSignals);
     default:
-        return ExportPictures(reader, options);
+        return ExportPictures(reader, options, stopSignals);
     }
 }

@@ -2,7 +2,7 @@
 // with a progress line of time, frame and speed. When standard input is a terminal, keys
 // pause, speed up, slow down and quit; Ctrl-C stops the playing cleanly.
 #include "Commands.h"
-#include "Interrupt.h"
+#include "StopSignals.h"
 
 #include "playback/CDecodeWnd.h"
 #include "platform/CWnd.h"
@@ -22,7 +22,6 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
-constexpr int kExitInterrupted = 130;
 
 constexpr UINT kInputTimer = 1;
 constexpr UINT kInputPeriodMs = 50;
@@ -149,7 +148,7 @@ std::string SpeedText(int nSpeed)
 // The host window: counts the pictures, keeps the progress line and takes the keys.
 class CPlayHost : public CWnd {
 public:
-    explicit CPlayHost(CDecodeWnd& player) : m_player(player)
+    CPlayHost(CDecodeWnd& player, const CStopSignals& stop) : m_player(player), m_stop(stop)
     {
         const RECT rect{0, 0, 0, 0};
         CreateEx(0, nullptr, "zndvr play", WS_POPUP, rect, nullptr, 0);
@@ -167,7 +166,7 @@ public:
         if (m_keyboard.IsTerminal())
             std::printf("\n");
         std::printf("played %lu frames in %.1f s%s\n", static_cast<unsigned long>(m_dwFrames),
-                    (GetTickCount() - m_dwStart) / 1000.0, IsInterrupted() ? " (interrupted)" : "");
+                    (GetTickCount() - m_dwStart) / 1000.0, m_stop.IsStopped() ? " (interrupted)" : "");
     }
 
 protected:
@@ -190,7 +189,7 @@ protected:
     // Keys and Ctrl-C. The player is never closed from inside its own message.
     void OnTimer(UINT)
     {
-        if (IsInterrupted()) {
+        if (m_stop.IsStopped()) {
             Quit();
             return;
         }
@@ -243,6 +242,7 @@ private:
     }
 
     CDecodeWnd& m_player;
+    const CStopSignals& m_stop;
     CKeyboard m_keyboard;
     tag_VIDEOPLAYINFO m_info{};
     DWORD m_dwFrames = 0;
@@ -321,6 +321,9 @@ bool ChooseOutput(const tag_PLAYOPTIONS& options, int& nWaveOutID)
 
 int RunPlayCommand(std::span<char* const> args)
 {
+    // Before any thread exists, so that all of them leave the stop signals to the one
+    // that waits for them.
+    CStopSignals stopSignals;
     tag_PLAYOPTIONS options;
     if (!ParseOptions(args, options))
         return kExitUsage;
@@ -331,7 +334,7 @@ int RunPlayCommand(std::span<char* const> args)
         return kExitUsage;
     }
     CDecodeWnd player;
-    CPlayHost host(player);
+    CPlayHost host(player, stopSignals);
     if (!player.OpenDecodeWnd(host.m_hWnd, 0, 0) ||
         !player.OpenVideo(options.strFile.c_str(), options.nSpeed, 0, nWaveOutID)) {
         std::fprintf(stderr, "zndvr play: %s can't be played: not a recording, damaged, or without frames\n",
@@ -348,8 +351,9 @@ int RunPlayCommand(std::span<char* const> args)
                 : nWaveOutID < 0 ? "sound on the first output that takes it"
                                  : ("sound on " + std::string(static_cast<LPCSTR>(CWaveCodec::GetWaveOutDevName(
                                                       static_cast<DWORD>(nWaveOutID))))).c_str());
-    InstallInterruptHandler();
+    if (!stopSignals.Watch())
+        std::fprintf(stderr, "zndvr play: stop signals can't be watched; Ctrl-C ends it at once\n");
     host.Run();
     player.CloseDecodeWnd();
-    return IsInterrupted() ? kExitInterrupted : kExitOk;
+    return stopSignals.IsStopped() ? stopSignals.GetExitStatus() : kExitOk;
 }

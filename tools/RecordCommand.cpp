@@ -1,12 +1,16 @@
-// zndvr record: records from the virtual boards into a store (RecordStore.h): each
-// camera into today's directory of the store's work disk. The default rack (or one board
-// whose cameras play the Y4M files given) is opened through CVideo with a host window on
-// this thread; each frame record goes to the store inside the frame handler, a progress
-// line is printed every second, and at the end each file is opened again with the
-// reader, decoded and summed up.
+// zndvr record: records from virtual boards into a store (RecordStore.h), in four steps.
+// The arguments are parsed. The inputs (the default rack, or one board per footage file)
+// and then the store are checked before anything is recorded. The host's message loop
+// hands each frame record to the store inside its handler (today's directory of the work
+// disk, a file per camera and run, old days recycled when the disks fill) and prints a
+// progress line a second, until the time is up, a stop signal comes (SIGINT, SIGTERM,
+// SIGHUP) or a file can't be written. Then the cameras are closed before the store, so
+// that the blocks that were collecting reach the disk, and every file of the run is read
+// back and summed up.
 #include "Commands.h"
 #include "RecordSound.h"
 #include "RecordStore.h"
+#include "StopSignals.h"
 
 #include "capture/CEncodeParam.h"
 #include "capture/CMaskInfo.h"
@@ -17,8 +21,9 @@
 #include "platform/TickClock.h"
 #include "recording/CZnFile.h"
 
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -26,65 +31,198 @@
 
 namespace {
 
-constexpr int kDefaultSeconds = 5;
+constexpr long kDefaultSeconds = 5;
+// 0 records until a stop signal; a week at most, which the tick count spans easily.
+constexpr long kMaxSeconds = 7L * 24 * 60 * 60;
 constexpr char kDefaultDirectory[] = "store";
 constexpr UINT kProgressTimer = 1;
-constexpr UINT kProgressPeriodMs = 1000;
-constexpr int kMaxFileCameras = 8;
 constexpr DWORD kMillisecondsPerSecond = 1000;
 constexpr unsigned long long kBytesPerKilobyte = 1024;
-// Every camera records at this size of the second revision's boards.
-constexpr tag_FRAMESIZE kRecordSize = FRAMESIZE_320X240_R2;
-// What InstallBoards answers for the default rack: record every camera of board 0.
-constexpr int kAllRackCameras = -1;
-// A board for footage has at least this many channels.
-constexpr int kMinFileBoardChannels = 2;
+constexpr DWORD kProgressPeriodMs = kMillisecondsPerSecond;
+// A footage file gets a board of its own, so that its camera has the stream's whole
+// rate; a machine holds four boards.
+constexpr int kMaxFootageFiles = 4;
+// The default rack's board is of the second generation, which is that revision's.
+// Footage boards are of the first, whose frame sizes include the common small pictures
+// (352 x 288, 176 x 144, 320 x 240) at their own size.
+constexpr DWORD kRackRevision = STREAM_REVISION_20020219;
+constexpr tag_FRAMESIZE kRackFrameSize = FRAMESIZE_320X240_R2;
+constexpr DWORD kFootageRevision = STREAM_REVISION_20020114;
+constexpr BYTE kFootageBoardGeneration = 1;
+constexpr UINT WM_ZNREC_STOP = WM_APP + 1;
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+constexpr char kUsage[] = "usage: zndvr record [-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [FOOTAGE.y4m...]";
+
+// ---- Options ----------------------------------------------------------------------
 
 struct tag_RECORDOPTIONS {
-    int nSeconds = kDefaultSeconds;
+    long nSeconds = kDefaultSeconds;
     std::string strDirectory = kDefaultDirectory;
-    std::vector<std::string> y4mFiles;
+    std::vector<std::string> footageFiles;
     bool bSound = false;
+    // The wave-in device every camera records from; empty for a virtual microphone each.
     std::string strSoundDevice;
 };
 
-// What the host counts of one camera.
-struct tag_CAMERARECORDING {
-    int nCamera = 0;
-    DWORD dwFrames = 0;
-    DWORD dwWritten = 0;
-    unsigned long long nBytes = 0;
-    DWORD dwAlarms = 0;
-    DWORD dwLost = 0;
+// A whole decimal number from nMin to nMax with nothing before or after it.
+bool ParseWholeNumber(std::string_view strText, long nMin, long nMax, long& nValue)
+{
+    const char* pEnd = strText.data() + strText.size();
+    long nParsed = 0;
+    const auto [pStop, error] = std::from_chars(strText.data(), pEnd, nParsed);
+    if (error != std::errc() || pStop != pEnd || nParsed < nMin || nParsed > nMax)
+        return false;
+    nValue = nParsed;
+    return true;
+}
+
+// False with a message that names the argument at fault.
+bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options, std::string& strError)
+{
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string strArg = args[i];
+        const bool bSeconds = strArg == "-s" || strArg == "--seconds";
+        const bool bDevice = strArg == "--sound-device";
+        if (strArg == "--sound") {
+            options.bSound = true;
+        } else if (bSeconds || bDevice || strArg == "-d" || strArg == "--dir") {
+            if (i + 1 == args.size()) {
+                strError = strArg + " needs a value";
+                return false;
+            }
+            const std::string strValue = args[++i];
+            if (bSeconds && !ParseWholeNumber(strValue, 0, kMaxSeconds, options.nSeconds)) {
+                strError = strArg + " '" + strValue + "': not a whole number of seconds from 0 (until stopped) to " +
+                           std::to_string(kMaxSeconds);
+                return false;
+            }
+            if (!bSeconds && strValue.empty()) {
+                strError = strArg + (bDevice ? " needs a device name" : " needs a directory");
+                return false;
+            }
+            if (bDevice) {
+                options.bSound = true;
+                options.strSoundDevice = strValue;
+            } else if (!bSeconds) {
+                options.strDirectory = strValue;
+            }
+        } else if (strArg.size() > 1 && strArg[0] == '-') {
+            strError = "unknown option '" + strArg + "'";
+            return false;
+        } else {
+            options.footageFiles.push_back(strArg);
+        }
+    }
+    if (static_cast<int>(options.footageFiles.size()) > kMaxFootageFiles) {
+        strError = "at most " + std::to_string(kMaxFootageFiles) + " footage files, one board each";
+        return false;
+    }
+    return true;
+}
+
+// ---- Inputs and store -------------------------------------------------------------
+
+// One board to open, the frame size it runs at and the cameras it records.
+struct tag_BOARDPLAN {
+    tag_FRAMESIZE nSize;
+    int nCameras;
+    // The footage its cameras show, or empty for the drawn scenes of the default rack.
+    std::string strFootage;
 };
 
-// The host window: hands each frame record to the store, gives the record back, and
-// prints the progress line when its timer ticks.
+// The default rack, or one board per footage file running at the frame size that suits
+// its picture. False with the file and the reason when footage can't be read.
+bool InstallInputs(const tag_RECORDOPTIONS& options, DWORD& dwRevision, std::vector<tag_BOARDPLAN>& boards,
+                   std::string& strError)
+{
+    if (options.footageFiles.empty()) {
+        // The default rack's board, with sound inputs of its own when sound is recorded.
+        CVirtualRack::Clear();
+        tag_VIRTUALBOARD board;
+        if (options.bSound)
+            AddBoardSound(board);
+        if (CVirtualRack::InstallBoard(board, &strError) < 0)
+            return false;
+        dwRevision = kRackRevision;
+        boards.push_back({kRackFrameSize, CVirtualRack::GetBoard(0)->GetVersion().GetChannels(), ""});
+        return true;
+    }
+    CVirtualRack::Clear();
+    dwRevision = kFootageRevision;
+    for (const std::string& strFile : options.footageFiles) {
+        tag_VIRTUALBOARD board;
+        board.byChannels = 1;
+        board.byGeneration = kFootageBoardGeneration;
+        tag_CAMERASOURCE source;
+        source.nKind = SOURCE_Y4MFILE;
+        source.strFile = strFile;
+        board.sources.push_back(source);
+        std::string strReason;
+        const int nDevice = CVirtualRack::InstallBoard(board, &strReason);
+        if (nDevice < 0) {
+            // The rack names the camera first; here each file is a board of its own.
+            const std::size_t nFile = strReason.find(strFile);
+            strError = nFile == std::string::npos ? strReason : strReason.substr(nFile);
+            return false;
+        }
+        boards.push_back({CVirtualRack::GetBoard(nDevice)->GetCameraFrameSize(0, dwRevision), 1, strFile});
+    }
+    return true;
+}
+
+// ---- The recording loop -----------------------------------------------------------
+
+// What the host keeps of one camera.
+struct tag_CAMERARECORDING {
+    int nBoard = 0;
+    int nCamera = 0;
+    // How the camera is named in lines and files: its number on the default board, or
+    // its footage file's place among the arguments.
+    int nName = 0;
+    DWORD dwFrames = 0;
+    DWORD dwTaken = 0;
+    DWORD dwLost = 0;
+    DWORD dwAlarms = 0;
+    unsigned long long nBytes = 0;
+    // The stamps of the first and the last frame, which give the camera's frame rate.
+    DWORD dwFirstStamp = 0;
+    DWORD dwLastStamp = 0;
+};
+
+// The host window: hands each frame record to the store and gives it back, prints the
+// progress line when its timer ticks, and ends the loop when the time is up, a stop
+// signal's message comes or a file fails.
 class CRecordHost : public CWnd {
 public:
-    CRecordHost(CRecordStore& store, int nSeconds) : m_store(store), m_nSeconds(nSeconds)
+    CRecordHost(CRecordStore& store, long nSeconds) : m_store(store), m_nSeconds(nSeconds)
     {
         const RECT rect{0, 0, 0, 0};
         CreateEx(0, nullptr, "zndvr record", WS_POPUP, rect, nullptr, 0);
     }
     ~CRecordHost() override { DestroyWindow(); }
 
-    void AddCamera(int nCamera)
-    {
-        tag_CAMERARECORDING recording;
-        recording.nCamera = nCamera;
-        m_cameras.push_back(recording);
-    }
-
-    void Run()
+    // Serves messages until the recording ends; the stop signal that ended it, or 0.
+    int Run()
     {
         m_dwStart = GetTickCount();
         SetTimer(kProgressTimer, kProgressPeriodMs, nullptr);
+        int nSignal = 0;
         MSG msg;
-        while (GetMessage(&msg, nullptr, 0, 0) > 0)
-            DispatchMessage(&msg);
+        while (nSignal == 0 && GetMessage(&msg, nullptr, 0, 0) > 0) {
+            if (msg.hwnd == nullptr && msg.message == WM_ZNREC_STOP)
+                nSignal = static_cast<int>(msg.wParam);
+            else
+                DispatchMessage(&msg);
+        }
         KillTimer(kProgressTimer);
+        m_dwElapsed = GetTickCount() - m_dwStart;
+        return nSignal;
     }
+
+    DWORD GetElapsed() const { return m_dwElapsed; }
 
     std::vector<tag_CAMERARECORDING> m_cameras;
 
@@ -92,9 +230,10 @@ protected:
     LRESULT OnCaptureFrame(WPARAM wCamera, LPARAM lFrame)
     {
         auto* pFrame = reinterpret_cast<tag_ZNCAPTUREFRAME*>(lFrame);
-        tag_CAMERARECORDING* pRecording = FindCamera(pFrame->pInfo->nCamera);
-        if (pRecording != nullptr)
-            Write(*pRecording, *pFrame);
+        for (tag_CAMERARECORDING& recording : m_cameras) {
+            if (recording.nBoard == pFrame->pInfo->nBoard && recording.nCamera == pFrame->pInfo->nCamera)
+                Write(recording, *pFrame);
+        }
         ::PostMessage(reinterpret_cast<HWND>(wCamera), WM_ZN_FRAMEDONE, 0, 0);
         return 0;
     }
@@ -102,94 +241,51 @@ protected:
     LRESULT OnProgress(WPARAM, LPARAM)
     {
         const DWORD dwElapsed = GetTickCount() - m_dwStart;
-        std::printf("%3lus", static_cast<unsigned long>((dwElapsed + kMillisecondsPerSecond / 2) / kMillisecondsPerSecond));
+        std::printf("%4lus", static_cast<unsigned long>((dwElapsed + kMillisecondsPerSecond / 2) / kMillisecondsPerSecond));
         for (const tag_CAMERARECORDING& recording : m_cameras) {
-            std::printf("  cam%d %lu fr %llu KB %lu al", recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
+            std::printf("  cam%d %lu fr %llu KB %lu al", recording.nName, static_cast<unsigned long>(recording.dwFrames),
                         recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms));
         }
         std::printf("\n");
         std::fflush(stdout);
-        if (dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * kMillisecondsPerSecond)
+        if (m_nSeconds > 0 && dwElapsed + kProgressPeriodMs / 2 >= static_cast<DWORD>(m_nSeconds) * kMillisecondsPerSecond)
             PostQuitMessage(0);
         return 0;
     }
     DECLARE_MESSAGE_MAP()
 
 private:
-    tag_CAMERARECORDING* FindCamera(int nCamera)
+    void Write(tag_CAMERARECORDING& recording, const tag_ZNCAPTUREFRAME& frame)
     {
-        for (tag_CAMERARECORDING& recording : m_cameras) {
-            if (recording.nCamera == nCamera)
-                return &recording;
-        }
-        return nullptr;
-    }
-
-    void Write(tag_CAMERARECORDING& recording, tag_ZNCAPTUREFRAME& frame)
-    {
-        ++recording.dwFrames;
+        if (recording.dwFrames++ == 0)
+            recording.dwFirstStamp = frame.pData->dwTimeStamp;
+        recording.dwLastStamp = frame.pData->dwTimeStamp;
         recording.nBytes += frame.pData->dwVideoLen;
         recording.dwAlarms += (frame.pData->wFlags & ZNFRAME_ALARM) != 0;
         recording.dwLost += frame.bVideoLost != 0;
-        recording.dwWritten += m_store.WriteFrame(*frame.pInfo, *frame.pData);
+        if (m_bStopping)
+            return;
+        recording.dwTaken += m_store.WriteFrame(*frame.pInfo, *frame.pData);
+        if (m_store.HasWriteFailed()) {
+            // A disk that fails although the store found room: what is stored stays, and
+            // the run ends cleanly.
+            std::fprintf(stderr, "zndvr record: a file can't be written; recording stops\n");
+            m_bStopping = true;
+            PostQuitMessage(0);
+        }
     }
 
     CRecordStore& m_store;
-    int m_nSeconds;
+    long m_nSeconds;
     DWORD m_dwStart = 0;
+    DWORD m_dwElapsed = 0;
+    bool m_bStopping = false;
 };
 
 BEGIN_MESSAGE_MAP(CRecordHost, CWnd)
     ON_MESSAGE(WM_ZN_FRAME, OnCaptureFrame)
     ON_MESSAGE(WM_TIMER, OnProgress)
 END_MESSAGE_MAP()
-
-bool ParseOptions(std::span<char* const> args, tag_RECORDOPTIONS& options)
-{
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string_view strArg = args[i];
-        const bool bHasValue = i + 1 < args.size();
-        if ((strArg == "-s" || strArg == "--seconds") && bHasValue) {
-            options.nSeconds = std::atoi(args[++i]);
-            if (options.nSeconds <= 0)
-                return false;
-        } else if ((strArg == "-d" || strArg == "--dir") && bHasValue) {
-            options.strDirectory = args[++i];
-        } else if (strArg == "--sound") {
-            options.bSound = true;
-        } else if (strArg == "--sound-device" && bHasValue) {
-            options.bSound = true;
-            options.strSoundDevice = args[++i];
-        } else if (!strArg.empty() && strArg[0] != '-') {
-            options.y4mFiles.emplace_back(strArg);
-        } else {
-            return false;
-        }
-    }
-    return static_cast<int>(options.y4mFiles.size()) <= kMaxFileCameras;
-}
-
-// The default rack, or one board whose cameras show the files; the number of cameras
-// to record, kAllRackCameras for the default rack, or 0 if the board can't be made.
-int InstallBoards(const tag_RECORDOPTIONS& options)
-{
-    if (options.y4mFiles.empty()) {
-        CVirtualRack::InstallDefault();
-        return kAllRackCameras;
-    }
-    CVirtualRack::Clear();
-    tag_VIRTUALBOARD board;
-    const int nFiles = static_cast<int>(options.y4mFiles.size());
-    // A two-stream board shares its channels between the streams: round up to even.
-    board.byChannels = static_cast<BYTE>(nFiles < kMinFileBoardChannels ? kMinFileBoardChannels : nFiles + nFiles % 2);
-    for (const std::string& strFile : options.y4mFiles) {
-        tag_CAMERASOURCE source;
-        source.nKind = SOURCE_Y4MFILE;
-        source.strFile = strFile;
-        board.sources.push_back(source);
-    }
-    return CVirtualRack::InstallBoard(board) < 0 ? 0 : nFiles;
-}
 
 // One area over the whole picture, so that the alarms count motion anywhere.
 void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
@@ -199,157 +295,238 @@ void AddWholePictureArea(CEncodeParam& param, int nWidth, int nHeight)
     param.AddMaskInfo(&area, nWidth, nHeight);
 }
 
-// Reads every frame of an open recording and decodes it; the frames that decoded. The
-// sound of the frames is gathered in order.
-DWORD DecodeAll(CZnFile& reader, DWORD dwRevision, std::vector<BYTE>& code)
+// Opens the boards and cameras of the plan; false with what failed.
+bool OpenCameras(CVideo& video, CRecordHost& host, DWORD dwRevision, const std::vector<tag_BOARDPLAN>& boards,
+                 const std::vector<DWORD>& soundDevices, std::string& strError)
 {
+    if (video.Open(&host, dwRevision) != ZNRET_OK || video.GetBoardNum() < static_cast<int>(boards.size())) {
+        strError = "the virtual boards aren't found";
+        return false;
+    }
+    for (int nBoard = 0; nBoard < static_cast<int>(boards.size()); ++nBoard) {
+        tag_CAMERAINFO info{};
+        info.nBoard = nBoard;
+        if (video.GetVideoSize(boards[nBoard].nSize, info.nStandard, info.nWidth, info.nHeight) != ZNRET_OK ||
+            video.OpenBoard(nBoard, boards[nBoard].nSize, 0, nullptr) != ZNRET_OK) {
+            strError = "board " + std::to_string(nBoard) + " doesn't open";
+            return false;
+        }
+        CEncodeParam param;
+        AddWholePictureArea(param, info.nWidth, info.nHeight);
+        for (int nCamera = 0; nCamera < boards[nBoard].nCameras; ++nCamera) {
+            tag_CAMERARECORDING recording;
+            recording.nBoard = nBoard;
+            recording.nCamera = info.nCamera = nCamera;
+            recording.nName = boards[nBoard].strFootage.empty() ? nCamera : nBoard;
+            // With sound, the cameras in the order of the plan record the devices chosen for them.
+            const std::size_t nIndex = host.m_cameras.size();
+            param.m_bEncodeSound = nIndex < soundDevices.size() ? 1 : 0;
+            if (param.m_bEncodeSound)
+                param.m_dwSoundDev = soundDevices[nIndex];
+            host.m_cameras.push_back(recording);
+            if (video.OpenCamera(nBoard, nCamera, &param, nullptr) != ZNRET_OK) {
+                strError = "camera " + std::to_string(nCamera) + " of board " + std::to_string(nBoard) +
+                           " doesn't open";
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+// ---- The summary ------------------------------------------------------------------
+
+// What a file holds when read back.
+struct tag_READBACK {
+    bool bOpened = false;
+    int nWidth = 0;
+    int nHeight = 0;
+    DWORD dwFrames = 0;
+    DWORD dwBlocks = 0;
+    DWORD dwWithVideo = 0;
+    DWORD dwDecoded = 0;
+    // The sound code of the frames, in order.
+    std::vector<BYTE> sound;
+};
+
+// Reads every frame of a recording and decodes those that have a picture.
+tag_READBACK ReadBack(const std::string& strFile, DWORD dwRevision)
+{
+    tag_READBACK result;
+    CZnFile reader;
+    tag_CAMERAINFO info{};
+    if (reader.Open(strFile.c_str(), &info, dwRevision, ZNFILE_READ) != 1)
+        return result;
+    result.bOpened = true;
+    result.nWidth = reader.GetVideoWidth();
+    result.nHeight = reader.GetVideoHeight();
+    result.dwBlocks = reader.GetTotalBlock();
     std::vector<BYTE> video(static_cast<std::size_t>(reader.GetVideoWidth()) * reader.GetVideoHeight() * 2);
     std::vector<BYTE> sound(ZNFRAME_SOUND_BUFFER_SIZE);
     std::vector<BYTE> picture(static_cast<std::size_t>(CDecoder::MAX_WIDTH) * CDecoder::MAX_HEIGHT * 3);
     CDecoder decoder;
     if (!decoder.Create(dwRevision))
-        return 0;
-    DWORD dwDecoded = 0;
+        return result;
     tag_ZNFRAMEDATA frame{};
     frame.pVideo = video.data();
     frame.pSound = sound.data();
     while (reader.ReadOneFrame(&frame, -1, 0) == 1) {
-        const DECODER_RETURN result =
-            decoder.DecodeOneFrame(frame.pVideo, static_cast<int>(frame.dwVideoLen), picture.data(), TRUE);
-        dwDecoded += !result.bError;
+        ++result.dwFrames;
         if ((frame.wFlags & ZNFRAME_SOUND) != 0)
-            code.insert(code.end(), frame.pSound, frame.pSound + frame.dwSoundLen);
+            result.sound.insert(result.sound.end(), frame.pSound, frame.pSound + frame.dwSoundLen);
+        if ((frame.wFlags & ZNFRAME_LOST) != 0 || frame.dwVideoLen == 0)
+            continue;
+        ++result.dwWithVideo;
+        const DECODER_RETURN decoded =
+            decoder.DecodeOneFrame(frame.pVideo, static_cast<int>(frame.dwVideoLen), picture.data(), TRUE);
+        result.dwDecoded += !decoded.bError;
     }
-    return dwDecoded;
+    return result;
 }
 
-// Prints what each camera recorded and what its files hold; true when every camera has
-// frames on disk and every frame it wrote reads back and decodes (a file of a day that was
-// recycled during the run is counted as such), and, with sound, when some camera has
-// sound and the sound of each virtual microphone decodes to its signal.
-bool PrintSummary(const CRecordHost& host, const CRecordStore& store, DWORD dwRevision, const tag_RECORDOPTIONS& options)
+// Reads back the files of one camera and prints what each holds; true when each holds
+// every frame the store put in it and every picture in it decodes. A file that is gone (its
+// day recycled during the run, or removed by the writer because none of its blocks could be
+// stored) is reported as such. The sound of all files, in order, is
+// added to sound.
+bool PrintCameraFiles(const tag_CAMERARECORDING& recording, const CRecordStore& store, DWORD dwRevision,
+                      std::vector<BYTE>& sound)
 {
-    bool bAllReadBack = true;
-    bool bAnySound = false;
-    std::printf("\nsummary:\n");
-    for (const tag_CAMERARECORDING& recording : host.m_cameras) {
-        std::printf("  camera %d: %lu frames (%lu lost signal), %lu written, %llu KB coded, %lu alarms\n",
-                    recording.nCamera, static_cast<unsigned long>(recording.dwFrames),
-                    static_cast<unsigned long>(recording.dwLost), static_cast<unsigned long>(recording.dwWritten),
-                    recording.nBytes / kBytesPerKilobyte, static_cast<unsigned long>(recording.dwAlarms));
-        DWORD dwAccounted = 0;
-        std::vector<BYTE> code;
-        for (const tag_STOREDFILE& file : store.GetFiles()) {
-            if (file.nCamera != recording.nCamera)
-                continue;
-            CZnFile reader;
-            tag_CAMERAINFO info{};
-            if (!std::filesystem::exists(file.strPath)) {
-                std::printf("    %s: recycled\n", file.strPath.c_str());
-                dwAccounted += file.dwFrames;
-                continue;
-            }
-            if (reader.Open(file.strPath.c_str(), &info, dwRevision, ZNFILE_READ) != 1) {
-                std::printf("    %s: can't be read back\n", file.strPath.c_str());
-                bAllReadBack = false;
-                continue;
-            }
-            const DWORD dwDecoded = DecodeAll(reader, dwRevision, code);
-            std::printf("    %s: %dx%d, %lu frames in %lu blocks, %lu decoded\n", file.strPath.c_str(),
-                        reader.GetVideoWidth(), reader.GetVideoHeight(),
-                        static_cast<unsigned long>(reader.GetTotalFrameNum()),
-                        static_cast<unsigned long>(reader.GetTotalBlock()), static_cast<unsigned long>(dwDecoded));
-            bAllReadBack = bAllReadBack && dwDecoded == file.dwFrames;
-            dwAccounted += dwDecoded;
+    bool bAllKept = true;
+    for (const tag_STOREDFILE& stored : store.GetFiles()) {
+        if (stored.nBoard != recording.nBoard || stored.nCamera != recording.nCamera)
+            continue;
+        if (!std::filesystem::exists(stored.strPath)) {
+            std::printf("    %s: gone (its day was recycled, or no block of it reached the disk)\n",
+                        stored.strPath.c_str());
+            continue;
         }
-        bAllReadBack = bAllReadBack && recording.dwWritten > 0 && dwAccounted == recording.dwWritten;
+        const tag_READBACK file = ReadBack(stored.strPath, dwRevision);
+        if (!file.bOpened) {
+            std::printf("    %s: can't be read back\n", stored.strPath.c_str());
+            bAllKept = false;
+            continue;
+        }
+        std::printf("    %s: %lu frames of %dx%d in %lu blocks, %lu of %lu pictures decode\n", stored.strPath.c_str(),
+                    static_cast<unsigned long>(file.dwFrames), file.nWidth, file.nHeight,
+                    static_cast<unsigned long>(file.dwBlocks), static_cast<unsigned long>(file.dwDecoded),
+                    static_cast<unsigned long>(file.dwWithVideo));
+        bAllKept = bAllKept && file.dwFrames == stored.dwFrames && file.dwDecoded == file.dwWithVideo;
+        sound.insert(sound.end(), file.sound.begin(), file.sound.end());
+    }
+    return bAllKept;
+}
+
+// Prints what each camera recorded and what its files hold; true when every file holds
+// what the store put in it, and, with sound, when some camera has sound and each virtual
+// microphone's sound decodes to its signal. A camera without signal is reported as such
+// and is no failure: its frames carry no picture by design.
+bool PrintSummary(const CRecordHost& host, const CRecordStore& store, DWORD dwRevision,
+                  const tag_RECORDOPTIONS& options)
+{
+    const double dSeconds = static_cast<double>(host.GetElapsed()) / kMillisecondsPerSecond;
+    bool bAllKept = true;
+    bool bAnySound = false;
+    std::printf("\nsummary, %.1f s:\n", dSeconds);
+    for (const tag_CAMERARECORDING& recording : host.m_cameras) {
+        const DWORD dwSpan = recording.dwLastStamp - recording.dwFirstStamp;
+        const double dRate =
+            dwSpan > 0 ? static_cast<double>(recording.dwFrames - 1) * kMillisecondsPerSecond / dwSpan : 0.0;
+        std::printf("  camera %d: %lu frames, %.1f a second, %lu without signal, %llu KB coded, %lu alarms\n",
+                    recording.nName, static_cast<unsigned long>(recording.dwFrames), dRate,
+                    static_cast<unsigned long>(recording.dwLost), recording.nBytes / kBytesPerKilobyte,
+                    static_cast<unsigned long>(recording.dwAlarms));
+        if (recording.dwFrames > 0 && recording.dwLost == recording.dwFrames)
+            std::printf("    no video signal\n");
+        if (recording.dwTaken == 0) {
+            std::printf("    no frames stored, no file\n");
+            continue;
+        }
+        std::vector<BYTE> sound;
+        bAllKept = PrintCameraFiles(recording, store, dwRevision, sound) && bAllKept;
         if (options.bSound) {
             std::string strSound;
-            bAllReadBack = DescribeRecordedSound(recording.nCamera, options.strSoundDevice.empty(), code, strSound) &&
-                           bAllReadBack;
-            bAnySound = bAnySound || !code.empty();
+            // Cameras that take the default board's own sound record its microphones
+            // also when a wave-in device is named for the others.
+            const bool bBoardSound = options.footageFiles.empty() && recording.nCamera < BOARD_SOUND_CAMERAS;
+            const bool bKnownSignal = options.strSoundDevice.empty() || bBoardSound;
+            bAllKept = DescribeRecordedSound(recording.nName, bKnownSignal, sound, strSound) && bAllKept;
+            bAnySound = bAnySound || !sound.empty();
             std::printf("    %s\n", strSound.c_str());
         }
     }
     if (options.bSound && !bAnySound)
         std::printf("  no camera recorded sound\n");
-    return bAllReadBack && (bAnySound || !options.bSound);
+    return bAllKept && (bAnySound || !options.bSound);
+}
+
+// Records with the checked inputs into the open store; the exit status.
+int Record(const tag_RECORDOPTIONS& options, DWORD dwRevision, const std::vector<tag_BOARDPLAN>& boards,
+           const std::vector<DWORD>& soundDevices, CRecordStore& store, CStopSignals& stopSignals)
+{
+    CRecordHost host(store, options.nSeconds);
+    int nSignal = 0;
+    bool bOpened = false;
+    {
+        CVideo video;
+        std::string strError;
+        bOpened = OpenCameras(video, host, dwRevision, boards, soundDevices, strError);
+        if (!bOpened) {
+            std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
+        } else {
+            const std::string strHowLong =
+                options.nSeconds > 0 ? "for " + std::to_string(options.nSeconds) + " s" : "until stopped";
+            std::printf("recording %zu camera(s) %s into %s\n", host.m_cameras.size(), strHowLong.c_str(),
+                        options.strDirectory.c_str());
+            std::fflush(stdout);
+            if (!stopSignals.Watch(WM_ZNREC_STOP))
+                std::fprintf(stderr, "zndvr record: stop signals can't be watched; the run ends with its time\n");
+            nSignal = host.Run();
+        }
+    }
+    store.Close();
+    if (!bOpened)
+        return kExitFailure;
+    if (nSignal != 0)
+        std::printf("stopped by signal %d (%s)\n", nSignal, strsignal(nSignal));
+    const bool bAllKept = PrintSummary(host, store, dwRevision, options);
+    if (store.HasWriteFailed() || !bAllKept)
+        return kExitFailure;
+    return nSignal != 0 ? STOP_EXIT_BASE + nSignal : 0;
 }
 
 } // namespace
 
 int RunRecordCommand(std::span<char* const> args)
 {
+    // Before any thread exists, so that all of them leave the stop signals to the one
+    // that waits for them.
+    CStopSignals stopSignals;
     tag_RECORDOPTIONS options;
-    if (!ParseOptions(args, options)) {
-        std::fprintf(stderr,
-                     "usage: zndvr record [-s SECONDS] [-d DIR] [--sound] [--sound-device NAME] [Y4M...]"
-                     "  (at most %d files)\n",
-                     kMaxFileCameras);
-        return 2;
+    std::string strError;
+    if (!ParseOptions(args, options, strError)) {
+        std::fprintf(stderr, "zndvr record: %s\n%s\n", strError.c_str(), kUsage);
+        return kExitUsage;
     }
-    const int nFileCameras = InstallBoards(options);
-    if (nFileCameras == 0) {
-        std::fprintf(stderr, "zndvr record: a file can't be read as Y4M\n");
-        return 1;
-    }
-    // The virtual boards are of the second generation, which is this revision's.
-    constexpr DWORD dwRevision = STREAM_REVISION_20020219;
+    DWORD dwRevision = 0;
+    std::vector<tag_BOARDPLAN> boards;
+    std::vector<DWORD> soundDevices;
+    int nCameras = 0;
+    bool bReady = InstallInputs(options, dwRevision, boards, strError);
+    for (const tag_BOARDPLAN& board : boards)
+        nCameras += board.nCameras;
+    bReady = bReady && (!options.bSound || ChooseSoundDevices(options.strSoundDevice, nCameras, soundDevices, strError));
     CRecordStore store;
+    store.SetReporter([](const std::string& strLine) { std::printf("  store: %s\n", strLine.c_str()); });
     tag_STOREOPTIONS storeOptions;
     storeOptions.strStoreDir = options.strDirectory;
     storeOptions.dwRevision = dwRevision;
-    std::string strStoreError;
-    store.SetReporter([](const std::string& strLine) { std::printf("  store: %s\n", strLine.c_str()); });
-    if (!store.Open(storeOptions, strStoreError)) {
-        std::fprintf(stderr, "zndvr record: %s\n", strStoreError.c_str());
-        return 1;
+    if (!bReady || !store.Open(storeOptions, strError)) {
+        std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
+        CVirtualRack::Clear();
+        return kExitFailure;
     }
-    CRecordHost host(store, options.nSeconds);
-    int nOpened = 0;
-    {
-        CVideo video;
-        if (video.Open(&host, dwRevision) != ZNRET_OK || video.GetBoardNum() < 1) {
-            std::fprintf(stderr, "zndvr record: no board found\n");
-            return 1;
-        }
-        if (video.OpenBoard(0, kRecordSize, 0, nullptr) != ZNRET_OK) {
-            std::fprintf(stderr, "zndvr record: board 0 doesn't open\n");
-            return 1;
-        }
-        const int nCameras = nFileCameras == kAllRackCameras ? video.GetCameraNum(0) : nFileCameras;
-        std::vector<DWORD> soundDevices;
-        std::string strError;
-        if (options.bSound && !ChooseSoundDevices(options.strSoundDevice, nCameras, soundDevices, strError)) {
-            std::fprintf(stderr, "zndvr record: %s\n", strError.c_str());
-            return 2;
-        }
-        tag_VIDEOSTANDARD nStandard = STANDARD_NTSC;
-        int nWidth = 0;
-        int nHeight = 0;
-        CVideo::GetVideoSize(kRecordSize, nStandard, nWidth, nHeight);
-        CEncodeParam param;
-        AddWholePictureArea(param, nWidth, nHeight);
-        for (int nCamera = 0; nCamera < nCameras; ++nCamera) {
-            if (options.bSound) {
-                param.m_bEncodeSound = 1;
-                param.m_dwSoundDev = soundDevices[static_cast<std::size_t>(nCamera)];
-            }
-            if (video.OpenCamera(0, nCamera, &param, nullptr) == ZNRET_OK) {
-                host.AddCamera(nCamera);
-                ++nOpened;
-            }
-        }
-        if (nOpened == 0) {
-            std::fprintf(stderr, "zndvr record: no camera opens\n");
-            return 1;
-        }
-        std::printf("recording %d camera(s) for %d s into %s\n", nOpened, options.nSeconds,
-                    options.strDirectory.c_str());
-        host.Run();
-    }
-    store.Close();
-    const bool bAllReadBack = PrintSummary(host, store, dwRevision, options);
+    const int nExit = Record(options, dwRevision, boards, soundDevices, store, stopSignals);
     CVirtualRack::Clear();
-    return bAllReadBack ? 0 : 1;
+    return nExit;
 }

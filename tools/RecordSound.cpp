@@ -2,6 +2,7 @@
 
 #include "platform/CVirtualWave.h"
 #include "sound/CAdpcm.h"
+#include "sound/CAdpcmSpeechEncoder.h"
 #include "sound/CWaveCodec.h"
 
 #include <algorithm>
@@ -54,6 +55,13 @@ double SnrDb(const tag_WAVESIGNAL& signal, const std::vector<BYTE>& code)
 }
 
 } // namespace
+
+void AddBoardSound(tag_VIRTUALBOARD& board)
+{
+    for (int nInput = 0; nInput < BOARD_SOUND_CAMERAS; ++nInput)
+        board.sound.inputs[nInput] = MicrophoneOf(nInput);
+    board.sound.pfnCreateEncoder = &CAdpcmSpeechEncoder::Create;
+}
 
 bool ChooseSoundDevices(const std::string& strDevice, int nCameras, std::vector<DWORD>& devices,
                         std::string& strError)

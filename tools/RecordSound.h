@@ -3,10 +3,18 @@
 // recording holds is its microphone's signal.
 #pragma once
 
+#include "driver/virtual/CVirtualBoard.h"
 #include "platform/WinTypes.h"
 
 #include <string>
 #include <vector>
+
+// Cameras below this number take the board's own sound.
+inline constexpr int BOARD_SOUND_CAMERAS = 2;
+
+// Gives the board its sound inputs, coded as a real board codes them: input c hears
+// the virtual microphone of camera c.
+void AddBoardSound(tag_VIRTUALBOARD& board);
 
 // The device id for each of nCameras cameras. Without a name every camera gets a
 // virtual microphone of its own; with one, every camera asks for that device and the

@@ -205,6 +205,7 @@ bool CRecordStore::WriteFrame(const tag_CAMERAINFO& info, tag_ZNFRAMEDATA& frame
         }
         if (nWritten < 0) {
             Report(m_files[camera.nFile].strPath + ": writing failed; the file keeps what reached the disk");
+            m_bWriteFailed = true;
             CloseCameraFile(camera);
         }
     }
@@ -316,7 +317,10 @@ void CRecordStore::CloseCameraFile(tag_CAMERAFILE& camera)
 {
     if (camera.pFile == nullptr)
         return;
-    camera.pFile->Close();
+    if (camera.pFile->Close() != 1) {
+        Report(m_files[camera.nFile].strPath + ": its last frames can't be stored");
+        m_bWriteFailed = true;
+    }
     camera.pFile.reset();
 }
 
@@ -345,6 +349,11 @@ const std::vector<DWORD>& CRecordStore::GetRecycledDates() const
 DWORD CRecordStore::GetUnstoredFrames() const
 {
     return m_dwUnstored;
+}
+
+bool CRecordStore::HasWriteFailed() const
+{
+    return m_bWriteFailed;
 }
 
 bool CRecordStore::IsWaitingForRoom() const

@@ -79,6 +79,9 @@ public:
     const std::vector<DWORD>& GetRecycledDates() const;
     // Frames that came while no file could take them.
     DWORD GetUnstoredFrames() const;
+    // Whether a file refused a frame or its last block although the store had found room
+    // for it: a failing disk, which recycling can't help.
+    bool HasWriteFailed() const;
     bool IsWaitingForRoom() const;
     CZnDatabase& GetDatabase();
 
@@ -105,6 +108,7 @@ private:
     std::string m_strWorkDisk;
     bool m_bOpen = false;
     bool m_bWaitingForRoom = false;
+    bool m_bWriteFailed = false;
     DWORD m_dwLastTry = 0;
     DWORD m_dwUnstored = 0;
 };

@@ -28,7 +28,6 @@ inline constexpr BYTE BOARD_GENERATION_TWO_STREAMS = 2;
 inline constexpr int MAX_BOARD_STREAMS = 2;
 // A stream has four camera slots. A firmware word that claims more is cut to four.
 inline constexpr int STREAM_CAMERA_SLOTS = 4;
-inline constexpr int MAX_BOARD_CAMERAS = STREAM_CAMERA_SLOTS * MAX_BOARD_STREAMS;
 
 inline bool IsTwoStreamBoard(tag_AVVersion version)
 {
@@ -55,9 +54,19 @@ inline int GetStreamCameraNum(tag_AVVersion version)
     return std::min(nPerStream, STREAM_CAMERA_SLOTS);
 }
 
+// A two-stream board splits its channels in halves: stream 1 starts at the first camera
+// of the second half even where a stream uses only its first four.
 inline int GetStreamFirstCamera(tag_AVVersion version, int nStream)
 {
-    return IsTwoStreamBoard(version) ? nStream * GetStreamCameraNum(version) : 0;
+    return IsTwoStreamBoard(version) ? nStream * (version.GetChannels() / 2) : 0;
+}
+
+// The camera inputs the streams of a board reach: one past the last camera of its last
+// stream.
+inline int GetBoardInputNum(tag_AVVersion version)
+{
+    const int nStreams = GetBoardStreamNum(version);
+    return nStreams == 0 ? 0 : GetStreamFirstCamera(version, nStreams - 1) + GetStreamCameraNum(version);
 }
 
 // Boards of two channels on the older generations, and every generation 2 board, have

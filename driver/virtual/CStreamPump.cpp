@@ -53,7 +53,6 @@ void CStreamPump::Start()
         return;
     m_bStarted = true;
     m_dwStartTime = GetTickCount();
-    m_nPreparedCamera = -1;
 }
 
 void CStreamPump::Stop()
@@ -71,14 +70,19 @@ bool CStreamPump::IsStarted() const
     return m_bStarted;
 }
 
-void CStreamPump::Order(const tag_VIDEOREAD& read, int nPreparedCamera)
+bool CStreamPump::IsPending() const
+{
+    std::lock_guard lock(m_mutexState);
+    return m_bHasOrder;
+}
+
+void CStreamPump::Order(const tag_VIDEOREAD& read, int nInputCamera)
 {
     const DWORD dwNow = GetTickCount();
     std::lock_guard lock(m_mutexState);
     m_order = read;
     m_bHasOrder = true;
-    m_dwDue = DueTime(dwNow, read.nCamera);
-    m_nPreparedCamera = nPreparedCamera;
+    m_dwDue = DueTime(dwNow, nInputCamera >= 0 && nInputCamera != read.nCamera);
     SetEvent(m_hWake);
 }
 
@@ -134,15 +138,15 @@ void CStreamPump::DeliverPending(std::unique_lock<std::mutex>& lock)
 }
 
 // The first frame boundary after dwNow, counted from the start; one frame later if the
-// board has to switch its input to a camera it didn't prepare, while the picture settles.
-DWORD CStreamPump::DueTime(DWORD dwNow, int nCamera) const
+// board has to switch its input to another camera, while the picture settles.
+DWORD CStreamPump::DueTime(DWORD dwNow, bool bSettle) const
 {
     const unsigned long long nFps = static_cast<unsigned long long>(m_nFramesPerSecond);
     const unsigned long long nSinceStart = static_cast<DWORD>(dwNow - m_dwStartTime);
     unsigned long long nFrame = nSinceStart * nFps / kMillisecondsPerSecond + 1;
     while (nFrame * kMillisecondsPerSecond / nFps <= nSinceStart)
         ++nFrame;
-    if (m_nPreparedCamera >= 0 && nCamera != m_nPreparedCamera)
+    if (bSettle)
         ++nFrame;
     return m_dwStartTime + static_cast<DWORD>(nFrame * kMillisecondsPerSecond / nFps);
 }

@@ -31,15 +31,17 @@ public:
     // after it returns.
     void Stop();
     bool IsStarted() const;
-    // Replaces the pending order. nPreparedCamera is the input the board switches to
-    // once this read is done; a later read of another camera waits a frame longer.
-    void Order(const tag_VIDEOREAD& read, int nPreparedCamera);
+    // Whether an order waits to be answered.
+    bool IsPending() const;
+    // Replaces the pending order. nInputCamera is the camera the board's input shows
+    // now (-1: none yet); reading another one waits a frame longer while it settles.
+    void Order(const tag_VIDEOREAD& read, int nInputCamera);
 
 private:
     static DWORD ThreadMain(LPVOID pParam);
     void Serve();
     void DeliverPending(std::unique_lock<std::mutex>& lock);
-    DWORD DueTime(DWORD dwNow, int nCamera) const;
+    DWORD DueTime(DWORD dwNow, bool bSettle) const;
 
     std::shared_ptr<CVirtualBoard> m_pBoard;
     const int m_nStream;
@@ -60,6 +62,5 @@ private:
     bool m_bDrawing = false;
     DWORD m_dwStartTime = 0;
     DWORD m_dwDue = 0;
-    int m_nPreparedCamera = -1;
     tag_VIDEOREAD m_order{};
 };

@@ -13,6 +13,9 @@ struct CVideoStream::tag_OPENSTREAM {
     int nCameras;
     tag_FRAMEFORMAT format;
     tag_ZNCOLOR colors[STREAM_CAMERA_SLOTS];
+    // The last order since Start, whose following cameras the input moves on to.
+    bool bHasLastRead;
+    tag_VIDEOREAD lastRead;
 };
 
 CVideoStream::CVideoStream(const CSpciIO& io, int nStream) : m_pDriverDevice(&io), m_nDriverStream(nStream)
@@ -45,7 +48,7 @@ int CVideoStream::Open(HWND hWnd, tag_VIDEOSTANDARD1 nStandard, tag_VideoPort* p
         return 0;
     const tag_FRAMEFORMAT format{static_cast<int>(dwWidth), static_cast<int>(dwHeight), nStandard};
     std::unique_ptr<tag_OPENSTREAM> pOpen(new (std::nothrow) tag_OPENSTREAM{
-        pDevice->pBoard, nullptr, pDevice->pBoard->GetStreamCameras(m_nDriverStream), format, {}});
+        pDevice->pBoard, nullptr, pDevice->pBoard->GetStreamCameras(m_nDriverStream), format, {}, false, {}});
     if (pOpen == nullptr)
         return 0;
     pOpen->pPump.reset(new (std::nothrow) CStreamPump(pOpen->pBoard, m_nDriverStream, hWnd, format));
@@ -70,6 +73,7 @@ int CVideoStream::Start()
     if (m_pOpenStream == nullptr || m_pOpenStream->pBoard->GetFaults().bStartFails)
         return 0;
     m_pOpenStream->pPump->Start();
+    m_pOpenStream->bHasLastRead = false;
     m_pOpenStream->pBoard->RecordStart(m_nDriverStream);
     return 1;
 }
@@ -88,7 +92,9 @@ int CVideoStream::ReadVideo(tag_VIDEOREAD* pRead)
     if (pRead == nullptr || m_pOpenStream == nullptr || !m_pOpenStream->pPump->IsStarted() || !IsReadable(*pRead))
         return 0;
     m_pOpenStream->pBoard->RecordOrder(m_nDriverStream, *pRead);
-    m_pOpenStream->pPump->Order(*pRead, PreparedCamera(*pRead));
+    m_pOpenStream->pPump->Order(*pRead, SwitchedInput());
+    m_pOpenStream->bHasLastRead = true;
+    m_pOpenStream->lastRead = *pRead;
     return 1;
 }
 
@@ -115,16 +121,21 @@ bool CVideoStream::IsReadable(const tag_VIDEOREAD& read) const
     return IsStreamCamera(read.nCamera) && read.pBuffer != nullptr && read.dwSize >= nFrameBytes;
 }
 
-// The input the board switches to while this read is answered: the next camera, or
-// the one after it if the next one's channel is busy; otherwise it stays on the
-// camera it reads.
-int CVideoStream::PreparedCamera(const tag_VIDEOREAD& read)
+// The camera the board's input shows now. Once the last read has ended it is the first
+// of that order's following cameras whose channel isn't busy, or else the camera read;
+// while that read is still pending the input stays on its camera.
+int CVideoStream::SwitchedInput()
 {
-    for (int nCandidate : {read.nNextCamera, read.nSecondNextCamera}) {
-        if (IsStreamCamera(nCandidate) && !IsCameraBusy(nCandidate))
-            return nCandidate;
+    const tag_OPENSTREAM& open = *m_pOpenStream;
+    if (!open.bHasLastRead)
+        return -1;
+    if (!open.pPump->IsPending()) {
+        for (int nCandidate : {open.lastRead.nNextCamera, open.lastRead.nSecondNextCamera}) {
+            if (IsStreamCamera(nCandidate) && !IsCameraBusy(nCandidate))
+                return nCandidate;
+        }
     }
-    return read.nCamera;
+    return open.lastRead.nCamera;
 }
 
 bool CVideoStream::IsStreamCamera(int nCamera) const

@@ -5,12 +5,16 @@
 
 #include "driver/CSpciDebi.h"
 #include "driver/DriverRecords.h"
+#include "driver/virtual/CBoardSoundProcessor.h"
 #include "driver/virtual/CVirtualBus.h"
 #include "driver/virtual/FrameSources.h"
 #include "platform/Export.h"
+#include "vocabulary/FrameSizes.h"
+#include "vocabulary/StreamRevision.h"
 
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 // Faults a board shows on request; all off by default.
@@ -37,6 +41,8 @@ struct tag_VIRTUALBOARD {
     tag_BOARDFAULTS faults;
     tag_PACING nPacing = PACING_REALTIME;
     int nFramesPerSecond = 0;  // of a stream; 0 takes the standard's: 30, or 25 for PAL
+    // The board's own sound inputs; a board whose sound has no coder has no sound processor.
+    tag_BOARDSOUND sound;
 };
 
 inline constexpr int READ_HISTORY = 64;
@@ -61,8 +67,10 @@ struct tag_STREAMRECORD {
 
 class ZNDVR_API CVirtualBoard {
 public:
-    // Null if a camera's source can't be made (a file that can't be read as Y4M).
-    static std::shared_ptr<CVirtualBoard> Create(const tag_VIRTUALBOARD& setup);
+    // Null if a camera's source can't be made (a file that can't be read as Y4M), or a
+    // sound input's (a WAVE file that can't be read), with the camera or input, the file
+    // and the reason in *pstrError.
+    static std::shared_ptr<CVirtualBoard> Create(const tag_VIRTUALBOARD& setup, std::string* pstrError = nullptr);
 
     CVirtualBoard(const CVirtualBoard&) = delete;
     CVirtualBoard& operator=(const CVirtualBoard&) = delete;
@@ -72,6 +80,8 @@ public:
     // inputs and reads its registers and traffic.
     CSpciDebi* GetDebi();
     CVirtualBus& GetBus();
+    // The board's sound processor, or null.
+    CBoardSoundProcessor* GetSoundProcessor();
 
     // The layout the firmware word gives: streams, their cameras and first camera.
     int GetStreamCount() const;
@@ -81,6 +91,14 @@ public:
     // The source record of board-wide camera nCamera; a default record for a camera the
     // board doesn't have.
     tag_CAMERASOURCE GetCameraSource(int nCamera) const;
+    // Plugs another source into camera nCamera, as a camera is changed or unplugged on
+    // a running board; false (and the old source kept) if it can't be made.
+    bool SetCameraSource(int nCamera, const tag_CAMERASOURCE& source, std::string* pstrError = nullptr);
+    // The frame size of revision dwRevision that shows the picture of camera nCamera
+    // best: its own size and standard where the revision has them, else the largest size
+    // that fits inside it, else the smallest. FRAMESIZE_INVALID for a drawn scene,
+    // which suits every size.
+    tag_FRAMESIZE GetCameraFrameSize(int nCamera, DWORD dwRevision) const;
 
     tag_PACING GetPacing() const;
     int GetFramesPerSecond(tag_VIDEOSTANDARD1 nStandard) const;
@@ -118,6 +136,7 @@ private:
     int m_nFramesPerSecond;
     std::vector<std::unique_ptr<tag_CAMERAINPUT>> m_inputs;
     CVirtualBus m_bus;
+    std::shared_ptr<CBoardSoundProcessor> m_pSound;
     mutable std::mutex m_mutexRecords;
     tag_BOARDFAULTS m_faults;
     tag_STREAMRECORD m_records[MAX_BOARD_STREAMS];

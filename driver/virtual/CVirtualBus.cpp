@@ -6,8 +6,8 @@ namespace {
 
 constexpr int kTransferDone = 1;
 constexpr int kTransferFailed = -1;
-constexpr WORD kAddressCountChannel0 = 1;
-constexpr WORD kAddressCountChannel1 = 2;
+constexpr WORD kAddressCountChannel0 = BUS_ADDRESS_SOUNDCOUNT;
+constexpr WORD kAddressCountChannel1 = BUS_ADDRESS_SOUNDCOUNT + 1;
 // Inputs that nobody drives read as inactive: all lines high.
 constexpr BYTE kIdleInputRegister = 0xFF;
 
@@ -147,7 +147,8 @@ void CVirtualBus::AttachSoundPort(std::shared_ptr<CBoardSoundPort> pSoundPort)
 bool CVirtualBus::IsSoundCommand(BYTE byCommand)
 {
     const BYTE byKind = byCommand & 0xF0;
-    return (byKind == 0x20 || byKind == 0x30 || byKind == 0x40) && (byCommand & 0x0F) <= 1;
+    return (byKind == SOUND_COMMAND_START || byKind == SOUND_COMMAND_STOP || byKind == SOUND_COMMAND_REQUEST) &&
+           (byCommand & 0x0F) <= 1;
 }
 
 void CVirtualBus::Record(const tag_BUSEVENT& event)

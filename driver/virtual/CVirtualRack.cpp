@@ -20,9 +20,9 @@ tag_RACK& TheRack()
 
 } // namespace
 
-int CVirtualRack::InstallBoard(const tag_VIRTUALBOARD& setup)
+int CVirtualRack::InstallBoard(const tag_VIRTUALBOARD& setup, std::string* pstrError)
 {
-    std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(setup);
+    std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(setup, pstrError);
     if (pBoard == nullptr)
         return -1;
     tag_RACK& rack = TheRack();

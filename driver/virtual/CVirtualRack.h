@@ -7,12 +7,13 @@
 #include "platform/Export.h"
 
 #include <memory>
+#include <string>
 
 class ZNDVR_API CVirtualRack {
 public:
     // Adds a board as the next device; its device number, or -1 if a camera's source
-    // can't be made.
-    static int InstallBoard(const tag_VIRTUALBOARD& setup);
+    // can't be made, with the camera, its file and the reason in *pstrError.
+    static int InstallBoard(const tag_VIRTUALBOARD& setup, std::string* pstrError = nullptr);
     // The default machine: one generation-2 board with 4 channels of synthetic scenes,
     // paced in real time. Replaces what was installed.
     static void InstallDefault();

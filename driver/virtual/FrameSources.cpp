@@ -2,10 +2,15 @@
 // the order's buffer; a source allocates only when the delivered size changes.
 #include "driver/virtual/FrameSources.h"
 
+#include "vocabulary/VideoSignal.h"
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -269,7 +274,7 @@ public:
         const std::size_t nBytes = FrameBytes(format);
         for (std::size_t i = 0; i < nBytes; i += 2) {
             pFrame[i] = 128;
-            pFrame[i + 1] = static_cast<BYTE>(SIGNAL_THRESHOLD_LUMA - 4 + noise.Next() % 5);
+            pFrame[i + 1] = static_cast<BYTE>(VIDEO_SIGNAL_LUMA - 4 + noise.Next() % 5);
         }
     }
 
@@ -278,8 +283,50 @@ private:
     DWORD m_dwFrame = 0;
 };
 
-// Footage from a Y4M file with 8-bit 4:2:0 frames, read one frame per delivered frame
-// and started over at the end. Each delivered pixel takes the nearest sample.
+// The clock of file footage: frame k of a file of nRate / nRateBase frames a second is
+// shown from k * nRateBase / nRate seconds after the first frame was asked for, and the
+// file starts over at its end. So footage runs at its own speed whatever the stream's
+// rate: frames are repeated or skipped, as a real camera's would be.
+class CFootageClock {
+public:
+    void SetRate(unsigned nRate, unsigned nRateBase)
+    {
+        m_nRate = nRate;
+        m_nRateBase = nRateBase;
+    }
+
+    // The frame, of nFrames, that shows at tick dwTime.
+    std::size_t FrameAt(DWORD dwTime, std::size_t nFrames)
+    {
+        if (!m_bStarted) {
+            m_bStarted = true;
+            m_dwFirstTime = dwTime;
+        }
+        const unsigned long long nElapsedMs = static_cast<DWORD>(dwTime - m_dwFirstTime);
+        return static_cast<std::size_t>(nElapsedMs * m_nRate / (1000ull * m_nRateBase) % nFrames);
+    }
+
+private:
+    unsigned long long m_nRate = FOOTAGE_DEFAULT_RATE;
+    unsigned long long m_nRateBase = 1;
+    bool m_bStarted = false;
+    DWORD m_dwFirstTime = 0;
+};
+
+// The size of a file, or -1.
+off_t FileSize(std::FILE* pFile)
+{
+    struct stat status {};
+    return fstat(fileno(pFile), &status) == 0 ? status.st_size : -1;
+}
+
+std::string DescribeOpenFailure(const std::string& strFile)
+{
+    return strFile + ": " + std::strerror(errno);
+}
+
+// Footage from a Y4M file with 8-bit 4:2:0 frames, shown by its frame rate against the
+// capture clock. Each delivered pixel takes the nearest sample.
 class CY4mSource : public CFrameSource {
 public:
     ~CY4mSource() override
@@ -288,25 +335,35 @@ public:
             std::fclose(m_pFile);
     }
 
-    bool Open(const std::string& strFile)
+    bool Open(const std::string& strFile, int nDefaultRate, std::string& strError)
     {
         m_pFile = std::fopen(strFile.c_str(), "rb");
-        if (m_pFile == nullptr || !ReadStreamHeader())
+        if (m_pFile == nullptr) {
+            strError = DescribeOpenFailure(strFile);
             return false;
-        m_nFirstFrame = ftello(m_pFile);
-        const std::size_t nLuma = static_cast<std::size_t>(m_nWidth) * m_nHeight;
+        }
+        m_clock.SetRate(nDefaultRate > 0 ? static_cast<unsigned>(nDefaultRate) : FOOTAGE_DEFAULT_RATE, 1);
+        std::string strReason;
+        if (!ReadStreamHeader(strReason) || !IndexFrames(strReason)) {
+            strError = strFile + ": " + strReason;
+            return false;
+        }
         m_nChromaWidth = (m_nWidth + 1) / 2;
-        const std::size_t nChroma = static_cast<std::size_t>(m_nChromaWidth) * ((m_nHeight + 1) / 2);
-        m_planes.assign(nLuma + 2 * nChroma, 0);
-        m_pU = m_planes.data() + nLuma;
-        m_pV = m_pU + nChroma;
-        // The file must hold one whole frame; delivery then starts with that frame.
-        return ReadFrameAtCursor() && fseeko(m_pFile, m_nFirstFrame, SEEK_SET) == 0;
+        m_pU = m_planes.data() + static_cast<std::size_t>(m_nWidth) * m_nHeight;
+        m_pV = m_pU + static_cast<std::size_t>(m_nChromaWidth) * ((m_nHeight + 1) / 2);
+        return true;
     }
 
-    void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD) override
+    bool GetPictureSize(int& nWidth, int& nHeight) const override
     {
-        ReadNextFrame();
+        nWidth = m_nWidth;
+        nHeight = m_nHeight;
+        return true;
+    }
+
+    void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD dwTime) override
+    {
+        LoadFrame(m_clock.FrameAt(dwTime, m_frameOffsets.size()));
         for (int y = 0; y < format.nHeight; ++y) {
             const int nSourceY = static_cast<int>(static_cast<long long>(y) * m_nHeight / format.nHeight);
             const BYTE* pLuma = m_planes.data() + static_cast<std::size_t>(nSourceY) * m_nWidth;
@@ -342,12 +399,15 @@ private:
         return true;
     }
 
-    // "YUV4MPEG2" followed by tagged fields; W, H and C matter here, the rest is skipped.
-    bool ReadStreamHeader()
+    // "YUV4MPEG2" followed by tagged fields; W, H, C and F matter here, the rest is
+    // skipped.
+    bool ReadStreamHeader(std::string& strReason)
     {
         std::string strLine;
-        if (!ReadLine(strLine) || strLine.rfind("YUV4MPEG2", 0) != 0)
+        if (!ReadLine(strLine) || strLine.rfind("YUV4MPEG2", 0) != 0) {
+            strReason = "not a Y4M file (no YUV4MPEG2 header line)";
             return false;
+        }
         std::size_t nPos = 9;
         while (nPos < strLine.size()) {
             const std::size_t nEnd = std::min(strLine.find(' ', nPos), strLine.size());
@@ -355,14 +415,25 @@ private:
             nPos = nEnd + 1;
             if (strField.empty())
                 continue;
-            if (strField[0] == 'W' && !ParseDimension(strField, m_nWidth))
+            if ((strField[0] == 'W' && !ParseDimension(strField, m_nWidth)) ||
+                (strField[0] == 'H' && !ParseDimension(strField, m_nHeight))) {
+                strReason = "bad picture size '" + strField + "'";
                 return false;
-            if (strField[0] == 'H' && !ParseDimension(strField, m_nHeight))
+            }
+            if (strField[0] == 'C' && !IsEightBit420(strField)) {
+                strReason = "colour space '" + strField + "' is not 8-bit 4:2:0";
                 return false;
-            if (strField[0] == 'C' && !IsEightBit420(strField))
+            }
+            if (strField[0] == 'F' && !ParseRate(strField)) {
+                strReason = "bad frame rate '" + strField + "'";
                 return false;
+            }
         }
-        return m_nWidth > 0 && m_nHeight > 0;
+        if (m_nWidth <= 0 || m_nHeight <= 0) {
+            strReason = "no picture size in the header";
+            return false;
+        }
+        return true;
     }
 
     static bool IsEightBit420(const std::string& strField)
@@ -380,35 +451,67 @@ private:
         return true;
     }
 
-    bool ReadFrameAtCursor()
+    // "F" + rate + ":" + base, both positive.
+    bool ParseRate(const std::string& strField)
     {
-        std::string strLine;
-        if (!ReadLine(strLine) || strLine.rfind("FRAME", 0) != 0)
+        unsigned nRate = 0;
+        unsigned nRateBase = 0;
+        char chEnd = 0;
+        if (std::sscanf(strField.c_str() + 1, "%9u:%9u%c", &nRate, &nRateBase, &chEnd) != 2 || nRate == 0 ||
+            nRateBase == 0)
             return false;
-        return std::fread(m_planes.data(), 1, m_planes.size(), m_pFile) == m_planes.size();
+        m_clock.SetRate(nRate, nRateBase);
+        return true;
     }
 
-    // The next frame, or the first one again at the end of the file.
-    bool ReadNextFrame()
+    // Finds where each whole frame's planes start; a cut last frame is left out.
+    bool IndexFrames(std::string& strReason)
     {
-        if (ReadFrameAtCursor())
-            return true;
-        return fseeko(m_pFile, m_nFirstFrame, SEEK_SET) == 0 && ReadFrameAtCursor();
+        const off_t nFileSize = FileSize(m_pFile);
+        const std::size_t nLuma = static_cast<std::size_t>(m_nWidth) * m_nHeight;
+        const std::size_t nChroma = static_cast<std::size_t>((m_nWidth + 1) / 2) * ((m_nHeight + 1) / 2);
+        m_planes.assign(nLuma + 2 * nChroma, 0);
+        const auto nPlaneBytes = static_cast<off_t>(m_planes.size());
+        std::string strLine;
+        while (ReadLine(strLine) && strLine.rfind("FRAME", 0) == 0) {
+            const off_t nPlanes = ftello(m_pFile);
+            if (nPlanes < 0 || nFileSize - nPlanes < nPlaneBytes || fseeko(m_pFile, nPlaneBytes, SEEK_CUR) != 0)
+                break;
+            m_frameOffsets.push_back(nPlanes);
+        }
+        if (m_frameOffsets.empty()) {
+            strReason = "holds no whole frame";
+            return false;
+        }
+        return true;
+    }
+
+    // Reads frame nFrame into the planes unless it is there; a frame that can't be read
+    // leaves the last picture.
+    void LoadFrame(std::size_t nFrame)
+    {
+        if (nFrame == m_nLoadedFrame)
+            return;
+        if (fseeko(m_pFile, m_frameOffsets[nFrame], SEEK_SET) == 0 &&
+            std::fread(m_planes.data(), 1, m_planes.size(), m_pFile) == m_planes.size())
+            m_nLoadedFrame = nFrame;
     }
 
     std::FILE* m_pFile = nullptr;
-    off_t m_nFirstFrame = 0;
     int m_nWidth = 0;
     int m_nHeight = 0;
     int m_nChromaWidth = 0;
+    CFootageClock m_clock;
+    std::vector<off_t> m_frameOffsets;
+    std::size_t m_nLoadedFrame = SIZE_MAX;
     std::vector<BYTE> m_planes;
     BYTE* m_pU = nullptr;
     BYTE* m_pV = nullptr;
 };
 
-// Raw UYVY footage: frames of a size the file doesn't state, back to back, read one
-// per delivered frame and started over at the end. Each delivered pixel takes the
-// nearest sample, and its chroma that of the sample's pair.
+// Raw UYVY footage: frames of a size and rate the file doesn't state, back to back,
+// shown by that rate against the capture clock. Each delivered pixel takes the nearest
+// sample, and its chroma that of the sample's pair.
 class CUyvyFileSource : public CFrameSource {
 public:
     ~CUyvyFileSource() override
@@ -417,21 +520,43 @@ public:
             std::fclose(m_pFile);
     }
 
-    bool Open(const std::string& strFile, int nWidth, int nHeight)
+    bool Open(const tag_CAMERASOURCE& source, std::string& strError)
     {
-        if (nWidth <= 0 || nWidth % 2 != 0 || nWidth > kMaxDimension || nHeight <= 0 || nHeight > kMaxDimension)
+        const int nWidth = source.nFileWidth;
+        const int nHeight = source.nFileHeight;
+        if (nWidth <= 0 || nWidth % 2 != 0 || nWidth > kMaxDimension || nHeight <= 0 || nHeight > kMaxDimension) {
+            strError = source.strFile + ": frame size " + std::to_string(nWidth) + "x" + std::to_string(nHeight) +
+                       " isn't an even width and a height of 1 to " + std::to_string(kMaxDimension);
             return false;
+        }
         m_nWidth = nWidth;
         m_nHeight = nHeight;
         m_picture.assign(static_cast<std::size_t>(nWidth) * nHeight * 2, 0);
-        m_pFile = std::fopen(strFile.c_str(), "rb");
-        return m_pFile != nullptr && ReadFrame() && std::fseek(m_pFile, 0, SEEK_SET) == 0;
+        m_clock.SetRate(source.nFileRate > 0 ? static_cast<unsigned>(source.nFileRate) : FOOTAGE_DEFAULT_RATE, 1);
+        m_pFile = std::fopen(source.strFile.c_str(), "rb");
+        if (m_pFile == nullptr) {
+            strError = DescribeOpenFailure(source.strFile);
+            return false;
+        }
+        m_nFrames = static_cast<std::size_t>(std::max<off_t>(FileSize(m_pFile), 0)) / m_picture.size();
+        if (m_nFrames == 0) {
+            strError = source.strFile + ": holds no whole frame of " + std::to_string(nWidth) + "x" +
+                       std::to_string(nHeight);
+            return false;
+        }
+        return true;
     }
 
-    void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD) override
+    bool GetPictureSize(int& nWidth, int& nHeight) const override
     {
-        if (!ReadFrame() && std::fseek(m_pFile, 0, SEEK_SET) == 0)
-            ReadFrame();
+        nWidth = m_nWidth;
+        nHeight = m_nHeight;
+        return true;
+    }
+
+    void WriteFrame(BYTE* pFrame, const tag_FRAMEFORMAT& format, DWORD dwTime) override
+    {
+        LoadFrame(m_clock.FrameAt(dwTime, m_nFrames));
         for (int y = 0; y < format.nHeight; ++y) {
             const int nSourceY = static_cast<int>(static_cast<long long>(y) * m_nHeight / format.nHeight);
             const BYTE* pSource = m_picture.data() + static_cast<std::size_t>(nSourceY) * m_nWidth * 2;
@@ -451,18 +576,30 @@ public:
 private:
     static constexpr int kMaxDimension = 4096;
 
-    bool ReadFrame() { return std::fread(m_picture.data(), 1, m_picture.size(), m_pFile) == m_picture.size(); }
+    void LoadFrame(std::size_t nFrame)
+    {
+        if (nFrame == m_nLoadedFrame)
+            return;
+        if (fseeko(m_pFile, static_cast<off_t>(nFrame * m_picture.size()), SEEK_SET) == 0 &&
+            std::fread(m_picture.data(), 1, m_picture.size(), m_pFile) == m_picture.size())
+            m_nLoadedFrame = nFrame;
+    }
 
     std::FILE* m_pFile = nullptr;
     int m_nWidth = 0;
     int m_nHeight = 0;
+    CFootageClock m_clock;
+    std::size_t m_nFrames = 0;
+    std::size_t m_nLoadedFrame = SIZE_MAX;
     std::vector<BYTE> m_picture;
 };
 
 } // namespace
 
-std::unique_ptr<CFrameSource> CreateFrameSource(const tag_CAMERASOURCE& source)
+std::unique_ptr<CFrameSource> CreateFrameSource(const tag_CAMERASOURCE& source, std::string* pstrError)
 {
+    std::string strError;
+    std::unique_ptr<CFrameSource> pSource;
     switch (source.nKind) {
     case SOURCE_SYNTHETIC:
         return std::make_unique<CSceneSource>(source.dwSeed, true, false);
@@ -474,16 +611,21 @@ std::unique_ptr<CFrameSource> CreateFrameSource(const tag_CAMERASOURCE& source)
         return std::make_unique<CSceneSource>(source.dwSeed, false, true);
     case SOURCE_Y4MFILE: {
         auto pY4m = std::make_unique<CY4mSource>();
-        if (!pY4m->Open(source.strFile))
-            return nullptr;
-        return pY4m;
+        if (pY4m->Open(source.strFile, source.nFileRate, strError))
+            pSource = std::move(pY4m);
+        break;
     }
     case SOURCE_UYVYFILE: {
         auto pUyvy = std::make_unique<CUyvyFileSource>();
-        if (!pUyvy->Open(source.strFile, source.nFileWidth, source.nFileHeight))
-            return nullptr;
-        return pUyvy;
+        if (pUyvy->Open(source, strError))
+            pSource = std::move(pUyvy);
+        break;
     }
+    default:
+        strError = "unknown source kind " + std::to_string(static_cast<int>(source.nKind));
+        break;
     }
-    return nullptr;
+    if (pSource == nullptr && pstrError != nullptr)
+        *pstrError = strError;
+    return pSource;
 }

@@ -54,9 +54,11 @@ TEST_F(BoardCapabilities, FollowGenerationAndChannels)
         EXPECT_EQ(video.IsCardPlusSupport(0), c.bCardPlus);
         EXPECT_EQ(video.IsIOSupport(1), 0);
         EXPECT_EQ(video.IsIOSupport(-1), 0);
+        EXPECT_EQ(video.IsCardPlusSupport(1), 0);
     }
     CVideo closed;
     EXPECT_EQ(closed.IsIOSupport(0), 0);
+    EXPECT_EQ(closed.IsCardPlusSupport(0), 0);
 }
 
 TEST_F(BoardPorts, ReadInputGivesTheLatchedByteInverted)
@@ -94,6 +96,13 @@ TEST_F(BoardPorts, CommandsWriteTheirBytesAndLeaveTheResultAlone)
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(transfers[i].wAddress, wAddresses[i]) << i;
         EXPECT_EQ(transfers[i].byValue, byValues[i]) << i;
+        EXPECT_EQ(transfers[i].nRetry, 5) << i;
+    }
+    // Every operation waits for the bus for 1000 of the driver's units.
+    for (const tag_BUSEVENT& event : pDebi->GetTraffic()) {
+        if (event.nAccess == BUS_LOCK) {
+            EXPECT_EQ(event.nLength, 1000);
+        }
     }
     EXPECT_EQ(pDebi->GetPortState().byOutput, 0xA5);
     EXPECT_EQ(dwResult, 1234u);
@@ -108,6 +117,10 @@ TEST_F(BoardPorts, FailuresGiveZeroAndReleaseTheBus)
     EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 1, 3, 0, dwResult), 0);
     EXPECT_EQ(pDebi->GetTraffic().size(), 0u);
     pDebi->SetFaults(false, true);
+    for (DWORD dwOperation : {1, 3, 4, 5})
+        EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, dwOperation, 0, dwResult), 0) << dwOperation;
+    EXPECT_EQ(dwResult, 0u) << "a failed read leaves the result alone";
+    pDebi->ClearTraffic();
     EXPECT_EQ(CVideo::ZN2AVPortOperation(&m_video, 0, 6, 0x11, dwResult), 0);
     const std::vector<tag_BUSEVENT> transfers = Transfers(pDebi);
     // The failing data write ends the command: address 0 is never written.

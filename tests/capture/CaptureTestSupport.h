@@ -7,6 +7,7 @@
 #include "capture/CVideo.h"
 #include "driver/virtual/CVirtualRack.h"
 #include "platform/CWnd.h"
+#include "platform/TickClock.h"
 #include "platform/WinMessages.h"
 
 #include <gtest/gtest.h>
@@ -122,10 +123,39 @@ inline bool PumpUntil(const std::function<bool()>& bDone, int nMaxMessages = 200
     return bDone();
 }
 
-// Serves what is in the test thread's queue now, without waiting for more.
-inline void DrainMessages()
+// Serves what is in the test thread's queue now, without waiting for more; whether
+// there was anything.
+inline bool DrainMessages()
 {
+    bool bServed = false;
     MSG msg;
-    while (PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE))
+    while (PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE)) {
         DispatchMessage(&msg);
+        bServed = true;
+    }
+    return bServed;
+}
+
+// Moves the test clock on by dwMilliseconds, one millisecond at a time; after each step
+// the nThreads driver and encoder threads have done all they can and what they posted
+// has been served. False if they don't come to rest.
+// Lets nThreads driver and encoder threads do all they can and serves what they post,
+// until nothing moves; false if they don't come to rest.
+inline bool SettleThreads(int nThreads)
+{
+    do {
+        if (!CTestClock::WaitForIdleThreads(nThreads))
+            return false;
+    } while (DrainMessages());
+    return true;
+}
+
+inline bool RunByTestClock(CTestClock& clock, DWORD dwMilliseconds, int nThreads)
+{
+    for (DWORD t = 0; t < dwMilliseconds; ++t) {
+        clock.Advance(1);
+        if (!SettleThreads(nThreads))
+            return false;
+    }
+    return true;
 }

@@ -67,7 +67,7 @@ TEST(TCoefTables, EveryReaderEntryIsTheWritersCode)
     int nEscapes = 0;
     for (unsigned c = 0; c < (1u << TCOEF_LOOKAHEAD_BITS); ++c) {
         const tag_TCOEFENTRY& entry = LookupTCoefEntry(c);
-        if (c < TCOEF_READ12_FIRST) {
+        if (c < TCOEF_LOWEST_CODE) {
             EXPECT_EQ(entry.byLength, 0) << c;
             continue;
         }

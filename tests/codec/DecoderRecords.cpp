@@ -114,14 +114,19 @@ TEST_F(DecoderRecords, IPicturesSetSizeAndBothQuantisers)
     EXPECT_FALSE(result.bNotCoded);
     EXPECT_EQ(decoder.m_nQp, 20);
     EXPECT_EQ(decoder.m_nQi, 10);
+    encoder.SetQi(12);
     result = Decode(encode(1));
     EXPECT_FALSE(result.bSizeChanged);
     EXPECT_EQ(result.nFrameType, 1);
-    EXPECT_EQ(decoder.m_nQp, 10);
-    result = Decode(MakeRecords(48, 32, 1, 8)[0]);
-    EXPECT_TRUE(result.bSizeChanged);
-    EXPECT_EQ(result.nWidth, 48);
-    EXPECT_EQ(result.nHeight, 32);
+    EXPECT_EQ(decoder.m_nQi, 12);
+    EXPECT_EQ(decoder.m_nQp, 12);
+    // A change of either dimension alone is a new size.
+    for (const auto& [nWidth, nHeight] : {std::pair{96, 32}, std::pair{48, 32}}) {
+        result = Decode(MakeRecords(nWidth, nHeight, 1, 8)[0]);
+        EXPECT_TRUE(result.bSizeChanged);
+        EXPECT_EQ(result.nWidth, nWidth);
+        EXPECT_EQ(result.nHeight, nHeight);
+    }
 }
 
 TEST_F(DecoderRecords, PPictureBeforeAnyIPictureDecodesNothing)
@@ -227,6 +232,9 @@ TEST_F(DecoderRecords, StartCodeIsFoundUpToBitOffset160)
     EXPECT_EQ(result.nFrameType, 0);
     EXPECT_EQ(output[0], kGuard);
     EXPECT_TRUE(Decode({}).bError);
+    // No start code in the first 161 bits ends the record, even where a P picture that
+    // repeats the last one follows.
+    EXPECT_TRUE(Decode(PackBits(std::string(161, '1') + "100")).bError);
 }
 
 TEST_F(DecoderRecords, IntraDcOfZeroIsTakenAnd128EndsThePicture)

@@ -27,7 +27,7 @@ protected:
 
     std::string WrittenBits()
     {
-        const int nBits = encoder.m_nBitLen * 8 + (16 - encoder.m_nBitsFree);
+        const int nBits = encoder.m_nBitLen * 8 + encoder.m_nBitsHeld;
         encoder.AlignBits();
         std::string str;
         for (int i = 0; i < nBits; ++i)

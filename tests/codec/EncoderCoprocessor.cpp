@@ -32,12 +32,11 @@ public:
             PutMBBytes(g, 0, m_imgReference, m_nWidth, pbyBatch + COP_REFERENCE_OFFSET + g * MB_SAMPLES);
         }
         InitBitWriter();
-        int nIntra = 0;
         for (int g = 0; g < COP_GROUP_MBS; ++g) {
             const BYTE* pRecord = pbyBatch + 1 + g * COP_RECORD_BYTES;
             if (bPFrame) {
                 m_nIntraThreshold = pRecord[1] == 1 ? INT_MAX : -1;   // the batch decided the mode
-                PFrameEncodeMB(g, m_imgCurrent, m_imgReference, pRecord[0], nIntra);
+                PFrameEncodeMB(g, m_imgCurrent, m_imgReference, pRecord[0]);
             } else {
                 IFrameEncodeMB(g, m_imgCurrent, m_imgReference, pRecord[0]);
             }
@@ -45,7 +44,7 @@ public:
         AlignBits();
         for (int g = 0; g < COP_GROUP_MBS; ++g)
             GetMBBytes(g, 0, m_imgReference, m_nWidth, pbyResult + g * MB_SAMPLES);
-        std::memcpy(pbyResult + COP_RECON_BYTES, m_pBitBuffer, static_cast<std::size_t>(m_nBitLen));
+        std::memcpy(pbyResult + COP_RECON_BYTES, m_pBitBuffer.get(), static_cast<std::size_t>(m_nBitLen));
         return COP_RECON_BYTES + m_nBitLen;
     }
 };

@@ -159,6 +159,8 @@ TEST_F(FrameDriver, AreaRowsRunOppositeToMapRows)
     ASSERT_TRUE(Encode(Moved({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, 90), FALSE, 2).bMoved);
     // Map row 0 answers to rectangles at the largest y, not at the top.
     EXPECT_TRUE(encoder.IsAreaMove(0, 128, 63, 159));
+    EXPECT_TRUE(encoder.IsAreaMove(16, 128, 63, 159));   // columns 1 to 3
+    EXPECT_FALSE(encoder.IsAreaMove(32, 128, 63, 159));  // columns 2 and 3
     EXPECT_FALSE(encoder.IsAreaMove(0, 0, 63, 15));
     EXPECT_TRUE(encoder.IsAreaMove(0, 0, kWidth, kHeight));
     EXPECT_FALSE(encoder.IsAreaMove(96, 0, kWidth, kHeight));   // columns run the same way

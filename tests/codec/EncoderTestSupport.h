@@ -4,6 +4,7 @@
 
 #include "codec/CDecoder.h"
 #include "codec/CEncoder.h"
+#include "codec/KernelTable.h"
 
 #include <cstdint>
 #include <cstring>
@@ -83,14 +84,22 @@ public:
     CPlanes Next()
     {
         CPlanes planes(m_nWidth, m_nHeight);
+        std::vector<int> objectX(static_cast<std::size_t>(m_nObjects));
+        std::vector<int> objectY(static_cast<std::size_t>(m_nObjects));
+        for (int o = 0; o < m_nObjects; ++o) {
+            const int nSize = ObjectSize(o);
+            objectX[o] = (m_nFrame * (3 + 2 * o) + 37 * o) % (m_nWidth + nSize) - nSize;
+            objectY[o] = (m_nFrame * (1 + o) + 23 * o) % (m_nHeight + nSize) - nSize;
+        }
+        std::vector<int> columnLuma(static_cast<std::size_t>(m_nWidth));
+        for (int x = 0; x < m_nWidth; ++x)
+            columnLuma[x] = 40 + (x * 120) / m_nWidth;
         for (int y = 0; y < m_nHeight; ++y) {
+            const int nRowLuma = (y * 60) / m_nHeight;
             for (int x = 0; x < m_nWidth; ++x) {
-                int nLuma = 40 + (x * 120) / m_nWidth + (y * 60) / m_nHeight;
+                int nLuma = columnLuma[x] + nRowLuma;
                 for (int o = 0; o < m_nObjects; ++o) {
-                    const int nSize = 12 + 8 * o;
-                    const int nX = (m_nFrame * (3 + 2 * o) + 37 * o) % (m_nWidth + nSize) - nSize;
-                    const int nY = (m_nFrame * (1 + o) + 23 * o) % (m_nHeight + nSize) - nSize;
-                    if (x >= nX && x < nX + nSize && y >= nY && y < nY + nSize)
+                    if (x >= objectX[o] && x < objectX[o] + ObjectSize(o) && y >= objectY[o] && y < objectY[o] + ObjectSize(o))
                         nLuma = 200 - 50 * o + ((x + y) & 8) * 3;
                 }
                 planes.Luma(x, y) = Noisy(nLuma);
@@ -106,6 +115,7 @@ public:
     }
 
 private:
+    static int ObjectSize(int nObject) { return 12 + 8 * nObject; }
     BYTE Noisy(int n) { return ClipByte(m_nNoise == 0 ? n : n + m_random.Uniform(-m_nNoise, m_nNoise)); }
 
     int m_nWidth;
@@ -125,10 +135,11 @@ public:
     using CEncoder::m_bUseCoprocessor;
     using CEncoder::m_imgReference;
     using CEncoder::m_nBitLen;
-    using CEncoder::m_nBitsFree;
+    using CEncoder::m_nBitsHeld;
     using CEncoder::m_nQi;
     using CEncoder::m_nQp;
     using CEncoder::m_pBitBuffer;
+    using CEncoder::m_pKernels;
     using CEncoder::m_pMoveMap;
     using CEncoder::AlignBits;
     using CEncoder::PutBits;
@@ -159,6 +170,7 @@ public:
     using CDecoder::m_imgDecoded;
     using CDecoder::m_nQi;
     using CDecoder::m_nQp;
+    using CDecoder::m_pKernels;
 
     CPlanes Decoded(int nWidth, int nHeight) const { return CTestEncoder::Copy(m_imgDecoded, nWidth, nHeight); }
     // The whole capacity of the planes, to prove that a refused record changed nothing.

@@ -1,13 +1,19 @@
-// Helpers of the kernel checks: a seeded generator whose seed is printed and can be set
-// from the environment, and buffers with guard bytes on both sides.
+// Helpers of the kernel checks: the kernel tables of every form that this build and
+// processor offer, a seeded generator whose seed is printed and can be set from the
+// environment, buffers with guard bytes on both sides, and the timing mode.
 #pragma once
+
+#include "codec/KernelTable.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 namespace kernelcheck {
@@ -72,5 +78,64 @@ private:
     std::size_t m_nCount;
     std::vector<std::uint8_t> m_bytes;
 };
+
+// One form of every kernel: the plain table, then one table per feature that this
+// build and processor offer, each adding that feature to the one before.
+struct tag_KERNELFORM {
+    std::string strName;
+    tag_KERNELTABLE table;
+};
+
+inline std::vector<tag_KERNELFORM> KernelForms()
+{
+    const struct {
+        DWORD dwFeature;
+        const char* strName;
+    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}, {KERNEL_FEATURE_AVX2, "avx2"}};
+    std::vector<tag_KERNELFORM> forms(1);
+    forms[0].strName = "plain";
+    FillKernelTable(forms[0].table, 0);
+    DWORD dwFeatures = 0;
+    for (const auto& feature : features) {
+        if ((GetKernelFeatures() & feature.dwFeature) == 0)
+            continue;
+        dwFeatures |= feature.dwFeature;
+        forms.push_back({feature.strName, {}});
+        FillKernelTable(forms.back().table, dwFeatures);
+    }
+    return forms;
+}
+
+// With ZNDVR_CHECK_BENCH=1 set, each check also times every form on its inputs and
+// prints the time per call; it asserts nothing about speed.
+inline bool IsTimingMode()
+{
+    const char* strMode = std::getenv("ZNDVR_CHECK_BENCH");
+    return strMode != nullptr && std::strcmp(strMode, "1") == 0;
+}
+
+// Times run(table) for every form, nCalls kernel calls per run, and prints the time
+// per call with the speed-up over the plain form.
+template <class Run>
+void TimeForms(const char* strKernel, const std::vector<tag_KERNELFORM>& forms, long nCalls, Run run)
+{
+    if (!IsTimingMode())
+        return;
+    constexpr int kRepeats = 20;
+    double dPlainNs = 0;
+    for (const tag_KERNELFORM& form : forms) {
+        double dBestNs = 0;
+        for (int r = 0; r < kRepeats; ++r) {
+            const auto start = std::chrono::steady_clock::now();
+            run(form.table);
+            const double dNs = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+            dBestNs = r == 0 || dNs < dBestNs ? dNs : dBestNs;
+        }
+        const double dPerCall = dBestNs / static_cast<double>(nCalls);
+        if (dPlainNs == 0)
+            dPlainNs = dPerCall;
+        std::printf("%-24s %-8s %10.1f ns %7.2fx\n", strKernel, form.strName.c_str(), dPerCall, dPlainNs / dPerCall);
+    }
+}
 
 } // namespace kernelcheck

@@ -1,8 +1,9 @@
-// Every kernel with SIMD code runs in both forms on the same random and extreme input and
-// must give the same bytes, without writing outside its output buffers.
+// Every kernel with faster forms runs in each form, taken from a kernel table filled for
+// that form, on the same random and extreme input: every form must give the plain form's
+// bytes without writing outside its output. ZNDVR_CHECK_BENCH=1 also times the forms.
 #include "KernelCheckSupport.h"
 
-#include "codec/KernelForms.h"
+#include "codec/KernelTable.h"
 #include "codec/PixelKernels.h"
 #include "codec/TransformKernels.h"
 
@@ -10,35 +11,44 @@
 
 #include <array>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 using namespace kernelcheck;
 
 namespace {
 
-// Runs the kernel once with SIMD code disabled and once enabled, on fresh copies of the
-// same input, and leaves the switch enabled.
-template <class Run>
-void RunBothForms(Run run)
-{
-    DisableSIMDKernels();
-    run(false);
-    EnableSIMDKernels();
-    run(true);
-}
-
 class KernelCheck : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (!HasSIMDKernels())
-            GTEST_SKIP() << "this build has no SIMD kernels to hold against their plain forms";
+        m_forms = KernelForms();
+        if (m_forms.size() < 2)
+            GTEST_SKIP() << "this build has no SIMD forms to hold against the plain ones";
         m_nSeed = CheckSeed();
         std::printf("kernel check seed 0x%08X (set ZNDVR_CHECK_SEED to repeat)\n", m_nSeed);
     }
 
-    void TearDown() override { EnableSIMDKernels(); }
+    // Runs run(table, output) for every form, each on a fresh output of nCount elements
+    // between guard bytes: every output must equal the plain form's, and no form may
+    // write outside its output.
+public:
+    template <class T, class Run>
+    void CheckForms(std::size_t nCount, Run run, const std::string& strCase)
+    {
+        std::vector<CGuarded<T>> outputs;
+        for (const tag_KERNELFORM& form : m_forms) {
+            outputs.emplace_back(nCount);
+            run(form.table, outputs.back().Data());
+        }
+        for (std::size_t f = 0; f < m_forms.size(); ++f) {
+            ASSERT_TRUE(outputs[f].GuardsIntact()) << m_forms[f].strName << " wrote outside its output, " << strCase;
+            ASSERT_TRUE(outputs[f].SameAs(outputs[0])) << m_forms[f].strName << " differs from plain, " << strCase;
+        }
+    }
 
+protected:
+    std::vector<tag_KERNELFORM> m_forms;
     std::uint32_t m_nSeed = 0;
 };
 
@@ -93,27 +103,47 @@ std::vector<Block> CheckBlocks(std::uint32_t nSeed)
     return blocks;
 }
 
-TEST_F(KernelCheck, ForwardTransformSSE2MatchesEmulation)
+std::string Describe(const Block& input)
 {
-    for (const Block& input : CheckBlocks(m_nSeed)) {
-        CGuarded<short> work[2] = {CGuarded<short>(BLOCK_SAMPLES), CGuarded<short>(BLOCK_SAMPLES)};
-        CGuarded<short> coeff[2] = {CGuarded<short>(BLOCK_SAMPLES), CGuarded<short>(BLOCK_SAMPLES)};
-        RunBothForms([&](bool bSimd) {
-            std::memcpy(work[bSimd].Data(), input.data(), sizeof input);
-            FDCTBlockMMX(work[bSimd].Data(), coeff[bSimd].Data());
-        });
-        ASSERT_TRUE(coeff[0].SameAs(coeff[1])) << "input starts " << input[0] << ", " << input[1];
-        ASSERT_TRUE(coeff[1].GuardsIntact() && work[1].GuardsIntact());
-    }
+    return "input starts " + std::to_string(input[0]) + ", " + std::to_string(input[1]);
 }
 
-TEST_F(KernelCheck, InverseTransformSSE2MatchesEmulation)
+// Both transforms on runs of one to six blocks, the counts that the encoder and decoder
+// transform at once, taken in turn from the check blocks, so that every block reaches
+// both halves of a wide form; timed six blocks at a time, as a macroblock.
+TEST_F(KernelCheck, TransformFormsMatch)
 {
-    for (const Block& input : CheckBlocks(m_nSeed)) {
-        CGuarded<short> output[2] = {CGuarded<short>(BLOCK_SAMPLES), CGuarded<short>(BLOCK_SAMPLES)};
-        RunBothForms([&](bool bSimd) { IDCTBlockMMX(input.data(), output[bSimd].Data()); });
-        ASSERT_TRUE(output[0].SameAs(output[1])) << "input starts " << input[0] << ", " << input[1];
-        ASSERT_TRUE(output[1].GuardsIntact());
+    const std::vector<Block> blocks = CheckBlocks(m_nSeed);
+    for (const bool bForward : {true, false}) {
+        const auto transform = [bForward](const tag_KERNELTABLE& table, short* const* ppsBlocks, int nBlocks) {
+            (bForward ? table.pfnFDCTMMX : table.pfnIDCTMMX)(ppsBlocks, nBlocks);
+        };
+        std::size_t nNext = 0;
+        for (int nRun = 0; nNext < blocks.size(); ++nRun) {
+            const int nBlocks = 1 + nRun % MB_BLOCKS;
+            std::vector<short> input(static_cast<std::size_t>(nBlocks) * BLOCK_SAMPLES);
+            for (int b = 0; b < nBlocks; ++b, ++nNext)
+                std::memcpy(&input[BLOCK_SAMPLES * b], blocks[nNext % blocks.size()].data(), sizeof(Block));
+            CheckForms<short>(input.size(), [&](const tag_KERNELTABLE& table, short* psOut) {
+                std::memcpy(psOut, input.data(), input.size() * sizeof(short));
+                short* apsBlocks[MB_BLOCKS];
+                for (int b = 0; b < nBlocks; ++b)
+                    apsBlocks[b] = psOut + BLOCK_SAMPLES * b;
+                transform(table, apsBlocks, nBlocks);
+            }, (bForward ? "FDCTMMX, " : "IDCTMMX, ") + std::to_string(nBlocks) + " blocks, " + Describe(blocks[nNext - nBlocks]));
+            if (HasFatalFailure())
+                return;
+        }
+        const long nMacroblocks = static_cast<long>(blocks.size() / MB_BLOCKS);
+        std::vector<Block> work = blocks;   // transformed again and again, in place
+        TimeForms(bForward ? "FDCTMMX" : "IDCTMMX", m_forms, nMacroblocks * MB_BLOCKS, [&](const tag_KERNELTABLE& table) {
+            for (long n = 0; n < nMacroblocks; ++n) {
+                short* apsBlocks[MB_BLOCKS];
+                for (int b = 0; b < MB_BLOCKS; ++b)
+                    apsBlocks[b] = work[static_cast<std::size_t>(n * MB_BLOCKS + b)].data();
+                transform(table, apsBlocks, MB_BLOCKS);
+            }
+        });
     }
 }
 
@@ -171,40 +201,52 @@ constexpr int kFirstQp = 0;
 constexpr int kLastQp = 32;
 constexpr int kModes[] = {QUANT_MODE_INTRA, QUANT_MODE_INTER};
 
-// Runs QuantBlock and DequantBlock on one block in both forms and compares the bytes.
-void CheckQuantiserForms(const short* psInput, int nQp, int nMode)
-{
-    for (auto pfnKernel : {QuantBlock, DequantBlock}) {
-        CGuarded<short> output[2] = {CGuarded<short>(BLOCK_SAMPLES), CGuarded<short>(BLOCK_SAMPLES)};
-        RunBothForms([&](bool bSimd) { pfnKernel(psInput, output[bSimd].Data(), nQp, nMode); });
-        ASSERT_TRUE(output[0].SameAs(output[1]))
-            << (pfnKernel == QuantBlock ? "QuantBlock" : "DequantBlock") << " Q " << nQp << " mode " << nMode
-            << ", input starts " << psInput[0] << ", " << psInput[1];
-        ASSERT_TRUE(output[1].GuardsIntact());
+class QuantiserCheck : public KernelCheck {
+protected:
+    // QuantBlock and DequantBlock on one block in every form.
+    void CheckQuantiserForms(const short* psInput, int nQp, int nMode)
+    {
+        const std::string strCase = "Q " + std::to_string(nQp) + " mode " + std::to_string(nMode) +
+                                    ", input starts " + std::to_string(psInput[0]) + ", " + std::to_string(psInput[1]);
+        CheckForms<short>(BLOCK_SAMPLES, [&](const tag_KERNELTABLE& table, short* psOut) {
+            table.pfnQuantBlock(psInput, psOut, nQp, nMode);
+        }, "QuantBlock " + strCase);
+        CheckForms<short>(BLOCK_SAMPLES, [&](const tag_KERNELTABLE& table, short* psOut) {
+            table.pfnDequantBlock(psInput, psOut, nQp, nMode);
+        }, "DequantBlock " + strCase);
     }
-}
+};
 
 // Every 16-bit value once per Q and mode, 64 consecutive values to a block; the block's
 // values are rotated by one more place each time so that they reach every lane.
-TEST_F(KernelCheck, QuantiserTwinsMatchOnEveryValue)
+TEST_F(QuantiserCheck, EveryValueMatches)
 {
+    std::vector<Block> blocks;
+    for (int nBase = -32768; nBase <= 32767; nBase += BLOCK_SAMPLES) {
+        const int nRotation = (nBase / BLOCK_SAMPLES) & (BLOCK_SAMPLES - 1);
+        Block input;
+        for (int k = 0; k < BLOCK_SAMPLES; ++k)
+            input[k] = static_cast<short>(nBase + (k + nRotation) % BLOCK_SAMPLES);
+        blocks.push_back(input);
+    }
     for (int nQp = kFirstQp; nQp <= kLastQp; ++nQp) {
         for (int nMode : kModes) {
-            for (int nBase = -32768; nBase <= 32767; nBase += BLOCK_SAMPLES) {
-                const int nRotation = (nBase / BLOCK_SAMPLES) & (BLOCK_SAMPLES - 1);
-                Block input;
-                for (int k = 0; k < BLOCK_SAMPLES; ++k)
-                    input[k] = static_cast<short>(nBase + (k + nRotation) % BLOCK_SAMPLES);
+            for (const Block& input : blocks) {
                 CheckQuantiserForms(input.data(), nQp, nMode);
                 if (HasFatalFailure())
                     return;
             }
         }
     }
+    TimeForms("QuantBlock", m_forms, static_cast<long>(blocks.size()), [&](const tag_KERNELTABLE& table) {
+        short levels[BLOCK_SAMPLES];
+        for (const Block& input : blocks)
+            table.pfnQuantBlock(input.data(), levels, 8, QUANT_MODE_INTER);
+    });
 }
 
 // The intra DC takes its own rule; every 16-bit value in that place, at both ends of Q.
-TEST_F(KernelCheck, QuantiserTwinsMatchOnEveryIntraDC)
+TEST_F(QuantiserCheck, EveryIntraDCMatches)
 {
     for (int nQp : {1, 31}) {
         for (int nDC = -32768; nDC <= 32767; ++nDC) {
@@ -235,7 +277,7 @@ std::vector<Block> LevelExtremes()
     return blocks;
 }
 
-TEST_F(KernelCheck, QuantiserTwinsMatchOnRandomAndExtremeBlocks)
+TEST_F(QuantiserCheck, RandomAndExtremeBlocksMatch)
 {
     std::vector<Block> blocks = CheckBlocks(m_nSeed);
     const std::vector<Block> levels = LevelExtremes();
@@ -252,117 +294,218 @@ TEST_F(KernelCheck, QuantiserTwinsMatchOnRandomAndExtremeBlocks)
             }
         }
     }
+    TimeForms("DequantBlock", m_forms, static_cast<long>(blocks.size()), [&](const tag_KERNELTABLE& table) {
+        short coeff[BLOCK_SAMPLES];
+        for (const Block& input : blocks)
+            table.pfnDequantBlock(input.data(), coeff, 8, QUANT_MODE_INTER);
+    });
 }
 
-YUV_Block RandomMB(CRandom& random, int nLow, int nHigh)
+// Sparse blocks, full ones, and values that a narrowing to bytes would saturate.
+TEST_F(KernelCheck, NonZeroMasksMatch)
 {
-    YUV_Block mb;
-    for (short& n : mb.Y)
-        n = static_cast<short>(random.Between(nLow, nHigh));
-    for (short& n : mb.U)
-        n = static_cast<short>(random.Between(nLow, nHigh));
-    for (short& n : mb.V)
-        n = static_cast<short>(random.Between(nLow, nHigh));
-    return mb;
-}
-
-TEST_F(KernelCheck, MacroblockQuantiserFormsMatch)
-{
+    std::vector<Block> blocks = CheckBlocks(m_nSeed);
     CRandom random(m_nSeed);
-    constexpr int kLevels = MB_BLOCKS * BLOCK_SAMPLES;
-    for (int n = 0; n < 200; ++n) {
-        const YUV_Block mb = RandomMB(random, n % 2 ? -255 : 0, 255);
-        const int nQp = random.Between(1, 31);
-        const int nMode = n % 2 ? QUANT_MODE_INTER : QUANT_MODE_INTRA;
-        CGuarded<short> levels[2] = {CGuarded<short>(kLevels), CGuarded<short>(kLevels)};
-        CGuarded<YUV_Block> recon[2] = {CGuarded<YUV_Block>(1), CGuarded<YUV_Block>(1)};
-        RunBothForms([&](bool bSimd) {
-            QuantMBwithMMX(levels[bSimd].Data(), &mb, nQp, nMode);
-            DequantMBwithMMX(levels[bSimd].Data(), recon[bSimd].Data(), nQp, nMode);
-        });
-        ASSERT_TRUE(levels[0].SameAs(levels[1]));
-        ASSERT_TRUE(recon[0].SameAs(recon[1]));
-        ASSERT_TRUE(levels[1].GuardsIntact() && recon[1].GuardsIntact());
+    for (int n = 0; n < 500; ++n) {
+        Block block{};
+        for (int k = random.Between(0, 8); k > 0; --k)
+            block[random.Between(0, BLOCK_SAMPLES - 1)] = static_cast<short>(random.Between(-3, 3) * 256 + random.Between(-1, 1));
+        blocks.push_back(block);
     }
+    for (const Block& input : blocks) {
+        CheckForms<std::uint64_t>(1, [&](const tag_KERNELTABLE& table, std::uint64_t* pqwOut) {
+            *pqwOut = table.pfnNonZeroMask(input.data());
+        }, Describe(input));
+        if (HasFatalFailure())
+            return;
+    }
+    std::uint64_t qwSum = 0;
+    TimeForms("NonZeroMask", m_forms, static_cast<long>(blocks.size()), [&](const tag_KERNELTABLE& table) {
+        for (const Block& input : blocks)
+            qwSum += table.pfnNonZeroMask(input.data());
+    });
 }
 
-TEST_F(KernelCheck, SumOfAbsoluteDifferencesMatches)
-{
-    CRandom random(m_nSeed);
-    std::vector<std::pair<YUV_Block, YUV_Block>> pairs;
-    for (int n = 0; n < 100; ++n)
-        pairs.emplace_back(RandomMB(random, -32768, 32767), RandomMB(random, -32768, 32767));
-    YUV_Block low, high;
-    for (short* ps : {low.Y, low.U, low.V})
-        std::fill(ps, ps + (ps == low.Y ? MB_LUMA_SAMPLES : MB_CHROMA_SAMPLES), short{-32768});
-    for (short* ps : {high.Y, high.U, high.V})
-        std::fill(ps, ps + (ps == high.Y ? MB_LUMA_SAMPLES : MB_CHROMA_SAMPLES), short{32767});
-    pairs.emplace_back(low, high);
-    pairs.emplace_back(high, low);
-    for (const auto& [first, second] : pairs) {
-        int nSum[2] = {};
-        RunBothForms([&](bool bSimd) { nSum[bSimd] = SADMB(&first, &second); });
-        ASSERT_EQ(nSum[0], nSum[1]);
-    }
-    EXPECT_EQ(SADMB(&low, &high), 65535 * MB_LUMA_SAMPLES);
+// The three planes of a picture one after the other.
+struct tag_PICTURE {
+    int nWidth;
+    int nHeight;
+    std::size_t nLuma;
 
-}
-
-// A picture whose three planes each sit between guard bytes.
-struct CGuardedPicture {
-    CGuardedPicture(int nWidth, int nHeight)
-        : y(static_cast<std::size_t>(nWidth) * nHeight),
-          u(static_cast<std::size_t>(nWidth / 2) * (nHeight / 2)),
-          v(static_cast<std::size_t>(nWidth / 2) * (nHeight / 2))
-    {
-    }
-
-    IMAGE Image() { return {y.Data(), u.Data(), v.Data()}; }
-    bool GuardsIntact() const { return y.GuardsIntact() && u.GuardsIntact() && v.GuardsIntact(); }
-    bool SameAs(CGuardedPicture& other) { return y.SameAs(other.y) && u.SameAs(other.u) && v.SameAs(other.v); }
-
-    void Fill(CRandom& random)
-    {
-        for (auto* plane : {&y, &u, &v}) {
-            for (std::size_t n = 0; n < plane->Count(); ++n)
-                plane->Data()[n] = static_cast<BYTE>(random.Between(0, 255));
-        }
-    }
-
-    CGuarded<BYTE> y, u, v;
+    std::size_t Bytes() const { return nLuma + nLuma / 2; }
+    IMAGE Image(BYTE* pby) const { return {pby, pby + nLuma, pby + nLuma + nLuma / 4}; }
 };
 
-TEST_F(KernelCheck, MacroblockStoresMatch)
+tag_PICTURE PictureOf(int nWidth, int nHeight)
 {
-    CRandom random(m_nSeed);
-    constexpr int kCols = 4, kRows = 3;
+    return {nWidth, nHeight, static_cast<std::size_t>(nWidth) * nHeight};
+}
+
+// Random bytes, with runs of 0 and 255 so that sums and differences reach their ends.
+std::vector<BYTE> RandomBytes(CRandom& random, std::size_t nCount)
+{
+    std::vector<BYTE> bytes(nCount);
+    for (std::size_t n = 0; n < nCount; ++n) {
+        const int nKind = random.Between(0, 9);
+        bytes[n] = static_cast<BYTE>(nKind == 0 ? 0 : nKind == 1 ? 255 : random.Between(0, 255));
+    }
+    return bytes;
+}
+
+class MacroblockCheck : public KernelCheck {
+protected:
+    static constexpr int kCols = 3;
+    static constexpr int kRows = 2;
+    static constexpr int kBlockValues = MB_BLOCKS * BLOCK_SAMPLES;
+
+    void SetUp() override
+    {
+        KernelCheck::SetUp();
+        CRandom random(m_nSeed);
+        m_current = RandomBytes(random, m_picture.Bytes());
+        m_reference = RandomBytes(random, m_picture.Bytes());
+    }
+
+    // Blocks of 16-bit values: differences, sums that wrap, and values beyond 0..255.
+    std::vector<short> RandomBlocks(CRandom& random) const
+    {
+        std::vector<short> blocks(kBlockValues);
+        const int nRange = random.Between(0, 2);
+        for (short& n : blocks)
+            n = static_cast<short>(nRange == 0 ? random.Between(-300, 300) : nRange == 1 ? random.Between(-32768, 32767)
+                                                                                          : random.Between(-255, 255));
+        return blocks;
+    }
+
+    const tag_PICTURE m_picture = PictureOf(kCols * MB_LUMA_SIZE, kRows * MB_LUMA_SIZE);
+    std::vector<BYTE> m_current;
+    std::vector<BYTE> m_reference;
+};
+
+TEST_F(MacroblockCheck, LoadsMatchAtEveryPlace)
+{
     for (int nRow = 0; nRow < kRows; ++nRow) {
         for (int nCol = 0; nCol < kCols; ++nCol) {
-            const YUV_Block values = RandomMB(random, -32768, 32767);
-            CGuardedPicture target[2] = {CGuardedPicture(kCols * MB_LUMA_SIZE, kRows * MB_LUMA_SIZE),
-                                         CGuardedPicture(kCols * MB_LUMA_SIZE, kRows * MB_LUMA_SIZE)};
-            RunBothForms([&](bool bSimd) {
-                PutMB(nCol, nRow, target[bSimd].Image(), kCols * MB_LUMA_SIZE, &values);
-            });
-            ASSERT_TRUE(target[0].SameAs(target[1]));
-            ASSERT_TRUE(target[1].GuardsIntact());
+            const std::string strPlace = " at " + std::to_string(nCol) + "," + std::to_string(nRow);
+            CheckForms<short>(kBlockValues, [&](const tag_KERNELTABLE& table, short* psOut) {
+                table.pfnLoadMB(m_picture.Image(m_current.data()), nCol, nRow, m_picture.nWidth, psOut);
+            }, "LoadMB" + strPlace);
+            CheckForms<short>(kBlockValues, [&](const tag_KERNELTABLE& table, short* psOut) {
+                table.pfnLoadDifferenceMB(m_picture.Image(m_current.data()), m_picture.Image(m_reference.data()), nCol,
+                                          nRow, m_picture.nWidth, psOut);
+            }, "LoadDifferenceMB" + strPlace);
+            if (HasFatalFailure())
+                return;
         }
     }
+    short blocks[kBlockValues];
+    TimeForms("LoadDifferenceMB", m_forms, kCols * kRows, [&](const tag_KERNELTABLE& table) {
+        for (int i = 0; i < kCols * kRows; ++i)
+            table.pfnLoadDifferenceMB(m_picture.Image(m_current.data()), m_picture.Image(m_reference.data()), i % kCols,
+                                      i / kCols, m_picture.nWidth, blocks);
+    });
+}
+
+// Stores into a copy of the reference: with every pattern, into the reference itself
+// and into other planes.
+TEST_F(MacroblockCheck, StoresMatchAtEveryPlaceAndPattern)
+{
+    CRandom random(m_nSeed);
+    for (int nPattern = 0; nPattern < 64; ++nPattern) {
+        const std::vector<short> blocks = RandomBlocks(random);
+        const int nCol = nPattern % kCols;
+        const int nRow = nPattern / kCols % kRows;
+        const std::string strCase = " at " + std::to_string(nCol) + "," + std::to_string(nRow) + ", pattern " +
+                                    std::to_string(nPattern);
+        CheckForms<BYTE>(m_picture.Bytes(), [&](const tag_KERNELTABLE& table, BYTE* pbyOut) {
+            table.pfnStoreMB(blocks.data(), m_picture.Image(pbyOut), nCol, nRow, m_picture.nWidth);
+        }, "StoreMB" + strCase);
+        CheckForms<BYTE>(m_picture.Bytes(), [&](const tag_KERNELTABLE& table, BYTE* pbyOut) {
+            std::memcpy(pbyOut, m_reference.data(), m_reference.size());
+            table.pfnStoreSumMB(blocks.data(), nPattern, m_picture.Image(pbyOut), m_picture.Image(pbyOut), nCol, nRow,
+                                m_picture.nWidth);
+        }, "StoreSumMB in place" + strCase);
+        CheckForms<BYTE>(m_picture.Bytes(), [&](const tag_KERNELTABLE& table, BYTE* pbyOut) {
+            table.pfnStoreSumMB(blocks.data(), nPattern, m_picture.Image(m_reference.data()), m_picture.Image(pbyOut),
+                                nCol, nRow, m_picture.nWidth);
+        }, "StoreSumMB elsewhere" + strCase);
+        if (HasFatalFailure())
+            return;
+    }
+    const std::vector<short> blocks = RandomBlocks(random);
+    std::vector<BYTE> target(m_picture.Bytes());
+    TimeForms("StoreSumMB", m_forms, kCols * kRows, [&](const tag_KERNELTABLE& table) {
+        for (int i = 0; i < kCols * kRows; ++i)
+            table.pfnStoreSumMB(blocks.data(), 63, m_picture.Image(m_reference.data()), m_picture.Image(target.data()),
+                                i % kCols, i / kCols, m_picture.nWidth);
+    });
+}
+
+TEST_F(MacroblockCheck, SumsOfAbsoluteDifferencesMatch)
+{
+    const std::vector<BYTE> zeros(m_picture.Bytes(), 0);
+    const std::vector<BYTE> full(m_picture.Bytes(), 255);
+    const std::vector<BYTE>* pictures[][2] = {{&m_current, &m_reference}, {&zeros, &full}, {&full, &m_current}};
+    for (const auto& pair : pictures) {
+        for (int i = 0; i < kCols * kRows; ++i) {
+            const std::ptrdiff_t nOffset = (i / kCols) * MB_LUMA_SIZE * m_picture.nWidth + (i % kCols) * MB_LUMA_SIZE;
+            CheckForms<int>(1, [&](const tag_KERNELTABLE& table, int* pnOut) {
+                *pnOut = table.pfnSADLuma(pair[0]->data() + nOffset, pair[1]->data() + nOffset, m_picture.nWidth);
+            }, "SADLuma of macroblock " + std::to_string(i));
+            if (HasFatalFailure())
+                return;
+        }
+    }
+    EXPECT_EQ(m_forms.back().table.pfnSADLuma(zeros.data(), full.data(), m_picture.nWidth), 255 * MB_LUMA_SAMPLES);
+    int nSum = 0;
+    TimeForms("SADLuma", m_forms, kCols * kRows, [&](const tag_KERNELTABLE& table) {
+        for (int i = 0; i < kCols * kRows; ++i)
+            nSum += table.pfnSADLuma(m_current.data() + i % kCols * MB_LUMA_SIZE,
+                                     m_reference.data() + i % kCols * MB_LUMA_SIZE, m_picture.nWidth);
+    });
+}
+
+// Every even width up to past two wide steps, so that every tail occurs.
+TEST_F(KernelCheck, PackedFrameConversionMatchesOnEverySize)
+{
+    CRandom random(m_nSeed);
+    for (int nWidth = 2; nWidth <= 132; nWidth += 2) {
+        const int nHeight = 2 * random.Between(1, 4);
+        const tag_PICTURE picture = PictureOf(nWidth, nHeight);
+        const std::vector<BYTE> frame = RandomBytes(random, picture.nLuma * 2);
+        CheckForms<BYTE>(picture.Bytes(), [&](const tag_KERNELTABLE& table, BYTE* pbyOut) {
+            table.pfnUYVYToYUV420(frame.data(), picture.Image(pbyOut), nWidth, nHeight);
+        }, "UYVYToYUV420 " + std::to_string(nWidth) + "x" + std::to_string(nHeight));
+        if (HasFatalFailure())
+            return;
+    }
+    const tag_PICTURE cif = PictureOf(352, 288);
+    const std::vector<BYTE> frame = RandomBytes(random, cif.nLuma * 2);
+    std::vector<BYTE> planes(cif.Bytes());
+    TimeForms("UYVYToYUV420 352x288", m_forms, 1, [&](const tag_KERNELTABLE& table) {
+        table.pfnUYVYToYUV420(frame.data(), cif.Image(planes.data()), cif.nWidth, cif.nHeight);
+    });
 }
 
 TEST_F(KernelCheck, ColourConversionMatchesOnEverySize)
 {
     CRandom random(m_nSeed);
-    for (int nWidth = 2; nWidth <= 66; nWidth += 2) {
+    for (int nWidth = 2; nWidth <= 132; nWidth += 2) {
         const int nHeight = 2 * random.Between(1, 4);
-        CGuardedPicture picture(nWidth, nHeight);
-        picture.Fill(random);
-        const std::size_t nBytes = static_cast<std::size_t>(nWidth) * nHeight * 3;
-        CGuarded<BYTE> rgb[2] = {CGuarded<BYTE>(nBytes), CGuarded<BYTE>(nBytes)};
-        RunBothForms([&](bool bSimd) { YUVToRGB24(rgb[bSimd].Data(), picture.Image(), nWidth, nHeight); });
-        ASSERT_TRUE(rgb[0].SameAs(rgb[1])) << nWidth << "x" << nHeight;
-        ASSERT_TRUE(rgb[1].GuardsIntact()) << nWidth << "x" << nHeight;
+        const tag_PICTURE picture = PictureOf(nWidth, nHeight);
+        std::vector<BYTE> planes = RandomBytes(random, picture.Bytes());
+        CheckForms<BYTE>(picture.nLuma * 3, [&](const tag_KERNELTABLE& table, BYTE* pbyOut) {
+            table.pfnYUVToRGB24(pbyOut, picture.Image(planes.data()), nWidth, nHeight);
+        }, "YUVToRGB24 " + std::to_string(nWidth) + "x" + std::to_string(nHeight));
+        if (HasFatalFailure())
+            return;
     }
+    const tag_PICTURE cif = PictureOf(352, 288);
+    std::vector<BYTE> planes = RandomBytes(random, cif.Bytes());
+    std::vector<BYTE> rgb(cif.nLuma * 3);
+    TimeForms("YUVToRGB24 352x288", m_forms, 1, [&](const tag_KERNELTABLE& table) {
+        table.pfnYUVToRGB24(rgb.data(), cif.Image(planes.data()), cif.nWidth, cif.nHeight);
+    });
 }
 
 } // namespace

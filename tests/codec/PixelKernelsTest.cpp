@@ -211,12 +211,4 @@ TEST(Macroblocks, SumOfAbsoluteDifferencesIgnoresChroma)
     EXPECT_EQ(SADMBBytes(x, y), 255);
 }
 
-TEST(ProcessorProbes, EitherProbeMeansMMX)
-{
-    EXPECT_EQ(HasMMX() != 0, IsIntelMMX() != 0 || HasExtendedMMX() != 0);
-#if !defined(__x86_64__) && !defined(__i386__)
-    EXPECT_FALSE(HasMMX());
-#endif
-}
-
 } // namespace

@@ -3,7 +3,6 @@
 #include "KernelCheckSupport.h"
 
 #include "codec/BitstreamTables.h"
-#include "codec/KernelForms.h"
 #include "codec/TransformKernels.h"
 
 #include <gtest/gtest.h>

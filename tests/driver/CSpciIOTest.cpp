@@ -8,17 +8,7 @@ namespace {
 
 using DeviceTest = CRackTest;
 
-TEST_F(DeviceTest, EmptyRackShowsNoDeviceAndNothingOpens)
-{
-    EXPECT_EQ(CSpciIO::GetDeviceNum(), 0);
-    CSpciIO io;
-    EXPECT_EQ(io.Open(0), 0);
-    EXPECT_EQ(io.IsValid(), 0);
-    EXPECT_EQ(io.GetDspVersion().dwVersion, 0u);
-    EXPECT_EQ(io.GetDebi(), nullptr);
-}
-
-TEST_F(DeviceTest, OpensEachInstalledBoardWithItsFirmwareWord)
+TEST_F(DeviceTest, OpensEachInstalledBoardWithItsFirmwareWordAndItsOwnBus)
 {
     ASSERT_EQ(CVirtualRack::InstallBoard(MakeTestBoard(4, 1)), 0);
     ASSERT_EQ(CVirtualRack::InstallBoard(MakeTestBoard(8, 2)), 1);
@@ -28,50 +18,39 @@ TEST_F(DeviceTest, OpensEachInstalledBoardWithItsFirmwareWord)
     CSpciIO second;
     ASSERT_NE(first.Open(0), 0);
     ASSERT_NE(second.Open(1), 0);
-    EXPECT_NE(first.IsValid(), 0);
     EXPECT_EQ(first.GetDspVersion().GetChannels(), 4);
     EXPECT_EQ(first.GetDspVersion().GetGeneration(), 1);
-    EXPECT_EQ(second.GetDspVersion().GetChannels(), 8);
-    EXPECT_EQ(second.GetDspVersion().GetGeneration(), 2);
     EXPECT_EQ(second.GetDspVersion().dwVersion, 0x02080100u);
     EXPECT_NE(first.GetDebi(), nullptr);
     EXPECT_NE(first.GetDebi(), second.GetDebi());
+    EXPECT_EQ(first.Open(0), 0) << "an open object stays tied to its device";
+
+    first.Close();
+    EXPECT_EQ(first.IsValid(), 0);
+    EXPECT_EQ(first.GetDebi(), nullptr);
+    EXPECT_EQ(first.GetDspVersion().dwVersion, 0u);
+    EXPECT_NE(first.Open(0), 0) << "a closed object can be opened again";
 }
 
-TEST_F(DeviceTest, DeviceNumbersOutsideTheRackDoNotOpen)
+TEST_F(DeviceTest, MissingAndFailingBoardsDoNotOpen)
 {
-    CVirtualRack::InstallBoard(MakeTestBoard(4, 2));
     CSpciIO io;
-    EXPECT_EQ(io.Open(-1), 0);
-    EXPECT_EQ(io.Open(1), 0);
-    EXPECT_NE(io.Open(0), 0);
-    EXPECT_EQ(io.Open(0), 0) << "an open object stays tied to its device";
-}
-
-TEST_F(DeviceTest, CloseLetsGoOfTheBoardAndItsBus)
-{
-    CVirtualRack::InstallBoard(MakeTestBoard(2, 1));
-    CSpciIO io;
-    ASSERT_NE(io.Open(0), 0);
-    io.Close();
-    EXPECT_EQ(io.IsValid(), 0);
-    EXPECT_EQ(io.GetDebi(), nullptr);
-    EXPECT_EQ(io.GetDspVersion().dwVersion, 0u);
-    EXPECT_NE(io.Open(0), 0) << "a closed object can be opened again";
-}
-
-TEST_F(DeviceTest, BoardThatFailsToOpenStaysCountedButUnopened)
-{
+    EXPECT_EQ(io.Open(0), 0) << "empty rack";
     tag_VIRTUALBOARD broken = MakeTestBoard(4, 2);
     broken.faults.bOpenFails = true;
     CVirtualRack::InstallBoard(broken);
     CVirtualRack::InstallBoard(MakeTestBoard(4, 2));
     EXPECT_EQ(CSpciIO::GetDeviceNum(), 2);
-
-    CSpciIO io;
-    EXPECT_EQ(io.Open(0), 0);
+    for (int nDevice : {-1, 0, 2})
+        EXPECT_EQ(io.Open(nDevice), 0) << nDevice;
     EXPECT_EQ(io.IsValid(), 0);
+    EXPECT_EQ(io.GetDebi(), nullptr);
     EXPECT_NE(io.Open(1), 0);
+
+    tag_VIRTUALBOARD board = MakeTestBoard(2, 1);
+    board.sources.push_back({SOURCE_Y4MFILE, 1, "/nonexistent/footage.y4m"});
+    EXPECT_EQ(CVirtualRack::InstallBoard(board), -1) << "unreadable footage";
+    EXPECT_EQ(CSpciIO::GetDeviceNum(), 2);
 }
 
 TEST_F(DeviceTest, OpenDeviceKeepsItsBoardWhenTheRackIsCleared)
@@ -100,11 +79,14 @@ TEST_F(DeviceTest, BoardWithUnreadableFootageIsNotInstalled)
 {
     tag_VIRTUALBOARD board = MakeTestBoard(2, 1);
     board.sources.push_back({SOURCE_Y4MFILE, 1, "/nonexistent/footage.y4m"});
-    EXPECT_EQ(CVirtualRack::InstallBoard(board), -1);
+    std::string strError;
+    EXPECT_EQ(CVirtualRack::InstallBoard(board, &strError), -1);
+    EXPECT_EQ(strError, "camera 0: /nonexistent/footage.y4m: No such file or directory");
     EXPECT_EQ(CSpciIO::GetDeviceNum(), 0);
 }
 
-// Streams and cameras as the firmware word lays them out.
+// Streams and cameras as the firmware word lays them out. A two-stream board starts its
+// second stream at half its channels, even where a stream uses only four of them.
 TEST_F(DeviceTest, GenerationDecidesStreamsAndCameras)
 {
     struct tag_LAYOUT {
@@ -117,7 +99,7 @@ TEST_F(DeviceTest, GenerationDecidesStreamsAndCameras)
     };
     const tag_LAYOUT layouts[] = {
         {4, 1, 1, 4, 0, 0}, {2, 0, 1, 2, 0, 0}, {4, 2, 2, 2, 2, 2}, {5, 2, 2, 2, 2, 2},
-        {16, 2, 2, 4, 4, 4}, {8, 1, 1, 4, 0, 0}, {4, 3, 0, 0, 0, 0},
+        {16, 2, 2, 4, 4, 8}, {10, 2, 2, 4, 4, 5}, {8, 1, 1, 4, 0, 0}, {4, 3, 0, 0, 0, 0},
     };
     for (const tag_LAYOUT& layout : layouts) {
         const std::shared_ptr<CVirtualBoard> pBoard =
@@ -129,6 +111,46 @@ TEST_F(DeviceTest, GenerationDecidesStreamsAndCameras)
         EXPECT_EQ(pBoard->GetStreamCameras(1), layout.nCameras1);
         EXPECT_EQ(pBoard->GetFirstCamera(1), layout.nFirst1);
     }
+}
+
+// Footage gets the frame size that shows its picture best: its own where the revision
+// has it, else the largest that fits inside it (a field size only for its own picture),
+// else the smallest. A drawn scene suits every size. A camera the board doesn't have
+// takes no source.
+TEST_F(DeviceTest, FootagePicksTheFrameSizeOfItsPicture)
+{
+    struct {
+        int nWidth;
+        int nHeight;
+        DWORD dwRevision;
+        tag_FRAMESIZE nSize;
+    } const cases[] = {
+        {352, 288, STREAM_REVISION_20020114, FRAMESIZE_352X288},
+        {352, 288, STREAM_REVISION_20020219, FRAMESIZE_352X288_R2},
+        {176, 144, STREAM_REVISION_20020114, FRAMESIZE_176X144},
+        {640, 240, STREAM_REVISION_20020114, FRAMESIZE_640X240},
+        {704, 288, STREAM_REVISION_20020219, FRAMESIZE_704X288_R2},
+        {640, 480, STREAM_REVISION_20020114, FRAMESIZE_352X288},
+        {720, 576, STREAM_REVISION_20020219, FRAMESIZE_352X288_R2},
+        {330, 250, STREAM_REVISION_20020114, FRAMESIZE_320X240},
+        {100, 50, STREAM_REVISION_20020114, FRAMESIZE_160X112},
+        {100, 50, STREAM_REVISION_20020219, FRAMESIZE_320X240_R2},
+    };
+    for (const auto& c : cases) {
+        CY4mFile footage(c.nWidth, c.nHeight, 1, 50);
+        tag_VIRTUALBOARD setup = MakeTestBoard(2, 1);
+        setup.sources.push_back({SOURCE_Y4MFILE, 0, footage.GetPath()});
+        const std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(setup);
+        ASSERT_NE(pBoard, nullptr);
+        EXPECT_EQ(pBoard->GetCameraFrameSize(0, c.dwRevision), c.nSize) << c.nWidth << " x " << c.nHeight;
+        EXPECT_EQ(pBoard->GetCameraFrameSize(1, c.dwRevision), FRAMESIZE_INVALID);
+        EXPECT_EQ(pBoard->GetCameraFrameSize(2, c.dwRevision), FRAMESIZE_INVALID);
+    }
+    const std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(MakeTestBoard(2, 1));
+    std::string strError;
+    EXPECT_FALSE(pBoard->SetCameraSource(2, tag_CAMERASOURCE{}, &strError));
+    EXPECT_EQ(strError, "the board has no camera 2");
+    EXPECT_FALSE(pBoard->SetCameraSource(-1, tag_CAMERASOURCE{}));
 }
 
 } // namespace

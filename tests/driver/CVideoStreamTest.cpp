@@ -310,26 +310,23 @@ TEST_F(PacedStreamTest, SwitchingToAnUnpreparedCameraCostsAFrame)
     EXPECT_EQ(AdvanceAndTake(33).size(), 1u) << "busy camera 2 was passed over for camera 3";
 }
 
-// Ten frames a second on a stream of four cameras: each read waits a whole period,
-// so the cameras share the rate.
-TEST_F(PacedStreamTest, FrameRateIsSharedByTheCamerasOfAStream)
+// With two cameras the camera that follows is the one just served: its channel is busy
+// when the next read is ordered and free again by the time that read ends, so the board
+// switches to it and every read takes one period.
+TEST_F(PacedStreamTest, CameraFreedWhileTheReadRunsIsSwitchedTo)
 {
-    tag_VIRTUALBOARD board = MakeTestBoard(4, 1, PACING_REALTIME);
-    board.nFramesPerSecond = 10;
-    CVirtualRack::InstallBoard(board);
-    ASSERT_NE(m_io.Open(0), 0);
-    auto pStream = OpenStream(0);
+    InstallFootageBoard(2, 1, PACING_REALTIME);
+    auto pStream = OpenStream<CBusyStream>(0);
     ASSERT_NE(pStream->Start(), 0);
     tag_READBUFFER buffer;
-    for (int nRound = 0; nRound < 8; ++nRound) {
-        const int nCamera = nRound % 4;
-        tag_VIDEOREAD read = MakeRead(nCamera, buffer, (nCamera + 1) % 4, (nCamera + 2) % 4);
-        ASSERT_NE(pStream->ReadVideo(&read), 0);
-        ASSERT_TRUE(AdvanceAndTake(99).empty()) << "round " << nRound;
-        const std::vector<MSG> frames = AdvanceAndTake(1);
-        ASSERT_EQ(frames.size(), 1u);
-        EXPECT_EQ(frames[0].lParam, nCamera);
-    }
+    pStream->m_nBusyCamera = 0;
+    tag_VIDEOREAD read = MakeRead(1, buffer, 0, 1);
+    ASSERT_NE(pStream->ReadVideo(&read), 0);
+    ASSERT_EQ(AdvanceAndTake(34).size(), 1u);
+    pStream->m_nBusyCamera = -1;
+    read = MakeRead(0, buffer, 1, 0);
+    ASSERT_NE(pStream->ReadVideo(&read), 0);
+    EXPECT_EQ(AdvanceAndTake(33).size(), 1u) << "camera 0 was switched to: the next boundary, 66 ms";
 }
 
 TEST_F(PacedStreamTest, NothingArrivesAfterStop)

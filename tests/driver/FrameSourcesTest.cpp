@@ -3,6 +3,7 @@
 #include "DriverTestSupport.h"
 
 #include "driver/virtual/FrameSources.h"
+#include "vocabulary/VideoSignal.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -96,25 +97,20 @@ TEST(FrameSources, RunningClockShowsTheTime)
     EXPECT_GT(nChangedInClock, 3);
 }
 
-TEST(FrameSources, NoSignalStaysAtOrBelowTheThreshold)
+// The capture side tells a camera without signal by its luma: a dark picture with grey
+// chroma stays at or below the threshold, and every scene has most of its luma above.
+TEST(FrameSources, OnlyNoSignalStaysAtOrBelowTheSignalThreshold)
 {
-    auto pSource = CreateFrameSource({SOURCE_NOSIGNAL, 5, ""});
-    const tag_GUARDEDFRAME frame = Draw(*pSource, kCif, 0);
-    for (std::size_t i = 0; i < frame.nBytes; i += 2) {
-        ASSERT_EQ(frame.data[i], 128) << "chroma at byte " << i;
-        ASSERT_LE(frame.data[i + 1], SIGNAL_THRESHOLD_LUMA) << "luma at byte " << i + 1;
+    const tag_GUARDEDFRAME dark = Draw(*CreateFrameSource({SOURCE_NOSIGNAL, 5, ""}), kCif, 0);
+    for (std::size_t i = 0; i < dark.nBytes; i += 2) {
+        ASSERT_EQ(dark.data[i], 128) << "chroma at byte " << i;
+        ASSERT_LE(dark.data[i + 1], VIDEO_SIGNAL_LUMA) << "luma at byte " << i + 1;
     }
-    EXPECT_TRUE(frame.GuardIntact());
-}
-
-TEST(FrameSources, ScenesHaveSignal)
-{
     for (tag_SOURCEKIND nKind : {SOURCE_SYNTHETIC, SOURCE_STILL, SOURCE_FAULTPATTERN}) {
-        auto pSource = CreateFrameSource({nKind, 5, ""});
-        const tag_GUARDEDFRAME frame = Draw(*pSource, kNtsc, 0);
+        const tag_GUARDEDFRAME frame = Draw(*CreateFrameSource({nKind, 5, ""}), kNtsc, 0);
         int nBright = 0;
         for (std::size_t i = 1; i < frame.nBytes; i += 2)
-            nBright += frame.data[i] > SIGNAL_THRESHOLD_LUMA ? 1 : 0;
+            nBright += frame.data[i] > VIDEO_SIGNAL_LUMA ? 1 : 0;
         EXPECT_GT(nBright, static_cast<int>(frame.nBytes / 4)) << nKind;
     }
 }
@@ -168,9 +164,10 @@ TEST(FrameSources, Y4mFramesBecomeUyvyAtTheirOwnSizeAndLoop)
     auto pSource = CreateFrameSource({SOURCE_Y4MFILE, 0, footage.GetPath()});
     ASSERT_NE(pSource, nullptr);
     const tag_FRAMEFORMAT format{kWidth, kHeight, DRIVER_STANDARD_PAL};
+    // The footage runs at 25 frames a second: one every 40 ms.
     for (int nDelivered = 0; nDelivered < 2 * kFrames; ++nDelivered) {
         const int f = nDelivered % kFrames;
-        const tag_GUARDEDFRAME frame = Draw(*pSource, format, 0);
+        const tag_GUARDEDFRAME frame = Draw(*pSource, format, static_cast<DWORD>(nDelivered) * 40);
         for (int y = 0; y < kHeight; ++y) {
             for (int x = 0; x < kWidth; x += 2) {
                 const BYTE* pPair = &frame.data[(static_cast<std::size_t>(y) * kWidth + x) * 2];
@@ -220,8 +217,11 @@ TEST(FrameSources, RefusesY4mFilesThatAreNot8Bit420OrAreBroken)
         {"zerowidth", "YUV4MPEG2 W0 H2\n" + strFrame},
         {"negative", "YUV4MPEG2 W-4 H2\n" + strFrame},
         {"huge", "YUV4MPEG2 W100000 H100000\n" + strFrame},
+        {"toowide", "YUV4MPEG2 W4097 H2\n" + strFrame},
         {"garbage", "YUV4MPEG2 W4x H2\n" + strFrame},
         {"c422", "YUV4MPEG2 W4 H2 C422\n" + strFrame},
+        {"zerorate", "YUV4MPEG2 W4 H2 F0:1\n" + strFrame},
+        {"norate", "YUV4MPEG2 W4 H2 F25\n" + strFrame},
         {"c420p10", "YUV4MPEG2 W4 H2 C420p10\n" + strFrame},
         {"mono", "YUV4MPEG2 W4 H2 Cmono\n" + strFrame},
         {"noframe", "YUV4MPEG2 W4 H2\n"},
@@ -231,9 +231,16 @@ TEST(FrameSources, RefusesY4mFilesThatAreNot8Bit420OrAreBroken)
     };
     for (const auto& [strName, strContent] : files) {
         const std::string strPath = WriteFile(strName, strContent);
-        EXPECT_EQ(CreateFrameSource({SOURCE_Y4MFILE, 0, strPath}), nullptr) << strName;
+        std::string strError;
+        EXPECT_EQ(CreateFrameSource({SOURCE_Y4MFILE, 0, strPath}, &strError), nullptr) << strName;
+        // The reason names the file and says what is wrong with it.
+        EXPECT_EQ(strError.rfind(strPath + ": ", 0), 0u) << strError;
+        EXPECT_GT(strError.size(), strPath.size() + 10) << strError;
         std::filesystem::remove(strPath);
     }
+    std::string strError;
+    EXPECT_EQ(CreateFrameSource({SOURCE_Y4MFILE, 0, "/nonexistent/a.y4m"}, &strError), nullptr);
+    EXPECT_EQ(strError, "/nonexistent/a.y4m: No such file or directory");
     const std::string strGood = WriteFile("good", "YUV4MPEG2 W4 H2 C420mpeg2 XYSCSS=420MPEG2\n" + strFrame);
     EXPECT_NE(CreateFrameSource({SOURCE_Y4MFILE, 0, strGood}), nullptr);
     std::filesystem::remove(strGood);
@@ -250,8 +257,52 @@ TEST(FrameSources, Y4mWithATruncatedLastFrameLoopsOverTheWholeFrames)
     ASSERT_NE(pSource, nullptr);
     const tag_FRAMEFORMAT format{4, 2, DRIVER_STANDARD_NTSC};
     const int nExpected[] = {60, 70, 60, 70, 60};
-    for (int nLuma : nExpected)
-        EXPECT_EQ(Draw(*pSource, format, 0).Luma(format, 0, 0), nLuma);
+    DWORD dwTime = 0;
+    for (int nLuma : nExpected) {
+        EXPECT_EQ(Draw(*pSource, format, dwTime).Luma(format, 0, 0), nLuma);
+        dwTime += 40;
+    }
+}
+
+// Footage of 25 frames a second drawn at the times a stream delivers: at 30 frames a
+// second some frames come twice, at 10 some never come, and the file starts over at its
+// end. The clock starts at the first frame asked for, across the tick count's wrap.
+TEST(FrameSources, FootageRunsAtItsOwnRateAgainstTheCaptureClock)
+{
+    CY4mFile footage(4, 2, 4, 40, true);
+    const tag_FRAMEFORMAT format{4, 2, DRIVER_STANDARD_NTSC};
+    struct {
+        DWORD dwFirst;
+        DWORD dwStep;
+        std::vector<int> frames;
+    } const cases[] = {
+        {5000, 0, {0, 0, 0}},
+        {5000, 1000 / 30 + 1, {0, 0, 1, 2, 3, 0, 1, 1}},
+        {0xFFFFFFF0u, 100, {0, 2, 1, 3, 2}},
+        {7, 40, {0, 1, 2, 3, 0, 1}},
+    };
+    for (const auto& c : cases) {
+        auto pSource = CreateFrameSource({SOURCE_Y4MFILE, 0, footage.GetPath()});
+        ASSERT_NE(pSource, nullptr);
+        DWORD dwTime = c.dwFirst;
+        for (std::size_t i = 0; i < c.frames.size(); ++i) {
+            EXPECT_EQ(Draw(*pSource, format, dwTime).Luma(format, 0, 0), 40 + 10 * c.frames[i])
+                << "step " << c.dwStep << " frame " << i;
+            dwTime += c.dwStep;
+        }
+    }
+    // A rate of 30000/1001: frame 1 is due 33.37 ms after frame 0, so not at 33 ms.
+    const std::string strHeader = "YUV4MPEG2 W4 H2 F30000:1001\n";
+    std::string strContent = strHeader;
+    for (char chLuma : {'\x10', '\x20'})
+        strContent += "FRAME\n" + std::string(8, chLuma) + std::string(4, '\x80');
+    const std::string strPath = WriteFile("ntsc.y4m", strContent);
+    auto pNtsc = CreateFrameSource({SOURCE_Y4MFILE, 0, strPath});
+    ASSERT_NE(pNtsc, nullptr);
+    EXPECT_EQ(Draw(*pNtsc, format, 100).Luma(format, 0, 0), 0x10);
+    EXPECT_EQ(Draw(*pNtsc, format, 133).Luma(format, 0, 0), 0x10);
+    EXPECT_EQ(Draw(*pNtsc, format, 134).Luma(format, 0, 0), 0x20);
+    std::filesystem::remove(strPath);
 }
 
 // Raw UYVY footage of 8 x 4: frame f holds byte i as f * 64 + i % 64.
@@ -269,13 +320,16 @@ TEST(FrameSources, RawUyvyFramesAreDeliveredLoopedAndScaled)
     auto pSource = CreateFrameSource({SOURCE_UYVYFILE, 0, strPath, kWidth, kHeight});
     ASSERT_NE(pSource, nullptr);
     const tag_FRAMEFORMAT same{kWidth, kHeight, DRIVER_STANDARD_NTSC};
+    // Raw footage runs at 25 frames a second unless told otherwise.
+    DWORD dwTime = 0;
     for (int f : {0, 1, 0}) {
-        const tag_GUARDEDFRAME frame = Draw(*pSource, same, 0);
+        const tag_GUARDEDFRAME frame = Draw(*pSource, same, dwTime);
+        dwTime += 40;
         for (int i = 0; i < kFrameBytes; ++i)
             ASSERT_EQ(frame.data[i], f * 64 + i % 64) << "frame " << f << " byte " << i;
     }
     const tag_FRAMEFORMAT doubled{2 * kWidth, 2 * kHeight, DRIVER_STANDARD_NTSC};
-    const tag_GUARDEDFRAME large = Draw(*pSource, doubled, 0);
+    const tag_GUARDEDFRAME large = Draw(*pSource, doubled, dwTime);
     for (int y = 0; y < 2 * kHeight; ++y) {
         for (int x = 0; x < 2 * kWidth; ++x) {
             const int nSource = (y / 2 * kWidth + x / 2) * 2;

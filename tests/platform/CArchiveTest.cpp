@@ -129,10 +129,12 @@ TEST_F(CArchiveTest, StringLengthTakesOneThreeOrSevenBytes)
 TEST_F(CArchiveTest, NumbersAreLittleEndianInTheirWidths)
 {
     Bytes aBytes = Store([](CArchive& ar) {
-        ar << BYTE{0xAB} << WORD{0x1234} << LONG{-2} << DWORD{0xA1B2C3D4} << 7 << 1.5f;
+        ar << BYTE{0xAB} << WORD{0x1234} << LONG{-2} << DWORD{0xA1B2C3D4} << 7 << 1.5f << 'z' << short{-3}
+           << -5L << 0x01020304UL << -2.5;
     });
-    Bytes aExpected = {0xAB, 0x34, 0x12, 0xFE, 0xFF, 0xFF, 0xFF, 0xD4, 0xC3, 0xB2, 0xA1,
-                       0x07, 0x00, 0x00, 0x00, 0x00, 0x00, 0xC0, 0x3F};
+    Bytes aExpected = {0xAB, 0x34, 0x12, 0xFE, 0xFF, 0xFF, 0xFF, 0xD4, 0xC3, 0xB2, 0xA1, 0x07, 0x00,
+                       0x00, 0x00, 0x00, 0x00, 0xC0, 0x3F, 0x7A, 0xFD, 0xFF, 0xFB, 0xFF, 0xFF, 0xFF,
+                       0x04, 0x03, 0x02, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 0xC0};
     EXPECT_EQ(aBytes, aExpected);
 
     CFile file;
@@ -144,13 +146,23 @@ TEST_F(CArchiveTest, NumbersAreLittleEndianInTheirWidths)
     DWORD dw = 0;
     int n = 0;
     float f = 0;
-    ar >> by >> w >> l >> dw >> n >> f;
+    char ch = 0;
+    short sh = 0;
+    long lLong = 0;
+    unsigned long dwLong = 0;
+    double d = 0;
+    ar >> by >> w >> l >> dw >> n >> f >> ch >> sh >> lLong >> dwLong >> d;
     EXPECT_EQ(by, 0xAB);
     EXPECT_EQ(w, 0x1234);
     EXPECT_EQ(l, -2);
     EXPECT_EQ(dw, 0xA1B2C3D4u);
     EXPECT_EQ(n, 7);
     EXPECT_EQ(f, 1.5f);
+    EXPECT_EQ(ch, 'z');
+    EXPECT_EQ(sh, -3);
+    EXPECT_EQ(lLong, -5L);
+    EXPECT_EQ(dwLong, 0x01020304UL);
+    EXPECT_EQ(d, -2.5);
 }
 
 TEST_F(CArchiveTest, CountsTakeTwoBytesOrAnEscapeAndFour)
@@ -201,13 +213,14 @@ TEST_F(CArchiveTest, DataLongerThanTheBufferSurvivesTheRoundTrip)
 TEST_F(CArchiveTest, FieldsThatStraddleASmallCallersBufferArriveWhole)
 {
     BYTE aStoreBuffer[16];
-    // The archive is never closed: the last fields reach the file only through its destructor.
+    // The archive is never closed: the last byte reaches the file only through its destructor.
     {
         CFile file;
         ASSERT_TRUE(file.Open(Path().c_str(), CFile::modeCreate | CFile::modeWrite));
         CArchive ar(&file, CArchive::store, sizeof(aStoreBuffer), aStoreBuffer);
         for (DWORD i = 0; i < 50; ++i)
             ar << static_cast<BYTE>(i) << (i * 0x01010101u) << CString(std::string(i, 'a'));
+        ar << BYTE{0x5A};
     }
     BYTE aLoadBuffer[16];
     CFile file;
@@ -223,7 +236,18 @@ TEST_F(CArchiveTest, FieldsThatStraddleASmallCallersBufferArriveWhole)
         ASSERT_EQ(strText.GetLength(), static_cast<int>(i));
     }
     BYTE by = 0;
+    ar >> by;
+    EXPECT_EQ(by, 0x5A);
     EXPECT_EQ(CatchCause<CArchiveException>([&] { ar >> by; }), CArchiveException::endOfFile);
+}
+
+TEST_F(CArchiveTest, AnArchiveToldNotToFlushOnDeleteDropsWhatItBuffered)
+{
+    Bytes aBytes = Store([](CArchive& ar) {
+        CArchive dropping(ar.GetFile(), CArchive::store | CArchive::bNoFlushOnDelete);
+        dropping << DWORD{1};
+    });
+    EXPECT_TRUE(aBytes.empty());
 }
 
 TEST_F(CArchiveTest, AShortReadOfANumberOrStringThrowsEndOfFile)
@@ -247,7 +271,9 @@ TEST_F(CArchiveTest, AShortReadOfANumberOrStringThrowsEndOfFile)
     EXPECT_STREQ(strText, "kept");
 }
 
-TEST_F(CArchiveTest, RawReadGivesFewerBytesAndFlushReturnsTheUnreadOnes)
+// Flush and Close hand the file back at the first byte not yet read, so that the
+// file, or the same archive, goes on from there.
+TEST_F(CArchiveTest, FlushReturnsTheUnreadBytesAndRawReadGivesFewerAtTheEnd)
 {
     WriteBytes({1, 2, 3, 4, 5, 6});
     CFile file;
@@ -256,15 +282,20 @@ TEST_F(CArchiveTest, RawReadGivesFewerBytesAndFlushReturnsTheUnreadOnes)
         CArchive ar(&file, CArchive::load);
         BYTE by = 0;
         ar >> by;
+        ar.Flush();
+        EXPECT_EQ(file.GetPosition(), 1u);
+        ar >> by;
+        EXPECT_EQ(by, 2);
+        ar >> by >> by >> by;
         ar.Close();
     }
-    EXPECT_EQ(file.GetPosition(), 1u);
+    EXPECT_EQ(file.GetPosition(), 5u);
     CArchive ar(&file, CArchive::load);
     BYTE aBytes[10] = {};
-    EXPECT_EQ(ar.Read(aBytes, sizeof(aBytes)), 5u);
-    EXPECT_EQ(aBytes[0], 2);
-    EXPECT_EQ(ar.Read(aBytes, sizeof(aBytes)), 0u);
     EXPECT_EQ(ar.Read(nullptr, 4), 0u);
+    EXPECT_EQ(ar.Read(aBytes, sizeof(aBytes)), 1u);
+    EXPECT_EQ(aBytes[0], 6);
+    EXPECT_EQ(ar.Read(aBytes, sizeof(aBytes)), 0u);
 }
 
 TEST_F(CArchiveTest, WrongDirectionsAndAMissingFileThrowInsteadOfCrashing)
@@ -274,6 +305,7 @@ TEST_F(CArchiveTest, WrongDirectionsAndAMissingFileThrowInsteadOfCrashing)
     CArchive storing(&file, CArchive::store);
     DWORD dw = 0;
     EXPECT_EQ(CatchCause<CArchiveException>([&] { storing >> dw; }), CArchiveException::writeOnly);
+    EXPECT_EQ(CatchCause<CArchiveException>([&] { storing.Read(&dw, 4); }), CArchiveException::writeOnly);
     EXPECT_EQ(CatchCause<CArchiveException>([&] { storing.Write(nullptr, 3); }), CArchiveException::generic);
     EXPECT_TRUE(storing.IsStoring());
 

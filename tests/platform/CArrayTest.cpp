@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <vector>
 
 namespace {
@@ -227,14 +226,6 @@ TEST(CArrayArchive, HugeCountsWithoutDataCostNoMemoryAndNeverCrash)
               CArchiveException::badIndex);
     EXPECT_EQ(CatchCause<CArchiveException>([&] { LoadFromBytes(loaded, CountBytes({0x05})); }),
               CArchiveException::endOfFile);
-}
-
-TEST(CDWordArrayClass, IsCreatableByName)
-{
-    std::unique_ptr<CObject> pObject(CRuntimeClass::CreateObject("CDWordArray"));
-    ASSERT_NE(pObject, nullptr);
-    EXPECT_TRUE(pObject->IsKindOf(RUNTIME_CLASS(CDWordArray)));
-    EXPECT_EQ(static_cast<CDWordArray*>(pObject.get())->GetSize(), 0);
 }
 
 } // namespace

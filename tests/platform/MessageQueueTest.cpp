@@ -44,6 +44,7 @@ TEST(MessageQueueTest, FiltersTakeMatchingMessagesAndLeaveTheRestInOrder)
     EXPECT_EQ(msg.hwnd, nullptr);
     EXPECT_FALSE(PeekMessage(&msg, kThreadOnly, 0, 0, PM_REMOVE));
     EXPECT_FALSE(PeekMessage(&msg, first.m_hWnd, WM_TEST_C, WM_USER + 100, PM_REMOVE));
+    EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, WM_TEST_A - 1, PM_REMOVE)) << "a filter from 0";
 
     std::vector<MSG> rest = TakeQueuedMessages();
     ASSERT_EQ(rest.size(), 2u);
@@ -64,6 +65,7 @@ TEST(MessageQueueTest, NoRemoveLeavesTheMessageAndDispatchReturnsTheProceduresRe
     EXPECT_EQ(msg.lParam, 12);
     EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
     EXPECT_EQ(DispatchMessage(&msg), 42);
+    EXPECT_EQ(DispatchMessage(nullptr), 0);
     EXPECT_EQ(NumbersOf(wnd.m_received), (std::vector<UINT>{WM_TEST_A}));
 }
 
@@ -124,32 +126,42 @@ TEST(MessageQueueTest, SentMessagesAreServedBeforeQueuedOnes)
     EXPECT_EQ(NumbersOf(wnd.m_received), (std::vector<UINT>{WM_TEST_B}));
 }
 
+// Waits of objects make no queue; the first message call does, even one that fails,
+// such as a timer for no window.
 TEST(MessageQueueTest, PostThreadMessageFailsUntilTheTargetHasAQueue)
 {
     HANDLE hIdKnown = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     HANDLE hMayMakeQueue = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    HANDLE hQueueMade = CreateEvent(nullptr, TRUE, FALSE, nullptr);
+    HANDLE hPosted = CreateEvent(nullptr, TRUE, FALSE, nullptr);
     DWORD dwTarget = 0;
     MSG received{};
     std::thread target([&] {
         dwTarget = GetCurrentThreadId();
         SetEvent(hIdKnown);
         WaitForSingleObject(hMayMakeQueue, INFINITE);
+        SetTimer(nullptr, 1, 10, nullptr);
+        SetEvent(hQueueMade);
+        WaitForSingleObject(hPosted, INFINITE);
         GetMessage(&received, nullptr, 0, 0);
     });
     WaitForSingleObject(hIdKnown, INFINITE);
     EXPECT_FALSE(PostThreadMessage(dwTarget, WM_TEST_A, 1, 0));
-
     SetEvent(hMayMakeQueue);
-    // The sender retries, as the library's own threads do, until the queue exists.
-    while (!PostThreadMessage(dwTarget, WM_TEST_A, 2, 0))
+    WaitForSingleObject(hQueueMade, INFINITE);
+    const BOOL bPosted = PostThreadMessage(dwTarget, WM_TEST_A, 2, 0);
+    SetEvent(hPosted);
+    EXPECT_TRUE(bPosted);
+    // Without its queue the thread makes one in GetMessage: let it end all the same.
+    while (!bPosted && !PostThreadMessage(dwTarget, WM_TEST_A, 2, 0))
         std::this_thread::yield();
     target.join();
     EXPECT_EQ(received.message, WM_TEST_A);
     EXPECT_EQ(received.wParam, 2u);
     EXPECT_FALSE(PostThreadMessage(dwTarget, WM_TEST_A, 3, 0)) << "the thread has ended";
     EXPECT_FALSE(PostThreadMessage(0, WM_TEST_A, 3, 0));
-    CloseHandle(hIdKnown);
-    CloseHandle(hMayMakeQueue);
+    for (HANDLE hEvent : {hIdKnown, hMayMakeQueue, hQueueMade, hPosted})
+        CloseHandle(hEvent);
 }
 
 TEST(MessageQueueTest, DestroyedWindowLosesItsQueuedMessagesAndRefusesNewOnes)
@@ -167,6 +179,7 @@ TEST(MessageQueueTest, DestroyedWindowLosesItsQueuedMessagesAndRefusesNewOnes)
     EXPECT_FALSE(PostMessage(hGone, WM_TEST_A, 0, 0));
     EXPECT_EQ(SendMessage(hGone, WM_TEST_A, 1, 1), 0);
     EXPECT_EQ(CWnd::FromHandle(hGone), nullptr);
+    EXPECT_EQ(GetWindowThreadProcessId(hGone, nullptr), 0u);
     std::vector<MSG> rest = TakeQueuedMessages();
     ASSERT_EQ(rest.size(), 1u);
     EXPECT_EQ(rest[0].hwnd, keep.m_hWnd);

@@ -73,6 +73,19 @@ protected:
     }
 };
 
+// The platform's lock is let go before a procedure runs, so that a handler may use
+// the message calls itself.
+TEST(SendMessageTest, AHandlerOfADispatchedMessageMaySendInTurn)
+{
+    CPingWnd wnd;
+    wnd.m_hPeer = wnd.m_hWnd;
+    ASSERT_TRUE(PostMessage(wnd.m_hWnd, WM_PING, 5, 0));
+    MSG msg;
+    ASSERT_TRUE(PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_EQ(DispatchMessage(&msg), 7);
+    EXPECT_EQ(wnd.m_nPongs, 1);
+}
+
 TEST(SendMessageTest, TwoThreadsSendingToEachOtherAtOnceBothGetTheirAnswers)
 {
     constexpr int kRounds = 2000;

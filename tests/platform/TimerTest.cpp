@@ -40,6 +40,15 @@ TEST_F(TimerTest, TicksWhenThePeriodHasPassedByTheTestClock)
     EXPECT_EQ(msg.time, 1000u + kPeriod);
     m_clock.Advance(kPeriod);
     EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 1);
+
+    // Periods below 10 ms are raised to 10.
+    SetTimer(m_wnd.m_hWnd, kTimerId, 1, nullptr);
+    m_clock.Advance(9);
+    EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 0);
+    m_clock.Advance(1);
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_TIMER), WAIT_OBJECT_0) << "due now";
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_POSTMESSAGE), WAIT_TIMEOUT) << "not asked for";
+    EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 1);
 }
 
 TEST_F(TimerTest, AStalledLoopGetsOneTickAndThePeriodRestartsFromIt)
@@ -69,13 +78,20 @@ TEST_F(TimerTest, QueuedMessagesComeBeforeTheTickAndNoRemoveLeavesIt)
     EXPECT_EQ(messages[2].message, WM_TIMER);
 }
 
-TEST_F(TimerTest, KillTimerWithATickPendingDropsTheTick)
+TEST_F(TimerTest, KillTimerWithATickPendingDropsTheTickOfThatTimerAlone)
 {
+    CRecordingWnd other;
     SetTimer(m_wnd.m_hWnd, kTimerId, kPeriod, nullptr);
+    SetTimer(m_wnd.m_hWnd, kTimerId + 1, kPeriod, nullptr);
+    SetTimer(other.m_hWnd, kTimerId, kPeriod, nullptr);
+    EXPECT_EQ(SetTimer(m_wnd.m_hWnd, 0, kPeriod, nullptr), 0u) << "id 0 is no timer";
     m_clock.Advance(kPeriod * 3);
     EXPECT_TRUE(KillTimer(m_wnd.m_hWnd, kTimerId));
-    EXPECT_EQ(CountTicks(m_wnd.m_hWnd, kTimerId), 0);
     EXPECT_FALSE(KillTimer(m_wnd.m_hWnd, kTimerId));
+    std::vector<MSG> ticks = TakeQueuedMessages(m_wnd.m_hWnd);
+    ASSERT_EQ(ticks.size(), 1u);
+    EXPECT_EQ(ticks[0].wParam, kTimerId + 1);
+    EXPECT_EQ(CountTicks(other.m_hWnd, kTimerId), 1);
 }
 
 TEST_F(TimerTest, SetTimerAgainRestartsThePeriodAndDestroyingTheWindowEndsIt)
@@ -150,6 +166,8 @@ TEST(RealClockTimerTest, TicksByTheRealClockWithoutATestClock)
     ASSERT_EQ(GetMessage(&msg, nullptr, 0, 0), TRUE);
     EXPECT_EQ(msg.message, WM_TIMER);
     EXPECT_GE(GetTickCount() - dwStart, 10u);
+    // A wait for queue input wakes by itself for the next tick.
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, INFINITE, QS_TIMER), WAIT_OBJECT_0);
 }
 
 } // namespace

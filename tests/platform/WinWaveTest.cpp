@@ -2,6 +2,7 @@
 // clock, notices to the owner window, resets that return every buffer, the device list
 // and format query, WAVE files as input, and ALSA's null device where ALSA is built in.
 #include "PlatformTestWindows.h"
+#include "platform/FileTestSupport.h"
 #include "platform/CVirtualWave.h"
 #include "platform/TickClock.h"
 #include "platform/WinWave.h"
@@ -12,7 +13,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -312,10 +312,44 @@ TEST(WaveFile, ParsesPcmAmongOtherChunksAndRefusesWhatItCantPlay)
     }
 }
 
+// A device's notices are posted input: a wait for posted messages wakes for them, a
+// wait for timers does not, and a thread blocked in GetMessage gets them when they fall due.
+TEST_F(WaveDeviceTest, NoticesWakeWaitsForPostedInput)
+{
+    std::vector<tag_BUFFER> buffers = MakeBuffers(2, 1600);
+    HWAVEOUT hOut = nullptr;
+    ASSERT_EQ(waveOutOpen(&hOut, 0, &kSpeechFormat, reinterpret_cast<DWORD_PTR>(m_wnd.m_hWnd), 0, CALLBACK_WINDOW),
+              MMSYSERR_NOERROR);
+    waveOutPrepareHeader(hOut, &buffers[0].hdr, sizeof(WAVEHDR));
+    waveOutWrite(hOut, &buffers[0].hdr, sizeof(WAVEHDR));
+    m_clock.Advance(100);
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_TIMER), WAIT_TIMEOUT);
+    EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLPOSTMESSAGE), WAIT_OBJECT_0);
+    EXPECT_EQ(Notices(MM_WOM_DONE).size(), 1u);
+    EXPECT_EQ(waveOutClose(hOut), MMSYSERR_NOERROR);
+
+    CWindowThread owner;
+    ASSERT_EQ(waveOutOpen(&hOut, 0, &kSpeechFormat, reinterpret_cast<DWORD_PTR>(owner.m_hWnd), 0, CALLBACK_WINDOW),
+              MMSYSERR_NOERROR);
+    waveOutPrepareHeader(hOut, &buffers[1].hdr, sizeof(WAVEHDR));
+    waveOutWrite(hOut, &buffers[1].hdr, sizeof(WAVEHDR));
+    ASSERT_TRUE(CTestClock::WaitForIdleThreads(1));
+    m_clock.Advance(100);
+    ASSERT_TRUE(CTestClock::WaitForIdleThreads(1));
+    owner.Stop();
+    EXPECT_EQ(waveOutClose(hOut), MMSYSERR_NOERROR);
+    std::size_t nDone = 0;
+    for (const MSG& msg : owner.m_received)
+        nDone += msg.message == MM_WOM_DONE ? 1 : 0;
+    EXPECT_EQ(nDone, 1u);
+}
+
 TEST_F(WaveDeviceTest, InputPlaysAWaveFileInALoopAndAFileThatCantBeReadFailsTheOpen)
 {
     const std::vector<short> samples = {100, -200, 300, -400, 500};
-    const std::string strFile = (std::filesystem::temp_directory_path() / "zndvr-wave-input.wav").string();
+    // A directory of this test's own: suites of other builds run beside this one.
+    ScopedTempDir dir;
+    const std::string strFile = dir / "input.wav";
     std::vector<BYTE> image = WaveImage(kSpeechFormat, samples);
     std::FILE* pFile = std::fopen(strFile.c_str(), "wb");
     ASSERT_NE(pFile, nullptr);
@@ -347,7 +381,6 @@ TEST_F(WaveDeviceTest, InputPlaysAWaveFileInALoopAndAFileThatCantBeReadFailsTheO
         EXPECT_EQ(buffers[0].data[2 * n + 1], buffers[0].data[2 * n]) << n;
     }
     EXPECT_EQ(waveInClose(hIn), MMSYSERR_NOERROR);
-    std::filesystem::remove(strFile);
 }
 
 // ALSA's null device records silence and swallows what it plays, at the pace of the

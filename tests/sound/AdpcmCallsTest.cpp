@@ -7,9 +7,30 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <new>
 #include <memory>
 #include <random>
 #include <vector>
+
+namespace {
+
+// While set, the nothrow array allocations of this program fail, so that a test sees
+// what an object does without its buffer.
+std::atomic<bool> g_bRefuseArrays{false};
+
+} // namespace
+
+void* operator new[](std::size_t nSize, const std::nothrow_t&) noexcept
+{
+    if (g_bRefuseArrays.load())
+        return nullptr;
+    try {
+        return ::operator new[](nSize);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 
 namespace {
 
@@ -111,20 +132,24 @@ TEST(AdpcmPacking, DecoderUnpacksCodesFromTheLowBitUpward)
     EXPECT_EQ(DecodeAll(*pDecoder, PackByLayout(codes)), expected);
 }
 
-TEST(AdpcmCalls, BoardBlockIsExactly960SamplesAnd360Bytes)
+// A board block and the limit of one call: exactly 3 bytes for 8 samples and back,
+// nothing written past them.
+TEST(AdpcmCalls, WholeGroupsUpToTheLimitFillExactlyTheirLength)
 {
-    std::vector<short> pcm = adpcm_signals::SpeechLike(960, 4);
-    auto pEncoder = MakeCodec(CAdpcm::kModeEncoder);
-    auto code = Guarded<BYTE>(360, kGuardByte);
-    ASSERT_EQ(pEncoder->Encode(pcm.data(), code.data(), 960, 0), 1);
-    EXPECT_TRUE(GuardIntact(code, 360, kGuardByte));
-    EXPECT_TRUE(std::any_of(code.begin(), code.begin() + 360, [](BYTE b) { return b != 0; }));
+    for (int nSamples : {960, CAdpcm::kMaxSamples}) {
+        const int nBytes = CodeBytesOf(nSamples);
+        std::vector<short> pcm = adpcm_signals::SpeechLike(nSamples, 4);
+        auto pEncoder = MakeCodec(CAdpcm::kModeEncoder);
+        auto code = Guarded<BYTE>(static_cast<std::size_t>(nBytes), kGuardByte);
+        ASSERT_EQ(pEncoder->Encode(pcm.data(), code.data(), nSamples, 0), 1);
+        EXPECT_TRUE(GuardIntact(code, static_cast<std::size_t>(nBytes), kGuardByte)) << nSamples;
 
-    auto pDecoder = MakeCodec(CAdpcm::kModeDecoder);
-    auto decoded = Guarded<short>(960, kGuardSample);
-    ASSERT_EQ(pDecoder->Decode(code.data(), decoded.data(), 360, 0), 1);
-    EXPECT_TRUE(GuardIntact(decoded, 960, kGuardSample));
-    EXPECT_GT(adpcm_signals::SnrDb(pcm, std::span<const short>(decoded.data(), 960)), 10.0);
+        auto pDecoder = MakeCodec(CAdpcm::kModeDecoder);
+        auto decoded = Guarded<short>(static_cast<std::size_t>(nSamples), kGuardSample);
+        ASSERT_EQ(pDecoder->Decode(code.data(), decoded.data(), nBytes, 0), 1);
+        EXPECT_TRUE(GuardIntact(decoded, static_cast<std::size_t>(nSamples), kGuardSample)) << nSamples;
+        EXPECT_GT(adpcm_signals::SnrDb(pcm, std::span<const short>(decoded.data(), pcm.size())), 10.0);
+    }
 }
 
 TEST(AdpcmCalls, ZeroLengthSucceedsAndWritesNothing)
@@ -141,20 +166,6 @@ TEST(AdpcmCalls, ZeroLengthSucceedsAndWritesNothing)
     EXPECT_EQ(pDecoder->Decode(code.data(), pcm.data(), 0, 0), 1);
     EXPECT_EQ(pDecoder->Decode(nullptr, nullptr, 0, 0), 1);
     EXPECT_TRUE(GuardIntact(pcm, 0, kGuardSample));
-}
-
-TEST(AdpcmCalls, TheLimitOfOneCallIsAccepted)
-{
-    std::vector<short> pcm = adpcm_signals::SpeechLike(CAdpcm::kMaxSamples, 5);
-    auto pEncoder = MakeCodec(CAdpcm::kModeEncoder);
-    auto code = Guarded<BYTE>(CAdpcm::kMaxCodeBytes, kGuardByte);
-    ASSERT_EQ(pEncoder->Encode(pcm.data(), code.data(), CAdpcm::kMaxSamples, 0), 1);
-    EXPECT_TRUE(GuardIntact(code, CAdpcm::kMaxCodeBytes, kGuardByte));
-
-    auto pDecoder = MakeCodec(CAdpcm::kModeDecoder);
-    auto decoded = Guarded<short>(CAdpcm::kMaxSamples, kGuardSample);
-    ASSERT_EQ(pDecoder->Decode(code.data(), decoded.data(), CAdpcm::kMaxCodeBytes, 0), 1);
-    EXPECT_TRUE(GuardIntact(decoded, CAdpcm::kMaxSamples, kGuardSample));
 }
 
 // A refused call must write nothing and leave the predictor where it was: the stream
@@ -250,6 +261,8 @@ TEST(AdpcmInit, SecondInitInTheSameDirectionKeepsThePredictor)
     EXPECT_EQ(DecodeAll(*pDecoder, codeTail), decodedTail);
 }
 
+// Never initialised, an unknown direction, or a buffer that couldn't be allocated:
+// the object codes nothing, and a later Init can still make it.
 TEST(AdpcmInit, ObjectWithoutDirectionRefusesEverything)
 {
     std::vector<short> pcm(8, 1000);
@@ -264,8 +277,17 @@ TEST(AdpcmInit, ObjectWithoutDirectionRefusesEverything)
     EXPECT_EQ(unknownDirection.Init(-1), 0);
     EXPECT_EQ(unknownDirection.Encode(pcm.data(), code.data(), 8, 0), 0);
     EXPECT_EQ(unknownDirection.Decode(code.data(), pcm.data(), 3, 0), 0);
+
+    CAdpcm unallocated;
+    g_bRefuseArrays = true;
+    const int nRefused = unallocated.Init(CAdpcm::kModeEncoder);
+    g_bRefuseArrays = false;
+    EXPECT_EQ(nRefused, 0);
+    EXPECT_EQ(unallocated.Encode(pcm.data(), code.data(), 8, 0), 0);
     EXPECT_EQ(code, std::vector<BYTE>(3, kGuardByte));
     EXPECT_EQ(pcm, std::vector<short>(8, 1000));
+    EXPECT_EQ(unallocated.Init(CAdpcm::kModeEncoder), 1);
+    EXPECT_EQ(unallocated.Encode(pcm.data(), code.data(), 8, 0), 1);
 }
 
 // Cuts a length into pieces of whole groups: single groups, board blocks and random sizes.

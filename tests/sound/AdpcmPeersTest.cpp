@@ -46,57 +46,114 @@ std::vector<short> DecodeStream(const std::vector<BYTE>& code)
     return pcm;
 }
 
-// Codes unpacked from the low bit upward, the first sample in the lowest bits.
-std::vector<unsigned> UnpackCodes(const std::vector<BYTE>& code)
+// A state anywhere in the ranges the coder keeps its delayed variables in, most of which
+// a test signal reaches seldom or never: the scale factors at their limits with a tone
+// detected, pole coefficients on the edges of the stability triangle.
+tag_G72XSTATE RandomState(std::mt19937& generator)
 {
-    std::vector<unsigned> codes;
-    unsigned dwBits = 0;
-    int nBits = 0;
-    for (BYTE byte : code) {
-        dwBits |= static_cast<unsigned>(byte) << nBits;
-        for (nBits += 8; nBits >= 3; nBits -= 3) {
-            codes.push_back(dwBits & 7);
-            dwBits >>= 3;
+    // One draw in eight takes an end of the range.
+    auto draw = [&generator](int nLow, int nHigh) {
+        switch (generator() % 16) {
+        case 0:
+            return nLow;
+        case 1:
+            return nHigh;
+        default:
+            return nLow + static_cast<int>(generator() % static_cast<unsigned>(nHigh - nLow + 1));
         }
+    };
+    auto floating = [&draw] {
+        int nExp = draw(0, 15);
+        return static_cast<std::int16_t>((nExp << 6) + (nExp == 0 ? 32 : draw(32, 63)) - draw(0, 1) * 1024);
+    };
+    tag_G72XSTATE state{};
+    state.yl = draw(544 << 6, 5120 << 6);
+    state.yu = static_cast<std::int16_t>(draw(544, 5120));
+    state.dms = static_cast<std::int16_t>(draw(0, 3584));
+    state.dml = static_cast<std::int16_t>(draw(0, 14336));
+    state.ap = static_cast<std::int16_t>(draw(0, 512));
+    state.a[1] = static_cast<std::int16_t>(draw(-12288, 12288));
+    state.a[0] = static_cast<std::int16_t>(draw(-(15360 - state.a[1]), 15360 - state.a[1]));
+    for (std::int16_t& b : state.b)
+        b = static_cast<std::int16_t>(draw(-32768, 32767));
+    for (std::int16_t& pk : state.pk)
+        pk = static_cast<std::int16_t>(draw(0, 1));
+    for (std::int16_t& dq : state.dq)
+        dq = floating();
+    for (std::int16_t& sr : state.sr)
+        sr = floating();
+    state.td = static_cast<BYTE>(draw(0, 1));
+    return state;
+}
+
+// The block coder's bit fields as the library's fields: two's complement of their
+// width, and floating forms with the sign bit 10 turned into the offset of -1024.
+void LoadBlockCoder(CG726BlockCoder& coder, const tag_G72XSTATE& state)
+{
+    auto floating = [](std::int16_t value) { return static_cast<unsigned>(value) & 0x7FF; };
+    coder.m_YL = static_cast<unsigned>(state.yl);
+    coder.m_YU = static_cast<unsigned>(state.yu);
+    coder.m_DMS = static_cast<unsigned>(state.dms);
+    coder.m_DML = static_cast<unsigned>(state.dml);
+    coder.m_AP = static_cast<unsigned>(state.ap);
+    coder.m_A1 = static_cast<std::uint16_t>(state.a[0]);
+    coder.m_A2 = static_cast<std::uint16_t>(state.a[1]);
+    for (int n = 0; n < 6; ++n) {
+        coder.m_B[n] = static_cast<std::uint16_t>(state.b[n]);
+        coder.m_DQ[n] = floating(state.dq[n]);
     }
-    return codes;
+    coder.m_SR1 = floating(state.sr[0]);
+    coder.m_SR2 = floating(state.sr[1]);
+    coder.m_PK1 = static_cast<unsigned>(state.pk[0]);
+    coder.m_PK2 = static_cast<unsigned>(state.pk[1]);
+    coder.m_TD = state.td;
 }
 
-// Speech, a loud sweep and loud noise: together they reach the limits of the scale
-// factor and of the pole coefficients, the tone detector and transitions.
-std::vector<short> DemandingSignal()
+tag_G72XSTATE StateOf(const CG726BlockCoder& coder)
 {
-    std::vector<short> pcm = adpcm_signals::SpeechLike(2 * CAdpcm::kMaxSamples, 41);
-    auto append = [&pcm](const std::vector<short>& part) { pcm.insert(pcm.end(), part.begin(), part.end()); };
-    append(adpcm_signals::SineSweep(CAdpcm::kMaxSamples, 50.0, 3950.0, 32000.0));
-    append(adpcm_signals::Noise(CAdpcm::kMaxSamples, 9000.0, 42));
-    return pcm;
+    auto floating = [](unsigned value) { return static_cast<std::int16_t>((value & 0x3FF) - (value >> 10) * 1024); };
+    tag_G72XSTATE state{};
+    state.yl = static_cast<std::int32_t>(coder.m_YL);
+    state.yu = static_cast<std::int16_t>(coder.m_YU);
+    state.dms = static_cast<std::int16_t>(coder.m_DMS);
+    state.dml = static_cast<std::int16_t>(coder.m_DML);
+    state.ap = static_cast<std::int16_t>(coder.m_AP);
+    state.a[0] = static_cast<std::int16_t>(coder.m_A1);
+    state.a[1] = static_cast<std::int16_t>(coder.m_A2);
+    for (int n = 0; n < 6; ++n) {
+        state.b[n] = static_cast<std::int16_t>(coder.m_B[n]);
+        state.dq[n] = floating(coder.m_DQ[n]);
+    }
+    state.sr[0] = floating(coder.m_SR1);
+    state.sr[1] = floating(coder.m_SR2);
+    state.pk[0] = static_cast<std::int16_t>(coder.m_PK1);
+    state.pk[1] = static_cast<std::int16_t>(coder.m_PK2);
+    state.td = static_cast<BYTE>(coder.m_TD);
+    return state;
 }
 
-TEST(AdpcmPeers, BlockDiagramEncoderMakesTheSameStream)
+// One sample from random states: both coders give the same code or sample and move to
+// the same state, field by field.
+TEST(AdpcmPeers, BlockDiagramCoderAgreesFromAnyState)
 {
-    std::vector<short> pcm = DemandingSignal();
-    std::vector<unsigned> codes = UnpackCodes(EncodeStream(pcm));
-    ASSERT_EQ(codes.size(), pcm.size());
-    CG726BlockCoder reference;
-    for (std::size_t n = 0; n < pcm.size(); ++n)
-        ASSERT_EQ(codes[n], reference.Encode(pcm[n])) << "sample " << n;
-}
-
-TEST(AdpcmPeers, BlockDiagramDecoderReadsTheSameSamples)
-{
-    std::vector<BYTE> code = EncodeStream(DemandingSignal());
-    // Random codes too: sequences an encoder never makes, such as the positive zero.
-    std::mt19937 generator(43);
-    for (int n = 0; n < CAdpcm::kMaxCodeBytes; ++n)
-        code.push_back(static_cast<BYTE>(generator()));
-
-    std::vector<short> decoded = DecodeStream(code);
-    std::vector<unsigned> codes = UnpackCodes(code);
-    ASSERT_EQ(codes.size(), decoded.size());
-    CG726BlockCoder reference;
-    for (std::size_t n = 0; n < codes.size(); ++n)
-        ASSERT_EQ(decoded[n], reference.Decode(codes[n])) << "sample " << n;
+    std::mt19937 generator(44);
+    for (int nTrial = 0; nTrial < 200000; ++nTrial) {
+        const tag_G72XSTATE start = RandomState(generator);
+        const auto sample = static_cast<std::int16_t>(generator());
+        const unsigned nCode = generator() % 8;
+        tag_G72XSTATE ours = start;
+        CG726BlockCoder reference;
+        LoadBlockCoder(reference, start);
+        ASSERT_EQ(StateOf(reference), start) << "trial " << nTrial;
+        if (nTrial % 2 == 0) {
+            ASSERT_EQ(static_cast<unsigned>(CAdpcm::EncodeSample(sample, ours)), reference.Encode(sample))
+                << "trial " << nTrial;
+        } else {
+            ASSERT_EQ(CAdpcm::DecodeSample(static_cast<int>(nCode), ours), reference.Decode(nCode))
+                << "trial " << nTrial;
+        }
+        ASSERT_EQ(ours, StateOf(reference)) << "trial " << nTrial;
+    }
 }
 
 bool HaveFfmpeg()

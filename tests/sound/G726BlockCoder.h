@@ -40,6 +40,16 @@ public:
         return Adapt(I & 7);
     }
 
+    // The delayed variables, each in the width the Recommendation gives it; open so
+    // that a test can start both coders from the same state and compare where they end.
+    unsigned m_A1 = 0, m_A2 = 0;
+    unsigned m_B[6] = {};
+    unsigned m_DQ[6] = {32, 32, 32, 32, 32, 32};
+    unsigned m_SR1 = 32, m_SR2 = 32;
+    unsigned m_PK1 = 0, m_PK2 = 0;
+    unsigned m_YU = 544, m_YL = 34816;
+    unsigned m_DMS = 0, m_DML = 0, m_AP = 0, m_TD = 0;
+
 private:
     // FMULT, ACCUM, LIMA and MIX: the signal estimate and the scale factor of a sample.
     void Predict()
@@ -246,13 +256,6 @@ private:
         return A1T;
     }
 
-    unsigned m_A1 = 0, m_A2 = 0;
-    unsigned m_B[6] = {};
-    unsigned m_DQ[6] = {32, 32, 32, 32, 32, 32};
-    unsigned m_SR1 = 32, m_SR2 = 32;
-    unsigned m_PK1 = 0, m_PK2 = 0;
-    unsigned m_YU = 544, m_YL = 34816;
-    unsigned m_DMS = 0, m_DML = 0, m_AP = 0, m_TD = 0;
     // Values of the sample in progress.
     unsigned m_SEZ = 0, m_SE = 0, m_Y = 0;
 };
