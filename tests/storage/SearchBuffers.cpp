@@ -5,6 +5,7 @@
 #include "storage/CFileSearchInfo.h"
 #include "storage/CHddObj.h"
 #include "storage/CZnFileInfo.h"
+#include "storage/FlatBuffer.h"
 
 #include <vector>
 
@@ -346,6 +347,32 @@ TEST(DirBufferReaderTest, CutOrUnorderedListingsAreRefused)
         EXPECT_EQ(target.GetDirDate(0, CHddObj::DIR_REMOTE), 7u);
     }
     EXPECT_EQ(target.ReadDirFromBuf(nullptr, 10), 0u);
+}
+
+} // namespace
+
+namespace {
+
+// The cursors under every flat form: nothing is read or written past their size, and a
+// failure sticks, so that one check at the end covers a whole record.
+TEST(FlatCursorTest, NothingPassesTheSizeAndFailuresStick)
+{
+    BYTE bytes[6] = {1, 2, 3, 4, 5, 6};
+    CFlatWriter writer(bytes, 5);
+    writer.Put16(0xA0B0);
+    EXPECT_EQ(writer.GetRemaining(), 3u);
+    writer.Put32(0xFFFFFFFF);
+    EXPECT_TRUE(writer.HasFailed());
+    writer.Put8(0xCC);
+    EXPECT_EQ(writer.GetPosition(), 2u);
+    EXPECT_EQ(std::vector<BYTE>(bytes, bytes + 6), (std::vector<BYTE>{0xB0, 0xA0, 3, 4, 5, 6}));
+
+    CFlatReader reader(bytes, 5);
+    EXPECT_EQ(reader.Get32(), 0x0403A0B0u);
+    EXPECT_EQ(reader.Get16(), 0u);
+    EXPECT_TRUE(reader.IsDamaged());
+    EXPECT_EQ(reader.Get8(), 0);
+    EXPECT_EQ(reader.GetPosition(), 4u);
 }
 
 } // namespace
