@@ -98,12 +98,16 @@ TEST_F(FileSearchTest, DaysAndTimesChooseTheFilesInDiskAndDayOrder)
         {"date goes first", Request(SEARCH_DATE | SEARCH_BEGIN, d7, d9, dwNine), {"d20260308/a.zn", "d20260308/b.zn", "d20260308/c.zn"}},
         {"the moment, both ends count", Request(SEARCH_DATE | SEARCH_MOMENT, dwNine, 0, d8),
          {"d20260308/a.zn", "d20260308/c.zn"}},
+        {"a moment at a file's begin", Request(SEARCH_DATE | SEARCH_MOMENT, dwNine + 3600, 0, d8),
+         {"d20260308/b.zn", "d20260308/c.zn"}},
         {"a moment chooses no day", Request(SEARCH_MOMENT, dwNine), {}},
         {"the day a recording began, not its end",
          Request(SEARCH_DATE | SEARCH_MOMENT, LocalTime(2026, 3, 8, 0, 30), 0, d8), {}},
         {"a span: no file ends before its begin, its last day whole",
          Request(SEARCH_BEGIN, dwNine, LocalTime(2026, 3, 9, 0, 30)),
          {"d20260308/a.zn", "d20260308/b.zn", "d20260309/d.zn", "d20260308/c.zn"}},
+        {"a span from a second after a file's end", Request(SEARCH_BEGIN, dwNine + 1, d8 + 60),
+         {"d20260308/b.zn", "d20260308/c.zn"}},
         {"a span with its end: no file begins after it",
          Request(SEARCH_BEGIN | SEARCH_END, LocalTime(2026, 3, 7, 12), LocalTime(2026, 3, 8, 8)),
          {"d20260307/late.zn", "d20260308/a.zn", "d20260308/c.zn"}},
@@ -138,10 +142,10 @@ TEST_F(FileSearchTest, NamesAndFrameSizeFilterExactly)
         param.strCameraName = "camera";
         param.dwFrameSize = 2;
         EXPECT_EQ(Search(param), (FileList{"d20260308/ours.zn", "d20260308/second.zn"})) << dwFlag;
-        param.strHostName = "Host";
-        param.strBoardName = "board2";
-        param.strCameraName = "camera ";
-        param.dwFrameSize = 4;
+        // Only the field of the flag counts: the others stay those of the first files.
+        (dwFlag == SEARCH_HOST ? param.strHostName : dwFlag == SEARCH_BOARD ? param.strBoardName : param.strCameraName) =
+            dwFlag == SEARCH_HOST ? "Host" : dwFlag == SEARCH_BOARD ? "board2" : "camera ";
+        param.dwFrameSize = dwFlag == SEARCH_FRAMESIZE ? 4 : 2;
         EXPECT_EQ(Search(param), (FileList{"d20260308/theirs.zn"})) << dwFlag;
     }
 
