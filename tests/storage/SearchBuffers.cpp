@@ -250,23 +250,6 @@ TEST(SearchBufferTest, WriterRefusesSmallBuffersAndStringsItCannotCarry)
     EXPECT_EQ(tooLong.WriteToBuf(big.data(), static_cast<DWORD>(big.size()), nStart, nCount), 0u);
 }
 
-TEST(SearchBufferTest, SummaryReaderRefusesLengthsPastTheBuffer)
-{
-    std::unique_ptr<CZnFileInfo> pInfo(MakeSummary(1));
-    std::vector<BYTE> buffer(pInfo->GetSize());
-    pInfo->WriteToBuf(buffer.data(), static_cast<DWORD>(buffer.size()));
-    std::vector<BYTE> hugePath = buffer;
-    hugePath[17 + 4 + 3 + 4 + 2 + 3] = 0xFF;  // top byte of the path's 32-bit length
-    for (std::size_t nSize = 0; nSize <= buffer.size(); ++nSize) {
-        const std::vector<BYTE>& bytes = nSize < buffer.size() ? buffer : hugePath;
-        CZnFileInfo target;
-        target.m_strCameraName = "kept";
-        EXPECT_EQ(target.ReadFromBuf(bytes.data(), static_cast<DWORD>(nSize < buffer.size() ? nSize : bytes.size())),
-                  CZnFileInfo::BUF_ERROR);
-        EXPECT_EQ(target.m_strCameraName, "kept");
-    }
-}
-
 class DirBufferTest : public StorageClockTest {};
 
 TEST_F(DirBufferTest, ListingRoundTripsAndAnEmptyBaseEmptiesTheTarget)
