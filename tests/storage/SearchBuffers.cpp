@@ -180,6 +180,30 @@ TEST(SearchBufferTest, ReadingTakesOnlyTheFieldsTheFlagsName)
     EXPECT_TRUE(target == request);
 }
 
+// The largest start an int can hold, and a page whose records take exactly the bytes that
+// remain, are taken.
+TEST(SearchBufferTest, PagesAtTheirLimitsAreTaken)
+{
+    std::vector<BYTE> lastStart(12, 0);
+    lastStart[4] = lastStart[5] = lastStart[6] = 0xFF;
+    lastStart[7] = 0x7F;
+    CFileSearchInfo target;
+    int nStart = 0;
+    int nCount = 0;
+    ASSERT_EQ(target.ReadFromBuf(lastStart.data(), 12, nStart, nCount), 12u);
+    EXPECT_EQ(nStart, 0x7FFFFFFF);
+
+    CFileSearchInfo emptyRecords;
+    emptyRecords.AddResult(new CZnFileInfo);
+    emptyRecords.AddResult(new CZnFileInfo);
+    nStart = 0;
+    nCount = 2;
+    const std::vector<BYTE> buffer = WritePage(emptyRecords, nStart, nCount);
+    ASSERT_EQ(buffer.size(), 12u + 2 * 37);
+    EXPECT_EQ(target.ReadFromBuf(buffer.data(), static_cast<DWORD>(buffer.size()), nStart, nCount), buffer.size());
+    EXPECT_EQ(target.GetCount(), 2);
+}
+
 // Every cut of a valid buffer, and lengths or counts that claim more than it holds, are
 // refused, and the object keeps its request and results.
 TEST(SearchBufferTest, DamagedBuffersAreRefusedAndChangeNothing)
@@ -205,6 +229,9 @@ TEST(SearchBufferTest, DamagedBuffersAreRefusedAndChangeNothing)
     manyRecords[10] = 0xFF;
     manyRecords[11] = 0x7F;
     damaged.push_back(manyRecords);
+    std::vector<BYTE> startPastInt(12, 0);
+    startPastInt[7] = 0x80;  // nStart 0x80000000, which no int of the caller can hold
+    damaged.push_back(startPastInt);
 
     for (const std::vector<BYTE>& bytes : damaged) {
         SCOPED_TRACE(bytes.size());
