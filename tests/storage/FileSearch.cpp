@@ -82,6 +82,7 @@ TEST_F(FileSearchTest, DaysAndTimesChooseTheFilesInDiskAndDayOrder)
     Put(1, "Local", d8, "a.zn", LocalTime(2026, 3, 8, 8), LocalTime(2026, 3, 8, 9));
     Put(2, "Local", d8, "c.zn", LocalTime(2026, 3, 8, 8), LocalTime(2026, 3, 8, 12));
     Put(1, "Local", d9, "d.zn", LocalTime(2026, 3, 9, 8), LocalTime(2026, 3, 9, 9));
+    Put(1, "Local", LocalDate(2026, 3, 10), "today.zn", LocalTime(2026, 3, 10, 8), LocalTime(2026, 3, 10, 9));
     Put(1, "Local", LocalDate(2026, 3, 11), "tomorrow.zn", LocalTime(2026, 3, 11, 8), LocalTime(2026, 3, 11, 9));
     Put(1, "Remote", d8, "r.zn", LocalTime(2026, 3, 8, 8), LocalTime(2026, 3, 8, 9));
 
@@ -92,7 +93,7 @@ TEST_F(FileSearchTest, DaysAndTimesChooseTheFilesInDiskAndDayOrder)
         FileList expected;
     };
     const Case cases[] = {
-        {"no day chosen", Request(SEARCH_END | SEARCH_MOMENT | SEARCH_HOST, dwNine, dwNine), {}},
+        {"no day chosen", Request(SEARCH_END | SEARCH_MOMENT, dwNine, dwNine), {}},
         {"one day, disks in list order, files by name", Request(SEARCH_DATE, 0, 0, dwNine),
          {"d20260308/a.zn", "d20260308/b.zn", "d20260308/c.zn"}},
         {"date goes first", Request(SEARCH_DATE | SEARCH_BEGIN, d7, d9, dwNine), {"d20260308/a.zn", "d20260308/b.zn", "d20260308/c.zn"}},
@@ -112,7 +113,8 @@ TEST_F(FileSearchTest, DaysAndTimesChooseTheFilesInDiskAndDayOrder)
          Request(SEARCH_BEGIN | SEARCH_END, LocalTime(2026, 3, 7, 12), LocalTime(2026, 3, 8, 8)),
          {"d20260307/late.zn", "d20260308/a.zn", "d20260308/c.zn"}},
         {"a span into the future stops today", Request(SEARCH_BEGIN, d9, LocalTime(2026, 3, 20, 0)),
-         {"d20260309/d.zn"}},
+         {"d20260309/d.zn", "d20260310/today.zn"}},
+        {"a span from the first day", Request(SEARCH_BEGIN, 0, d7 + 60), {"d20260307/late.zn"}},
         {"a span without its end ends at once", Request(SEARCH_BEGIN, d8), {}},
         {"a begin after the end's day", Request(SEARCH_BEGIN, d9, d8), {}},
         {"the Remote tree", Request(SEARCH_DATE | SEARCH_REMOTE, 0, 0, d8), {"d20260308/r.zn"}},
