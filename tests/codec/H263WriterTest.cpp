@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <unistd.h>
 
 using namespace codec_test;
 
@@ -62,7 +64,9 @@ TEST(H263Writer, FFmpegDecodesTheStreamWithinFortyFiveDecibelsOfOurDecoder)
         int nHeight;
         int nQ;
     } rows[] = {{352, 288, 4}, {320, 240, 8}, {640, 240, 12}};
-    const std::string strStream = (std::filesystem::temp_directory_path() / "zndvr-h263-test.h263").string();
+    // A name of this process's own: other test programs may run this test at the same time.
+    const std::string strStream =
+        (std::filesystem::temp_directory_path() / ("zndvr-h263-test-" + std::to_string(getpid()) + ".h263")).string();
     for (const auto& row : rows) {
         SCOPED_TRACE(::testing::Message() << row.nWidth << "x" << row.nHeight);
         CEncoder encoder;

@@ -252,33 +252,29 @@ inline void WriteFileBytes(const std::string& strPath, const std::vector<BYTE>& 
     stream.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(nLength));
 }
 
-inline DWORD GetLe32(const std::vector<BYTE>& bytes, std::size_t nOffset)
+// Little-endian fields of nBytes bytes: read at an offset, appended, or overwritten.
+inline DWORD GetLe(const std::vector<BYTE>& bytes, std::size_t nOffset, int nBytes)
 {
-    return bytes[nOffset] | (bytes[nOffset + 1] << 8) | (bytes[nOffset + 2] << 16) |
-           (static_cast<DWORD>(bytes[nOffset + 3]) << 24);
+    DWORD dwValue = 0;
+    for (int i = nBytes - 1; i >= 0; --i)
+        dwValue = (dwValue << 8) | bytes[nOffset + static_cast<std::size_t>(i)];
+    return dwValue;
 }
-
+inline DWORD GetLe32(const std::vector<BYTE>& bytes, std::size_t nOffset) { return GetLe(bytes, nOffset, 4); }
 inline WORD GetLe16(const std::vector<BYTE>& bytes, std::size_t nOffset)
 {
-    return static_cast<WORD>(bytes[nOffset] | (bytes[nOffset + 1] << 8));
+    return static_cast<WORD>(GetLe(bytes, nOffset, 2));
 }
-
-inline void PutLe16(std::vector<BYTE>& bytes, WORD wValue)
-{
-    bytes.push_back(static_cast<BYTE>(wValue));
-    bytes.push_back(static_cast<BYTE>(wValue >> 8));
-}
-
+inline void PutLe16(std::vector<BYTE>& bytes, WORD wValue) { bytes.insert(bytes.end(), {BYTE(wValue), BYTE(wValue >> 8)}); }
 inline void PutLe32(std::vector<BYTE>& bytes, DWORD dwValue)
 {
     for (int i = 0; i < 4; ++i)
         bytes.push_back(static_cast<BYTE>(dwValue >> (8 * i)));
 }
-
 inline void SetLe32(std::vector<BYTE>& bytes, std::size_t nOffset, DWORD dwValue)
 {
     for (int i = 0; i < 4; ++i)
-        bytes[nOffset + i] = static_cast<BYTE>(dwValue >> (8 * i));
+        bytes[nOffset + static_cast<std::size_t>(i)] = static_cast<BYTE>(dwValue >> (8 * i));
 }
 
 // Builds a recording byte by byte, independently of CZnFile: the head of the given

@@ -156,6 +156,11 @@ TEST(ZnFileDamagedChain, LinksThatDontLeadForwardEndTheChain)
     ASSERT_EQ(OpenBytes(file, dir, beyond), 1);
     EXPECT_EQ(file.GetTotalBlock(), 2u);
     EXPECT_EQ(file.GetTotalFrameNum(), 5u);
+    // With no end block behind it, the place behind the last frame is no read position.
+    ExpectAllFramesRead(file, MakeHandBuilt(0x0101));
+    int nBlock = -1;
+    int nFrame = -1;
+    EXPECT_EQ(file.GetFilePos(nBlock, nFrame), 0);
 
     // A data offset beyond the file leaves no block.
     std::vector<BYTE> noData = bytes;

@@ -2,9 +2,7 @@
 // position, and the fields of the head.
 #include "RecordingTestSupport.h"
 
-#include "platform/CArchive.h"
 #include "platform/CDiskSimulator.h"
-#include "platform/CMemFile.h"
 
 #include <cerrno>
 #include <tuple>
@@ -53,20 +51,17 @@ TEST_F(ZnFileReading, BlockTableCountsTheEndBlockAndIsZeroBehindIt)
     }
 }
 
-TEST_F(ZnFileReading, SequentialReadingGivesEveryFrameThenStops)
+TEST_F(ZnFileReading, SequentialAndPositionedReadsMoveThePosition)
 {
     ExpectFilePos(m_file, 0, 0);
     ExpectFramesThenEnd(m_file, m_frames.data(), m_frames.size(), false);
-    // Behind the last real frame something may still follow by the table (the end
-    // block), and only the next read tells the end.
+    // Behind the last real frame the table still lists the end block: only the next read
+    // tells the end, and reading at the end moves nothing.
     ExpectFilePos(m_file, 3, 3);
-    for (int i = 0; i < 2; ++i)
-        ExpectFramesThenEnd(m_file, nullptr, 0);
+    ExpectFramesThenEnd(m_file, nullptr, 0);
+    ExpectFramesThenEnd(m_file, nullptr, 0);
     ExpectFilePos(m_file, 3, 3);
-}
 
-TEST_F(ZnFileReading, PositionedReadsReachEveryFrameAndMoveThePosition)
-{
     FrameBuffers buffers(m_file);
     ASSERT_EQ(m_file.ReadOneFrame(buffers.Frame(), 2, 3), 1);
     EXPECT_TRUE(FrameEquals(*buffers.Frame(), m_frames[FrameIndex(2, 3)]));
@@ -121,6 +116,7 @@ TEST_F(ZnFileReading, DiskErrorsAreReportedAndChangeNothing)
 
 TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
 {
+    const CZnFile fresh;
     CZnFile file("x", "y", "z");
     tag_CAMERAINFO info{};
     ASSERT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
@@ -148,6 +144,12 @@ TEST_F(ZnFileReading, HeadFieldsAndCameraDescriptionComeFromTheFile)
     // opening the object can be opened.
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     file.Close();
+    // A closed object, like a new one, describes no file.
+    for (const CZnFile* pFile : {static_cast<const CZnFile*>(&file), &fresh}) {
+        EXPECT_EQ(pFile->GetTotalBlock(), 0u);
+        EXPECT_EQ(pFile->GetTotalFrameNum(), 0u);
+        EXPECT_EQ(pFile->GetBlockInfo()->GetSize(), 0);
+    }
     EXPECT_EQ(file.Open(m_dir.Path("missing.zn").c_str(), &info, 0, ZNFILE_READ), 0);
     EXPECT_EQ(file.Open(m_dir.Path("read.zn").c_str(), &info, 0, ZNFILE_READ), 1);
 }
@@ -195,40 +197,6 @@ TEST(ZnFileReadingTable, WriterCanBeReadBetweenBlockChanges)
     EXPECT_EQ(reader.GetTotalFrameNum(), 320u);
     ExpectFramesThenEnd(reader, frames.data(), 320);
     writer.Close();
-}
-
-TEST(ZnFileReadingTable, TableStoresItselfAsCountAndTwelveByteEntries)
-{
-    static_assert(sizeof(tag_ZNBLOCKINFO) == 12);
-    CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&> table;
-    tag_ZNBLOCKINFO first{0x11223344, 160, 0xAABBCCDD};
-    tag_ZNBLOCKINFO second{0x55667788, 0, 7};
-    table.Add(first);
-    table.Add(second);
-    CMemFile memory;
-    {
-        CArchive archive(&memory, CArchive::store);
-        table.Serialize(archive);
-    }
-    const DWORD dwLength = memory.GetLength();
-    ASSERT_EQ(dwLength, 2u + 2 * 12);
-    std::vector<BYTE> bytes(dwLength);
-    memory.SeekToBegin();
-    memory.Read(bytes.data(), dwLength);
-    EXPECT_EQ(GetLe16(bytes, 0), 2);
-    EXPECT_EQ(GetLe32(bytes, 2), 0x11223344u);
-    EXPECT_EQ(GetLe32(bytes, 6), 160u);
-    EXPECT_EQ(GetLe32(bytes, 10), 0xAABBCCDDu);
-    EXPECT_EQ(GetLe32(bytes, 14), 0x55667788u);
-
-    memory.SeekToBegin();
-    CArray<tag_ZNBLOCKINFO, tag_ZNBLOCKINFO&> loaded;
-    {
-        CArchive archive(&memory, CArchive::load);
-        loaded.Serialize(archive);
-    }
-    ASSERT_EQ(loaded.GetSize(), 2);
-    EXPECT_EQ(loaded[1].dwTimeStamp, 7u);
 }
 
 } // namespace

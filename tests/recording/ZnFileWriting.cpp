@@ -2,11 +2,13 @@
 // frames and fails.
 #include "RecordingTestSupport.h"
 
+#include "platform/CTime.h"
 #include "platform/TickClock.h"
 
-#include "platform/CTime.h"
-
 #include <sys/stat.h>
+
+#include <cstdlib>
+#include <ctime>
 
 namespace {
 
@@ -87,57 +89,57 @@ TEST(ZnFileWriting, HeadNamesLinksAndFramesStandByteByByte)
     EXPECT_EQ(GetLe32(bytes, dwRecord + 12), dwCloseStamp);
 }
 
-TEST(ZnFileWriting, RevisionSelectsVersionAndFrameSizes)
+// A writer on a fresh path in a temporary directory.
+class ZnFileWriter : public ::testing::Test {
+protected:
+    int Open(CZnFile& file, const std::string& strName, tag_CAMERAINFO* pInfo = nullptr,
+             DWORD dwRevision = STREAM_REVISION_20020114, tag_ZNFILEMODE nMode = ZNFILE_WRITE)
+    {
+        return file.Open(m_dir.Path(strName).c_str(), pInfo != nullptr ? pInfo : &m_info, dwRevision, nMode);
+    }
+
+    TempDir m_dir;
+    tag_CAMERAINFO m_info = MakeCameraInfo();
+};
+
+TEST_F(ZnFileWriter, RevisionSelectsVersionAndFrameSizes)
 {
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo(704, 288, STANDARD_PAL);
+    tag_CAMERAINFO large = MakeCameraInfo(704, 288, STANDARD_PAL);
     std::vector<TestFrame> frames = MakeSequence(3);
-    WriteRecording(dir.Path("r2.zn"), frames, STREAM_REVISION_20020219, info);
-    const std::vector<BYTE> bytes = ReadFileBytes(dir.Path("r2.zn"));
+    WriteRecording(m_dir.Path("r2.zn"), frames, STREAM_REVISION_20020219, large);
+    const std::vector<BYTE> bytes = ReadFileBytes(m_dir.Path("r2.zn"));
     ASSERT_GE(bytes.size(), 36u);
     EXPECT_EQ(GetLe16(bytes, 2), 0x1000);
     EXPECT_EQ(bytes[4], FRAMESIZE_704X288_R2);
 
-    // Sizes of the other revision make no file.
+    // Sizes of the other revision, no camera, an unknown mode or a missing directory make
+    // no file.
     CZnFile file;
     tag_CAMERAINFO small = MakeCameraInfo(160, 112);
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, STREAM_REVISION_20020219, ZNFILE_WRITE), 0);
-    EXPECT_FALSE(FileExists(dir.Path("none.zn")));
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), nullptr, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
-    EXPECT_EQ(file.Open(dir.Path("none.zn").c_str(), &small, STREAM_REVISION_20020114,
-                        static_cast<tag_ZNFILEMODE>(2)),
-              0);
-    EXPECT_FALSE(FileExists(dir.Path("none.zn")));
+    EXPECT_EQ(Open(file, "none.zn", &small, STREAM_REVISION_20020219), 0);
+    EXPECT_EQ(Open(file, "none.zn", &large), 0);
+    EXPECT_EQ(file.Open(m_dir.Path("none.zn").c_str(), nullptr, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
+    EXPECT_EQ(Open(file, "none.zn", &small, STREAM_REVISION_20020114, static_cast<tag_ZNFILEMODE>(2)), 0);
+    EXPECT_EQ(Open(file, "missing/dir.zn"), 0);
+    EXPECT_FALSE(FileExists(m_dir.Path("none.zn")));
 }
 
-TEST(ZnFileWriting, FileWithoutFramesIsDeletedAtClose)
+// A file must begin with a key frame: a predicted one is refused and leaves the file
+// empty, so that Close deletes it. The head and the first block describe the first
+// frame taken.
+TEST_F(ZnFileWriter, FirstAcceptedKeyFrameBeginsTheFile)
 {
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("empty.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
-    EXPECT_TRUE(FileExists(dir.Path("empty.zn")));
-    file.Close();
-    EXPECT_FALSE(FileExists(dir.Path("empty.zn")));
-
-    // A predicted frame can't begin a file: refused, and the file still counts as empty.
-    ASSERT_EQ(file.Open(dir.Path("p.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
     TestFrame predicted = MakeSequenceFrame(1);
+    predicted.dwTimeStamp = 100;
+    ASSERT_EQ(Open(file, "p.zn"), 1);
+    EXPECT_TRUE(FileExists(m_dir.Path("p.zn")));
     EXPECT_EQ(WriteTestFrame(file, predicted), 0);
     EXPECT_NE(file.IsNextIFrame(), 0);
     file.Close();
-    EXPECT_FALSE(FileExists(dir.Path("p.zn")));
-}
+    EXPECT_FALSE(FileExists(m_dir.Path("p.zn")));
 
-TEST(ZnFileWriting, HeadAndFirstBlockDescribeTheFirstAcceptedFrame)
-{
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo();
-    CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("first.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
-    TestFrame predicted = MakeSequenceFrame(1);
-    predicted.dwTimeStamp = 100;
+    ASSERT_EQ(Open(file, "first.zn"), 1);
     EXPECT_EQ(WriteTestFrame(file, predicted), 0);
     TestFrame key = MakeSequenceFrame(0);
     key.dwTimeStamp = 987654;
@@ -145,11 +147,10 @@ TEST(ZnFileWriting, HeadAndFirstBlockDescribeTheFirstAcceptedFrame)
     ASSERT_EQ(WriteTestFrame(file, key), 1);
     EXPECT_EQ(file.IsNextIFrame(), 0);
     EXPECT_EQ(file.GetBeginTimeStamp(), 987654u);
-    EXPECT_GE(file.GetBeginTime(), dwBefore);
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(OpenToRead(reader, dir.Path("first.zn")), 1);
+    ASSERT_EQ(OpenToRead(reader, m_dir.Path("first.zn")), 1);
     EXPECT_EQ(reader.GetBeginTimeStamp(), 987654u);
     EXPECT_GE(reader.GetBeginTime(), dwBefore);
     EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwTimeStamp, 987654u);
@@ -157,94 +158,102 @@ TEST(ZnFileWriting, HeadAndFirstBlockDescribeTheFirstAcceptedFrame)
     EXPECT_EQ(reader.GetTotalFrameNum(), 1u);
 }
 
-TEST(ZnFileWriting, WritePositionNamesTheFrameWrittenLast)
+// The write position names the frame written last; two key frames in a row make a block
+// of one frame. Misuse is refused by result and stores nothing.
+TEST_F(ZnFileWriter, WritePositionAndMisuse)
 {
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("pos.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
+    TestFrame key = MakeSequenceFrame(0, 2);
+    EXPECT_EQ(WriteTestFrame(file, key), -1);
+    EXPECT_EQ(file.WriteOneFrame(nullptr), -1);
+    ASSERT_EQ(Open(file, "pos.zn"), 1);
+    EXPECT_EQ(Open(file, "pos.zn"), 0);
     ExpectFilePos(file, 0, 0);
     std::vector<TestFrame> frames = MakeSequence(3);
     for (TestFrame& frame : frames)
         ASSERT_EQ(WriteTestFrame(file, frame), 1);
     ExpectFilePos(file, 0, 2);
-    // Two key frames in a row: the first forms a block of one frame.
-    TestFrame key = MakeSequenceFrame(0, 2);
     ASSERT_EQ(WriteTestFrame(file, key), 1);
     ASSERT_EQ(WriteTestFrame(file, key), 1);
     ExpectFilePos(file, 2, 0);
-    file.Close();
+    tag_ZNFRAMEDATA noBuffer{ZNFRAME_P, 0, 0, 10, nullptr, 0, nullptr};
+    EXPECT_EQ(file.WriteOneFrame(&noBuffer), -1);
+    EXPECT_EQ(file.Close(), 1);
 
     CZnFile reader;
-    ASSERT_EQ(OpenToRead(reader, dir.Path("pos.zn")), 1);
+    ASSERT_EQ(OpenToRead(reader, m_dir.Path("pos.zn")), 1);
     ASSERT_EQ(reader.GetTotalBlock(), 4u);
     const DWORD expectedFrames[] = {3, 1, 1, 0};
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(reader.GetBlockInfo()->GetAt(i).dwFrames, expectedFrames[i]) << "block " << i;
 }
 
-TEST(ZnFileWriting, MisuseIsRefusedByResult)
+TEST_F(ZnFileWriter, NamesLongerThanAReaderTakesAreCut)
 {
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo();
-    CZnFile file;
-    TestFrame key = MakeSequenceFrame(0);
-    EXPECT_EQ(WriteTestFrame(file, key), -1);
-    EXPECT_EQ(file.WriteOneFrame(nullptr), -1);
-    EXPECT_EQ(file.Open(dir.Path("missing/dir.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
-    EXPECT_EQ(WriteTestFrame(file, key), -1);
-
-    const std::string strPath = dir.Path("misuse.zn");
-    ASSERT_EQ(file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
-    EXPECT_EQ(file.Open(strPath.c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 0);
-    ASSERT_EQ(WriteTestFrame(file, key), 1);
-    tag_ZNFRAMEDATA noBuffer{ZNFRAME_P, 0, 0, 10, nullptr, 0, nullptr};
-    EXPECT_EQ(file.WriteOneFrame(&noBuffer), -1);
-    EXPECT_EQ(file.Close(), 1);
-    CZnFile reader;
-    ASSERT_EQ(OpenToRead(reader, strPath), 1);
-    EXPECT_EQ(reader.GetTotalFrameNum(), 1u);
-}
-
-TEST(ZnFileWriting, NamesLongerThanAReaderTakesAreCut)
-{
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo();
     const std::string strLong(1500, 'x');
     CZnFile file(strLong.c_str(), strLong.c_str(), strLong.c_str());
-    ASSERT_EQ(file.Open(dir.Path("long.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(Open(file, "long.zn"), 1);
     TestFrame key = MakeSequenceFrame(0);
     ASSERT_EQ(WriteTestFrame(file, key), 1);
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(OpenToRead(reader, dir.Path("long.zn")), 1);
+    ASSERT_EQ(OpenToRead(reader, m_dir.Path("long.zn")), 1);
     EXPECT_EQ(reader.GetCameraName().GetLength(), 1000);
     EXPECT_EQ(reader.GetBoardName().GetLength(), 1000);
     EXPECT_EQ(reader.GetHostName().GetLength(), 1000);
 }
 
-TEST(ZnFileWritingLimits, BlockCounterNeverWraps)
+// A block holds at most 65535 frames: then only a key frame, which starts a new block,
+// goes in.
+TEST_F(ZnFileWriter, BlockCounterNeverWraps)
 {
-    TempDir dir;
-    tag_CAMERAINFO info = MakeCameraInfo();
     CZnFile file;
-    ASSERT_EQ(file.Open(dir.Path("full.zn").c_str(), &info, STREAM_REVISION_20020114, ZNFILE_WRITE), 1);
+    ASSERT_EQ(Open(file, "full.zn"), 1);
     tag_ZNFRAMEDATA frame{ZNFRAME_I, 0, 0, 0, nullptr, 0, nullptr};
     ASSERT_EQ(file.WriteOneFrame(&frame), 1);
     frame.wFrameType = ZNFRAME_P;
     for (DWORD i = 1; i < 0xFFFF; ++i)
         ASSERT_EQ(file.WriteOneFrame(&frame), 1);
-    // The block holds 65535 frames: only a key frame, which starts a new block, goes in.
     EXPECT_EQ(file.WriteOneFrame(&frame), 0);
     frame.wFrameType = ZNFRAME_I;
     EXPECT_EQ(file.WriteOneFrame(&frame), 1);
     file.Close();
 
     CZnFile reader;
-    ASSERT_EQ(OpenToRead(reader, dir.Path("full.zn")), 1);
+    ASSERT_EQ(OpenToRead(reader, m_dir.Path("full.zn")), 1);
     EXPECT_EQ(reader.GetBlockInfo()->GetAt(0).dwFrames, 0xFFFFu);
     EXPECT_EQ(reader.GetTotalFrameNum(), 0x10000u);
+}
+
+// The head keeps whole hours of local time ahead of UTC, folded into 0 to 23: a zone
+// behind UTC at noon UTC is 24 less its lag; one ahead of it late in the UTC day is the
+// lead however the local day turned.
+TEST_F(ZnFileWriter, GmtOffsetIsTheLocalLeadFoldedIntoOneDay)
+{
+    const char* pszOldZone = std::getenv("TZ");
+    const std::string strOldZone = pszOldZone != nullptr ? pszOldZone : "";
+    struct Case {
+        const char* pszZone;
+        int nUtcHour;
+        LONG nGmt;
+    };
+    const Case cases[] = {{"UTC0", 12, 0}, {"EST5", 12, 19}, {"EST5", 2, 19}, {"JST-9", 20, 9}, {"JST-9", 3, 9}};
+    CTestClock clock;
+    for (const Case& gmtCase : cases) {
+        SCOPED_TRACE(testing::Message() << gmtCase.pszZone << " at " << gmtCase.nUtcHour << ":00 UTC");
+        setenv("TZ", gmtCase.pszZone, 1);
+        clock.SetCurrentTime(1018828800 + gmtCase.nUtcHour * 3600);  // 2002-04-15 00:00 UTC
+        CZnFile file;
+        ASSERT_EQ(Open(file, "gmt.zn"), 1);
+        EXPECT_EQ(file.GetGmt(), gmtCase.nGmt);
+        file.Close();
+    }
+    if (pszOldZone != nullptr)
+        setenv("TZ", strOldZone.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
 }
 
 } // namespace

@@ -148,6 +148,9 @@ TEST_F(VoiceThreadTest, TheCountDecidesHowManyBlocksAPollTakes)
 
 TEST_F(VoiceThreadTest, TwoChannelsShareOneThreadThatEndsWithTheLastAndComesBack)
 {
+    // Before any Start there is no thread to end or wait for.
+    m_pVoice->Exit();
+    EXPECT_EQ(CTestClock::GetIdleThreads(), 0);
     ASSERT_EQ(m_codec[0].StartRecord(), 1);
     EXPECT_EQ(m_pVoice->IsRunning(0), 1) << "taken before Start returns";
     ASSERT_EQ(m_codec[1].StartRecord(), 1);

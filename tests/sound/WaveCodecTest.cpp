@@ -2,7 +2,7 @@
 // device lists and the flags that keep two objects off one device, playing format 0 code
 // with its lead-in and low-water mark, recording format 0 code that equals the coded
 // input signal, and closing with the notices still queued dropped.
-#include "platform/CVirtualWave.h"
+#include "SoundDevicesFixture.h"
 #include "platform/CWnd.h"
 #include "platform/TickClock.h"
 #include "sound/CAdpcm.h"
@@ -57,28 +57,10 @@ public:
     DWORD GetDevice() const { return m_nDevice; }
 };
 
-// Two virtual outputs (the second mono 8 kHz only), two inputs, no machine devices.
-class WaveCodecTest : public ::testing::Test {
+// Two inputs beside the two outputs.
+class WaveCodecTest : public SoundDevicesFixture {
 protected:
-    void SetUp() override
-    {
-        CVirtualWave::Clear();
-        CVirtualWave::EnableSystemDevices(false);
-        tag_VIRTUALWAVEDEVICE device;
-        device.strName = "speaker";
-        CVirtualWave::AddOutput(device);
-        device.strName = "phone";
-        device.wMaxChannels = 1;
-        device.dwMaxRate = 8000;
-        CVirtualWave::AddOutput(device);
-        device = tag_VIRTUALWAVEDEVICE{};
-        device.strName = "microphone";
-        device.signal.dwSeed = 7;
-        CVirtualWave::AddInput(device);
-        device.strName = "line";
-        CVirtualWave::AddInput(device);
-    }
-    void TearDown() override { CVirtualWave::InstallDefault(); }
+    void SetUp() override { InstallDevices({"microphone", "line"}, 7); }
 
     CTestClock m_clock{1000};
     CSoundWnd m_wnd;

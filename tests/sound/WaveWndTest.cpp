@@ -3,7 +3,7 @@
 // be played is refused with its reason; a recording has the 44-byte head, its true
 // sizes and every sample up to the stop. sox and ffmpeg read what we write and make
 // files we play.
-#include "platform/CVirtualWave.h"
+#include "SoundDevicesFixture.h"
 #include "platform/TickClock.h"
 #include "platform/WaveFile.h"
 #include "sound/CWaveWnd.h"
@@ -106,23 +106,11 @@ protected:
     }
 };
 
-class WaveWndTest : public ::testing::Test {
+class WaveWndTest : public SoundDevicesFixture {
 protected:
     void SetUp() override
     {
-        CVirtualWave::Clear();
-        CVirtualWave::EnableSystemDevices(false);
-        tag_VIRTUALWAVEDEVICE device;
-        device.strName = "speaker";
-        CVirtualWave::AddOutput(device);
-        device.strName = "phone";
-        device.wMaxChannels = 1;
-        device.dwMaxRate = 8000;
-        CVirtualWave::AddOutput(device);
-        device = tag_VIRTUALWAVEDEVICE{};
-        device.strName = "microphone";
-        device.signal.dwSeed = kMicrophoneSeed;
-        CVirtualWave::AddInput(device);
+        InstallDevices({"microphone"}, kMicrophoneSeed);
         fs::create_directories(m_dir);
         ASSERT_TRUE(m_wave.Open(m_host.m_hWnd));
     }
@@ -130,8 +118,8 @@ protected:
     void TearDown() override
     {
         m_wave.Close();
-        CVirtualWave::InstallDefault();
         fs::remove_all(m_dir);
+        SoundDevicesFixture::TearDown();
     }
 
     // Lets dwMs pass on the clock in steps of 50 ms, serving this thread's messages.

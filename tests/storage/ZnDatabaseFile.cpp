@@ -3,8 +3,6 @@
 #include "storage/CZnDatabase.h"
 
 #include "platform/CException.h"
-#include "platform/CMemFile.h"
-#include "storage/DatabaseFile.h"
 #include "storage/StorageTestSupport.h"
 
 #include <random>
@@ -67,26 +65,6 @@ protected:
     std::string m_strFile = m_disk / "store/zndvr.dbs";
     EXCEPTIONREPORTER m_pfnPrevious = nullptr;
 };
-
-TEST(DatabaseRecords, OneDefaultDiskIsThirtySixBytes)
-{
-    tag_HDDPARAM record;
-    record.strBaseDir = "/srv/v/";
-    record.strDbsName = "ZnDatabase";
-    CMemFile file;
-    {
-        CArchive ar(&file, CArchive::store);
-        WriteDatabaseRecords(ar, {record});
-    }
-    const Bytes aExpected = {0x01, 0x00, 0x00, 0x00, 0xF4, 0x01, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00,
-                             0x07, '/',  's',  'r',  'v',  '/',  'v',  '/',  0x0A, 'Z',  'n',  'D',
-                             'a',  't',  'a',  'b',  'a',  's',  'e',  0x00, 0x00, 0x00, 0x00, 0x00};
-    ASSERT_EQ(file.GetLength(), aExpected.size());
-    Bytes aWritten(aExpected.size());
-    file.SeekToBegin();
-    file.Read(aWritten.data(), static_cast<UINT>(aWritten.size()));
-    EXPECT_EQ(aWritten, aExpected);
-}
 
 TEST_F(ZnDatabaseFile, AFirstStartMakesTheDefaultDiskAndCloseWritesItsRecord)
 {
