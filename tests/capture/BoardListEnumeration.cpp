@@ -53,10 +53,9 @@ TEST_F(BoardListEnumeration, MachineWithoutSuitableBoardOpensEmpty)
 
 TEST_F(BoardListEnumeration, TwoStreamBoardNumbersCamerasAcrossBothStreams)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(5, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(5, 2)));
     EXPECT_EQ(video.GetCameraNum(0), 5);
     EXPECT_EQ(video.GetTotalCameraNum(), 5);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
@@ -69,11 +68,9 @@ TEST_F(BoardListEnumeration, TwoStreamBoardNumbersCamerasAcrossBothStreams)
 
 TEST_F(BoardListEnumeration, FirmwareClaimingMoreThanFourCamerasPerStreamIsCutToFour)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(7, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(7, 1), FRAMESIZE_160X112));
     EXPECT_EQ(video.GetCameraNum(0), 7);
     CEncodeParam param;
     EXPECT_EQ(video.OpenCamera(0, 3, &param, nullptr), ZNRET_OK);
@@ -83,10 +80,9 @@ TEST_F(BoardListEnumeration, FirmwareClaimingMoreThanFourCamerasPerStreamIsCutTo
 
 TEST_F(BoardListEnumeration, BoardOfANewerGenerationCantBeOpened)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 3));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 3)));
     ASSERT_EQ(video.GetBoardNum(), 1);
     EXPECT_EQ(video.OpenBoard(0, FRAMESIZE_320X240, 0, nullptr), ZNRET_NOT_AVAILABLE);
     EXPECT_EQ(video.GetBoardStatus(0), ZNRET_NOT_AVAILABLE);

@@ -1,3 +1,5 @@
+#include "SerialTestSupport.h"
+
 #include "capture/CEncodeParam.h"
 
 #include "platform/CArchive.h"
@@ -11,15 +13,7 @@
 
 namespace {
 
-using Bytes = std::vector<BYTE>;
-
 constexpr DWORD kAllFlatFields = 0xF0000000;
-
-void AppendLong(Bytes& aBytes, DWORD dwValue)
-{
-    for (int i = 0; i < 4; ++i)
-        aBytes.push_back(static_cast<BYTE>(dwValue >> (8 * i)));
-}
 
 void AppendArea(Bytes& aBytes, BYTE byState, const std::vector<DWORD>& aFields)
 {
@@ -66,18 +60,6 @@ void FillDistinct(CEncodeParam& param)
     param.m_MaskList.AddTail(pAlarmed);
 }
 
-Bytes StoreArchive(CEncodeParam& param)
-{
-    CMemFile file;
-    CArchive ar(&file, CArchive::store);
-    param.Serialize(ar);
-    ar.Close();
-    Bytes aBytes(file.GetLength());
-    file.Seek(0, CFile::begin);
-    file.Read(aBytes.data(), static_cast<UINT>(aBytes.size()));
-    return aBytes;
-}
-
 // Loads param from exactly these bytes; returns the cause of an archive exception, or -1.
 int LoadArchive(CEncodeParam& param, Bytes aBytes)
 {
@@ -96,36 +78,26 @@ int LoadArchive(CEncodeParam& param, Bytes aBytes)
 TEST(CEncodeParamDefaults, HoldTheDocumentedSettingsAndNoArea)
 {
     CEncodeParam param;
-    EXPECT_EQ(param.m_nReserved, 159);
-    EXPECT_EQ(param.m_nQp, 10);
-    EXPECT_EQ(param.m_nQi, 10);
-    EXPECT_EQ(param.m_nAlarmFrameNum, 3);
-    EXPECT_EQ(param.m_bEncodeMode, 1);
-    EXPECT_EQ(param.m_bEncodeSound, 0);
-    EXPECT_EQ(param.m_dwSoundDev, 0xFFFFFFFFu);
-    EXPECT_EQ(param.m_nCheckSen, 16);
-    EXPECT_EQ(param.m_bCheckVideo, 1);
+    EXPECT_EQ(std::vector<long>({param.m_nReserved, param.m_nQp, param.m_nQi, param.m_nAlarmFrameNum,
+                                 param.m_bEncodeMode, param.m_bEncodeSound, static_cast<long>(param.m_dwSoundDev),
+                                 param.m_nCheckSen, param.m_bCheckVideo}),
+              std::vector<long>({159, 10, 10, 3, 1, 0, 0xFFFFFFFFL, 16, 1}));
     EXPECT_TRUE(param.m_MaskList.IsEmpty());
     std::unique_ptr<CObject> pMade(CRuntimeClass::CreateObject("CEncodeParam"));
     ASSERT_NE(pMade, nullptr);
     EXPECT_TRUE(pMade->IsKindOf(RUNTIME_CLASS(CEncodeParam)));
 }
 
-TEST(CEncodeParamFlatBuffer, SizeCountsFourBytesPerFieldAndTwentyFivePerArea)
+// Four bytes a field and twenty-five an area after the area count; the signal check
+// bit has no flat form.
+TEST(CEncodeParamFlatBuffer, WritesAllFieldsInWireOrderWithExactBytes)
 {
     CEncodeParam param;
     EXPECT_EQ(param.GetSize(kAllFlatFields), 16u);
     EXPECT_EQ(param.GetSize(0x08000000), 0u);
-    param.m_MaskList.AddTail(NewMask(0, 0, 1, 1));
-    param.m_MaskList.AddTail(NewMask(0, 0, 2, 2));
+    FillDistinct(param);
     EXPECT_EQ(param.GetSize(0x20000000), 54u);
     EXPECT_EQ(param.GetSize(0xF8000000), 66u);
-}
-
-TEST(CEncodeParamFlatBuffer, WritesAllFieldsInWireOrderWithExactBytes)
-{
-    CEncodeParam param;
-    FillDistinct(param);
     Bytes aExpected;
     AppendLong(aExpected, 22);
     AppendLong(aExpected, 0x2);
@@ -141,39 +113,22 @@ TEST(CEncodeParamFlatBuffer, WritesAllFieldsInWireOrderWithExactBytes)
     EXPECT_EQ(aBytes, aExpected);
 }
 
-TEST(CEncodeParamFlatBuffer, FieldOffsetsFollowTheSelectedBits)
+// The two flags travel as bits 0 and 1 and come back as exactly one or zero.
+TEST(CEncodeParamFlatBuffer, FlagsAreBitsAndComeBackAsOneOrZero)
 {
     CEncodeParam param;
-    param.m_nQi = 0x11;
     param.m_bEncodeMode = 5;
-    param.m_bEncodeSound = 0;
-    param.m_nCheckSen = 0x1F;
-    BYTE aBuf[16] = {};
-    EXPECT_EQ(param.WriteToBuf(aBuf, sizeof(aBuf), 0x50000000), 8u);
-    EXPECT_EQ(Bytes(aBuf, aBuf + 8), (Bytes{1, 0, 0, 0, 0x1F, 0, 0, 0}));
-    EXPECT_EQ(param.WriteToBuf(aBuf, sizeof(aBuf), 0xD0000000), 12u);
-    EXPECT_EQ(Bytes(aBuf, aBuf + 12), (Bytes{0x11, 0, 0, 0, 1, 0, 0, 0, 0x1F, 0, 0, 0}));
-    EXPECT_EQ(param.WriteToBuf(aBuf, sizeof(aBuf), 0x20000000), 4u);
-    EXPECT_EQ(Bytes(aBuf, aBuf + 4), (Bytes{0, 0, 0, 0}));
-}
-
-TEST(CEncodeParamFlatBuffer, FlagsComeBackAsExactlyOneOrZero)
-{
-    CEncodeParam source;
-    source.m_bEncodeMode = 5;
-    source.m_bEncodeSound = -3;
+    param.m_bEncodeSound = -3;
     BYTE aBuf[4] = {};
-    source.WriteToBuf(aBuf, sizeof(aBuf), 0x40000000);
+    param.WriteToBuf(aBuf, sizeof(aBuf), 0x40000000);
     CEncodeParam read;
     read.m_bEncodeMode = 9;
-    EXPECT_EQ(read.ReadFromBuf(aBuf, sizeof(aBuf), 0x40000000), 4u);
-    EXPECT_EQ(read.m_bEncodeMode, 1);
-    EXPECT_EQ(read.m_bEncodeSound, 1);
-
-    BYTE aOnlyHighBits[4] = {0xFC, 0xFF, 0xFF, 0xFF};
-    EXPECT_EQ(read.ReadFromBuf(aOnlyHighBits, sizeof(aOnlyHighBits), 0x40000000), 4u);
-    EXPECT_EQ(read.m_bEncodeMode, 0);
-    EXPECT_EQ(read.m_bEncodeSound, 0);
+    EXPECT_EQ(read.ReadFromBuf(aBuf, 4, 0x40000000), 4u);
+    EXPECT_EQ(std::vector<int>({read.m_bEncodeMode, read.m_bEncodeSound}), std::vector<int>({1, 1}));
+    const BYTE aOnlyHighBits[4] = {0xFC, 0xFF, 0xFF, 0xFF};
+    std::memcpy(aBuf, aOnlyHighBits, 4);
+    EXPECT_EQ(read.ReadFromBuf(aBuf, 4, 0x40000000), 4u);
+    EXPECT_EQ(std::vector<int>({read.m_bEncodeMode, read.m_bEncodeSound}), std::vector<int>({0, 0}));
 }
 
 // Each pattern of the four flat-buffer bits: the selected fields travel, the others
@@ -218,34 +173,25 @@ TEST(CEncodeParamFlatBuffer, EveryMaskPatternRoundTripsItsFieldsOnly)
     }
 }
 
-TEST(CEncodeParamFlatBuffer, ReadingACountOfZeroRemovesTheAreas)
-{
-    CEncodeParam read;
-    read.m_MaskList.AddTail(NewMask(1, 1, 2, 2));
-    BYTE aZeroCount[4] = {};
-    EXPECT_EQ(read.ReadFromBuf(aZeroCount, sizeof(aZeroCount), 0x20000000), 4u);
-    EXPECT_TRUE(read.m_MaskList.IsEmpty());
-}
-
-TEST(CEncodeParamFlatBuffer, NullEmptyOrMasklessReadsTakeNothing)
-{
-    CEncodeParam read;
-    BYTE aBuf[16] = {1, 1, 1, 1};
-    EXPECT_EQ(read.ReadFromBuf(nullptr, sizeof(aBuf), kAllFlatFields), 0u);
-    EXPECT_EQ(read.ReadFromBuf(aBuf, 0, kAllFlatFields), 0u);
-    EXPECT_EQ(read.ReadFromBuf(aBuf, sizeof(aBuf), 0), 0u);
-    EXPECT_EQ(read.m_nQi, 10);
-}
-
 // A buffer is refused whole, with nothing changed, when it ends before the fields that
-// the mask and its own area count announce.
-TEST(CEncodeParamFlatBuffer, HostileBuffersAreRefusedWithoutChange)
+// the mask and its own area count announce; a write refuses a buffer below its size.
+TEST(CEncodeParamFlatBuffer, ShortOrHostileBuffersAreRefusedWithoutChange)
 {
     CEncodeParam source;
     FillDistinct(source);
     const DWORD dwSize = source.GetSize(kAllFlatFields);
-    Bytes aBuf(dwSize);
+    Bytes aBuf(dwSize, 0xEE);
+    EXPECT_EQ(source.WriteToBuf(aBuf.data(), dwSize - 1, kAllFlatFields), 0u);
+    EXPECT_EQ(aBuf, Bytes(dwSize, 0xEE));
+    EXPECT_EQ(source.WriteToBuf(nullptr, dwSize, kAllFlatFields), 0u);
     source.WriteToBuf(aBuf.data(), dwSize, kAllFlatFields);
+    {
+        CEncodeParam read;
+        EXPECT_EQ(read.ReadFromBuf(nullptr, dwSize, kAllFlatFields), 0u);
+        EXPECT_EQ(read.ReadFromBuf(aBuf.data(), 0, kAllFlatFields), 0u);
+        EXPECT_EQ(read.ReadFromBuf(aBuf.data(), dwSize, 0), 0u);
+        EXPECT_EQ(read.m_nQi, 10);
+    }
 
     for (DWORD dwShort = 1; dwShort < dwSize; ++dwShort) {
         Bytes aExact(aBuf.begin(), aBuf.begin() + dwShort);
@@ -256,6 +202,12 @@ TEST(CEncodeParamFlatBuffer, HostileBuffersAreRefusedWithoutChange)
         EXPECT_EQ(Rects(read), (std::vector<CRect>{CRect(7, 7, 9, 9)}));
     }
 
+    // An area count of zero takes the areas away; a count beyond the buffer is refused.
+    CEncodeParam emptied;
+    emptied.m_MaskList.AddTail(NewMask(1, 1, 2, 2));
+    BYTE aZeroCount[4] = {};
+    EXPECT_EQ(emptied.ReadFromBuf(aZeroCount, sizeof(aZeroCount), 0x20000000), 4u);
+    EXPECT_TRUE(emptied.m_MaskList.IsEmpty());
     for (DWORD dwCount : {0xFFFFFFFFu, 0x0A3D70A4u, 3u}) {
         Bytes aHuge;
         AppendLong(aHuge, dwCount);
@@ -265,17 +217,6 @@ TEST(CEncodeParamFlatBuffer, HostileBuffersAreRefusedWithoutChange)
         EXPECT_EQ(read.ReadFromBuf(aHuge.data(), static_cast<DWORD>(aHuge.size()), 0x20000000), 0u);
         EXPECT_TRUE(read.m_MaskList.IsEmpty());
     }
-}
-
-TEST(CEncodeParamFlatBuffer, WriteRefusesABufferSmallerThanItsSize)
-{
-    CEncodeParam param;
-    FillDistinct(param);
-    const DWORD dwSize = param.GetSize(kAllFlatFields);
-    Bytes aBuf(dwSize, 0xEE);
-    EXPECT_EQ(param.WriteToBuf(aBuf.data(), dwSize - 1, kAllFlatFields), 0u);
-    EXPECT_EQ(aBuf, Bytes(dwSize, 0xEE));
-    EXPECT_EQ(param.WriteToBuf(nullptr, dwSize, kAllFlatFields), 0u);
 }
 
 TEST(CEncodeParamArchive, StoresNineFieldsThenTheAreasWithExactBytes)
@@ -370,13 +311,16 @@ TEST(CEncodeParamCopy, AddMaskInfoAppendsScaledCopies)
     EXPECT_EQ(param.m_MaskList.GetCount(), 3);
 }
 
-TEST(CEncodeParamSetParam, EachBitCopiesItsFields)
+TEST(CEncodeParamSetParam, EachBitCopiesItsFieldsAndTheAreasBitEverything)
 {
     CEncodeParam source;
     FillDistinct(source);
 
     CEncodeParam target;
     target.SetParam(nullptr, 0xFFFFFFFF);
+    target.SetParam(&source, 0x10000000);
+    EXPECT_EQ(target.m_nCheckSen, 30);
+    EXPECT_EQ(target.m_nQi, 10);
     target.SetParam(&source, 0x80000000);
     EXPECT_EQ(target.m_nQp, 21);
     EXPECT_EQ(target.m_nQi, 22);
@@ -391,16 +335,12 @@ TEST(CEncodeParamSetParam, EachBitCopiesItsFields)
     EXPECT_EQ(channel.m_bCheckVideo, 0);
     EXPECT_EQ(channel.m_nAlarmFrameNum, 3);
     EXPECT_EQ(Rects(channel), (std::vector<CRect>{CRect(7, 7, 9, 9)}));
-}
 
-TEST(CEncodeParamSetParam, TheAreasBitCopiesEverything)
-{
-    CEncodeParam source;
-    FillDistinct(source);
-    CEncodeParam target;
-    target.SetParam(&source, 0x20000000);
-    EXPECT_EQ(StoreArchive(target), StoreArchive(source));
-    EXPECT_EQ(target.m_nReserved, 7);
+    // The areas bit copies everything, and leaves the source its areas.
+    CEncodeParam whole;
+    whole.SetParam(&source, 0x20000000);
+    EXPECT_EQ(StoreArchive(whole), StoreArchive(source));
+    EXPECT_EQ(whole.m_nReserved, 7);
     EXPECT_EQ(source.m_MaskList.GetCount(), 2);
 }
 
@@ -421,23 +361,24 @@ protected:
     CMaskInfo* m_pDropped;
 };
 
+// Null or the object itself changes nothing; a host takes its settings over, all but
+// the signal check, and a host without areas clears the channel's.
 TEST_F(CEncodeParamSetMaskInfo, TakesSettingsButNotTheSignalCheck)
 {
+    m_channel.SetMaskInfo(nullptr);
+    m_channel.SetMaskInfo(&m_channel);
+    ASSERT_EQ(m_channel.m_MaskList.GetCount(), 2);
+    EXPECT_EQ(MaskAt(m_channel, 1), m_pKept);
     CEncodeParam host;
     FillDistinct(host);
+    host.DeleteMaskInfo();
     m_channel.SetMaskInfo(&host);
+    EXPECT_TRUE(m_channel.m_MaskList.IsEmpty());
     EXPECT_EQ(m_channel.m_nReserved, 7);
     EXPECT_EQ(m_channel.m_nQp, 21);
     EXPECT_EQ(m_channel.m_nAlarmFrameNum, 5);
     EXPECT_EQ(m_channel.m_dwSoundDev, 2u);
     EXPECT_EQ(m_channel.m_bCheckVideo, 1);
-}
-
-TEST_F(CEncodeParamSetMaskInfo, AHostWithoutAreasClearsTheChannelsAreas)
-{
-    CEncodeParam host;
-    m_channel.SetMaskInfo(&host);
-    EXPECT_TRUE(m_channel.m_MaskList.IsEmpty());
 }
 
 // The channel ends with the host's list in the host's order; an area it already had
@@ -473,14 +414,6 @@ TEST_F(CEncodeParamSetMaskInfo, EachLiveAreaServesOneEqualAreaOfTheHost)
     EXPECT_EQ(MaskAt(m_channel, 1), pSecond);
     EXPECT_EQ(MaskAt(m_channel, 1)->IsAlarm(), 1);
     EXPECT_EQ(MaskAt(m_channel, 2)->m_nWidth, 640);
-}
-
-TEST_F(CEncodeParamSetMaskInfo, NullOrItselfChangesNothing)
-{
-    m_channel.SetMaskInfo(nullptr);
-    m_channel.SetMaskInfo(&m_channel);
-    ASSERT_EQ(m_channel.m_MaskList.GetCount(), 2);
-    EXPECT_EQ(MaskAt(m_channel, 1), m_pKept);
 }
 
 } // namespace

@@ -9,7 +9,6 @@
 #include "sound/CAdpcm.h"
 #include "sound/CWaveCodec.h"
 
-#include <cmath>
 #include <vector>
 
 namespace {
@@ -38,7 +37,6 @@ protected:
         microphone.strName = "microphone";
         microphone.signal.dwSeed = kSeed;
         CVirtualWave::AddInput(microphone);
-        CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
         // Each frame takes 40 ms of the clock, as at 25 frames a second.
         m_host.m_pfnOnFrame = [this](HWND, tag_ZNCAPTUREFRAME* pFrame) {
             m_clock.Advance(40);
@@ -46,8 +44,7 @@ protected:
             m_frames.push_back({data.wFlags, data.wFrameType, data.dwVideoLen,
                                 std::vector<BYTE>(data.pSound, data.pSound + data.dwSoundLen)});
         };
-        ASSERT_EQ(m_video.Open(&m_host, STREAM_REVISION_20020219), ZNRET_OK);
-        ASSERT_EQ(m_video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+        ASSERT_TRUE(OpenOn(m_video, m_host, MakeCaptureBoard(4, 2), FRAMESIZE_320X240_R2));
         m_param.m_bEncodeSound = 1;
         ASSERT_EQ(m_video.OpenCamera(0, kWaveInCamera, &m_param, nullptr), ZNRET_OK);
     }
@@ -119,23 +116,6 @@ TEST_F(CameraSound, FramesCarryTheInputSignalWithoutGapOrRepetition)
         ASSERT_EQ(encoder.Encode(&pcm[nGroup * 8], &expected[nGroup * 3], static_cast<int>(nGroups * 8), 0), 1);
     }
     EXPECT_EQ(code, expected);
-
-    // And it decodes to the signal within the codec's loss.
-    CAdpcm decoder;
-    ASSERT_EQ(decoder.Init(CAdpcm::kModeDecoder), 1);
-    std::vector<short> decoded(pcm.size());
-    for (std::size_t n = 0; n < code.size(); n += 3000) {
-        const std::size_t nBytes = std::min<std::size_t>(3000, code.size() - n);
-        ASSERT_EQ(decoder.Decode(&code[n], &decoded[n / 3 * 8], static_cast<int>(nBytes), 0), 1);
-    }
-    double dSignal = 0.0;
-    double dNoise = 0.0;
-    for (std::size_t n = 0; n < pcm.size(); ++n) {
-        dSignal += static_cast<double>(pcm[n]) * pcm[n];
-        const double dError = pcm[n] - 4.0 * decoded[n];
-        dNoise += dError * dError;
-    }
-    EXPECT_GT(10.0 * std::log10(dSignal / dNoise), 15.0);
 }
 
 TEST_F(CameraSound, SettingsTakeEffectAndAFailingDeviceNeverStopsAPicture)

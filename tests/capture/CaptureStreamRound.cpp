@@ -6,6 +6,7 @@
 #include "capture/CBoardList.h"
 #include "capture/CCaptureStream.h"
 #include "capture/CCaptureWnd.h"
+#include "driver/CSpciIO.h"
 #include "platform/TickClock.h"
 
 
@@ -27,12 +28,10 @@ TEST_F(CaptureStreamRound, CamerasShareTheStreamsFrameRate)
         CVirtualRack::Clear();
         tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1);
         board.nPacing = PACING_REALTIME;
-        CVirtualRack::InstallBoard(board);
         CTestClock clock(1000);
         CHostWindow host;
         CVideo video;
-        ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
-        ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+        ASSERT_TRUE(OpenOn(video, host, board, FRAMESIZE_160X112));
         CEncodeParam param;
         for (int nCamera = 0; nCamera < nCameras; ++nCamera)
             ASSERT_EQ(video.OpenCamera(0, nCamera, &param, nullptr), ZNRET_OK);
@@ -53,10 +52,9 @@ TEST_F(CaptureStreamRound, CamerasShareTheStreamsFrameRate)
 
 TEST_F(CaptureStreamRound, ShortFramesReadEightMoreLinesOnStreamOneOnly)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2)));
     // Two streams and a 112-line size meet only on a board opened below the facade.
     CCaptureWnd board;
     ASSERT_TRUE(board.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
@@ -125,6 +123,33 @@ TEST(CaptureStreamPicture, FaultPatternIsFourLumaBytesInLinesTwoToNine)
     }
 }
 
+// A stream opens on a working device and a board window, for a stream its board has, at
+// a picture of some size.
+TEST_F(CaptureStreamRound, StreamOpensOnlyWhereItsBoardHasIt)
+{
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
+    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
+    CSpciIO oneStream;
+    CSpciIO twoStreams;
+    CSpciIO closed;
+    ASSERT_NE(oneStream.Open(0), 0);
+    ASSERT_NE(twoStreams.Open(1), 0);
+    CCaptureWnd board;
+    ASSERT_TRUE(board.CreateEx(0, nullptr, "board", WS_POPUP, RECT{}, nullptr, 0));
+    const auto opens = [&](CCaptureWnd* pBoard, CSpciIO* pIO, int nStream, int nWidth, int nHeight) {
+        return CCaptureStream(pBoard, pIO, nStream).Open(nWidth, nHeight, STANDARD_NTSC, 0, STREAM_REVISION_20020114);
+    };
+    EXPECT_EQ(opens(&board, &oneStream, 0, 320, 240), 1);
+    EXPECT_EQ(opens(&board, &twoStreams, 1, 320, 240), 1);
+    EXPECT_EQ(opens(&board, &oneStream, 1, 320, 240), 0);
+    EXPECT_EQ(opens(&board, &twoStreams, 2, 320, 240), 0);
+    EXPECT_EQ(opens(&board, &closed, 0, 320, 240), 0);
+    EXPECT_EQ(opens(nullptr, &oneStream, 0, 320, 240), 0);
+    EXPECT_EQ(opens(&board, &oneStream, 0, 0, 240), 0);
+    EXPECT_EQ(opens(&board, &oneStream, 0, 320, 0), 0);
+    board.DestroyWindow();
+}
+
 // The part of the input a stream captures: left 12, top 22 (NTSC) or 24 (PAL), the
 // standard's whole picture, and input 1 on stream 1. The first revision's 640 x 240 on
 // stream 1 in PAL captures a window of that size.
@@ -150,10 +175,9 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
         {640, 240, STANDARD_NTSC, STREAM_REVISION_20020219, {{0, 0, 12, 22, 640, 240}, {1, 0, 12, 22, 640, 240}},
          320, 240},
     };
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2)));
     CCaptureWnd refused;
     ASSERT_TRUE(refused.Create(&host, video.m_pBoardList->GetBoard(0), &video, 0));
     EXPECT_FALSE(refused.Open(0, 240, STANDARD_NTSC, 0, STREAM_REVISION_20020114)) << "no width";
@@ -189,11 +213,9 @@ TEST_F(CaptureStreamRound, VideoPortFollowsStandardStreamAndSize)
 // most: with 10 channels stream 1 starts at camera 5, and cameras 4 and 9 have no slot.
 TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(10, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(10, 2), FRAMESIZE_320X240_R2));
     EXPECT_EQ(video.GetCameraNum(0), 10);
     CEncodeParam param;
     EXPECT_EQ(video.OpenCamera(0, 4, &param, nullptr), ZNRET_FAILED);
@@ -210,17 +232,17 @@ TEST_F(CaptureStreamRound, StreamOneOfATenChannelBoardStartsAtCameraFive)
     EXPECT_STREQ(strName, "Camera(0,5)");
     EXPECT_EQ(pCamera->GetDlgCtrlID(), 105);
     EXPECT_EQ(pCamera->GetParent(), video.m_ppCaptureWnd[0].get());
+    const HWND hCamera = pCamera->GetSafeHwnd();
     ASSERT_EQ(video.CloseCamera(0, 5), ZNRET_OK);
     EXPECT_EQ(video.IsCameraStart(0, 5), 0);
+    EXPECT_FALSE(IsWindow(hCamera));
 }
 
 TEST_F(CaptureStreamRound, FaultPatternIsReadAgainOnStreamOneAndPassesOnStreamZero)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2, SOURCE_FAULTPATTERN));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2, SOURCE_FAULTPATTERN), FRAMESIZE_320X240_R2));
     CEncodeParam param;
     ASSERT_EQ(video.OpenCamera(0, 2, &param, nullptr), ZNRET_OK);
     ASSERT_TRUE(PumpUntil([&] { return Record(1).dwFramesDelivered > 30; }));
@@ -241,8 +263,7 @@ protected:
             tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1, SOURCE_STILL);
             board.nPacing = PACING_REALTIME;
             board.sources[0].nKind = nCameraZero;
-            CVirtualRack::InstallBoard(board);
-            ASSERT_EQ(m_video.Open(&m_host, STREAM_REVISION_20020114), ZNRET_OK);
+            ASSERT_TRUE(OpenOn(m_video, m_host, board));
             ASSERT_EQ(m_video.OpenBoard(0, FRAMESIZE_160X112, nSpeed, nullptr), ZNRET_OK);
         }
         CEncodeParam param;

@@ -15,10 +15,29 @@
 #include <functional>
 #include <vector>
 
+// The stream revision a board of the generation works with.
+inline DWORD RevisionOf(BYTE byGeneration)
+{
+    return byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
+}
+
 class CCaptureTest : public ::testing::Test {
 protected:
     void SetUp() override { CVirtualRack::Clear(); }
     void TearDown() override { CVirtualRack::Clear(); }
+
+    // Installs the board, opens video for the host at the revision of the board's
+    // generation and, unless nSize is FRAMESIZE_INVALID, board 0 at nSize.
+    static ::testing::AssertionResult OpenOn(CVideo& video, CWnd& host, const tag_VIRTUALBOARD& board,
+                                             tag_FRAMESIZE nSize = FRAMESIZE_INVALID)
+    {
+        CVirtualRack::InstallBoard(board);
+        if (video.Open(&host, RevisionOf(board.byGeneration)) != ZNRET_OK)
+            return ::testing::AssertionFailure() << "the facade did not open";
+        if (nSize != FRAMESIZE_INVALID && video.OpenBoard(0, nSize, 0, nullptr) != ZNRET_OK)
+            return ::testing::AssertionFailure() << "board 0 did not open";
+        return ::testing::AssertionSuccess();
+    }
 };
 
 inline tag_VIRTUALBOARD MakeCaptureBoard(BYTE byChannels, BYTE byGeneration)

@@ -118,16 +118,16 @@ protected:
     void RecordAndCheck(BYTE byChannels, BYTE byGeneration, tag_FRAMESIZE nSize, const std::vector<int>& cameras,
                         std::size_t nFramesPerCamera)
     {
-        CVirtualRack::InstallBoard(MakeCaptureBoard(byChannels, byGeneration));
-        const DWORD dwRevision = byGeneration == 2 ? STREAM_REVISION_20020219 : STREAM_REVISION_20020114;
+        SCOPED_TRACE(static_cast<int>(byGeneration));
+        CVirtualRack::Clear();
+        const DWORD dwRevision = RevisionOf(byGeneration);
         CTestClock clock(5000);
         CHostWindow host;
         CStoreDir store;
         CRecordingHost recorder(host, clock, store, dwRevision);
         {
             CVideo video;
-            ASSERT_EQ(video.Open(&host, dwRevision), ZNRET_OK);
-            ASSERT_EQ(video.OpenBoard(0, nSize, 0, nullptr), ZNRET_OK);
+            ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(byChannels, byGeneration), nSize));
             CEncodeParam param;
             for (int nCamera : cameras)
                 ASSERT_EQ(video.OpenCamera(0, nCamera, &param, nullptr), ZNRET_OK) << nCamera;
@@ -147,28 +147,14 @@ protected:
     }
 };
 
-TEST_F(CaptureToRecording, FirstGenerationBoardWithOneCamera)
+// One board of each generation: one camera, four on one stream, two streams at once, and
+// the wide PAL size.
+TEST_F(CaptureToRecording, EveryGenerationsFilesDecodeToThePreviews)
 {
     RecordAndCheck(4, 1, FRAMESIZE_160X112, {2}, 12);
-}
-
-TEST_F(CaptureToRecording, FirstGenerationBoardWithFourCamerasOnItsStream)
-{
     RecordAndCheck(4, 1, FRAMESIZE_176X144, {0, 1, 2, 3}, 6);
-}
-
-TEST_F(CaptureToRecording, GenerationZeroBoardWithTwoCameras)
-{
     RecordAndCheck(2, 0, FRAMESIZE_320X240, {0, 1}, 5);
-}
-
-TEST_F(CaptureToRecording, SecondGenerationBoardWithBothStreams)
-{
     RecordAndCheck(4, 2, FRAMESIZE_320X240_R2, {0, 1, 2, 3}, 5);
-}
-
-TEST_F(CaptureToRecording, SecondGenerationBoardWithTheWidePalSize)
-{
     RecordAndCheck(2, 2, FRAMESIZE_704X288_R2, {0, 1}, 4);
 }
 

@@ -21,11 +21,9 @@ TEST_P(CloseFromHandlers, NothingClosedIsTouchedAndTheRestGoesOn)
     // Camera 0 shows the kind of picture under test, camera 1 a scene with signal.
     tag_VIRTUALBOARD board = MakeCaptureBoard(4, 1, SOURCE_STILL);
     board.sources[0].nKind = nKind;
-    CVirtualRack::InstallBoard(board);
     CHostWindow host;
     auto pVideo = std::make_unique<CVideo>();
-    ASSERT_EQ(pVideo->Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
-    ASSERT_EQ(pVideo->OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(*pVideo, host, board, FRAMESIZE_160X112));
     CEncodeParam param;
     ASSERT_EQ(pVideo->OpenCamera(0, 0, &param, nullptr), ZNRET_OK);
     ASSERT_EQ(pVideo->OpenCamera(0, 1, &param, nullptr), ZNRET_OK);

@@ -16,6 +16,7 @@ TEST_F(VideoFacadeResults, ClosedFacadeAnswersByTheOrderOfItsTests)
     EXPECT_EQ(video.GetBoardNum(), -1);
     EXPECT_EQ(video.GetTotalCameraNum(), -1);
     EXPECT_EQ(video.GetCameraNum(0), -1);
+    EXPECT_EQ(video.IsCameraStart(0, 0), 0);
     EXPECT_EQ(video.OpenBoard(0, FRAMESIZE_320X240, 0, nullptr), ZNRET_FAILED);
     EXPECT_EQ(video.OpenBoard(0, static_cast<tag_FRAMESIZE>(6), 0, nullptr), ZNRET_BAD_ARGUMENT);
     EXPECT_EQ(video.CloseBoard(0), ZNRET_FAILED);
@@ -54,10 +55,9 @@ TEST_F(VideoFacadeResults, OpenBoardAndItsFailures)
 
 TEST_F(VideoFacadeResults, CameraOperationsNeedAnOpenBoardAndCamera)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 1));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 1)));
     CEncodeParam param;
     tag_CAMERASTATUS nStatus = CAMSTATUS_READY;
     EXPECT_EQ(video.OpenCamera(0, 0, &param, nullptr), ZNRET_FAILED);
@@ -99,17 +99,25 @@ TEST_F(VideoFacadeResults, OnlyOneLivingFacadeCanBeOpened)
         EXPECT_EQ(first.Open(&host, STREAM_REVISION_20020114), ZNRET_NOT_AVAILABLE);
         EXPECT_EQ(second.Open(&host, STREAM_REVISION_20020114), ZNRET_NOT_AVAILABLE);
     }
-    CVideo video;
-    EXPECT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+    {
+        CVideo video;
+        ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020114), ZNRET_OK);
+        ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_160X112, 0, nullptr), ZNRET_OK);
+        CEncodeParam param;
+        ASSERT_EQ(video.OpenCamera(0, 1, &param, nullptr), ZNRET_OK);
+        EXPECT_EQ(video.IsCameraStart(1, 1), 0);
+    }
+    // The facade that goes closes what it opened.
+    const tag_STREAMRECORD record = CVirtualRack::GetBoard(0)->GetStreamRecord(0);
+    EXPECT_FALSE(record.bOpen);
+    EXPECT_EQ(record.dwStops, 1u);
 }
 
 TEST_F(VideoFacadeResults, BoardOfTheOtherRevisionsSizeReportsNoFrameSize)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
-    ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2), FRAMESIZE_320X240_R2));
     tag_FRAMESIZE nSize = FRAMESIZE_INVALID;
     EXPECT_EQ(video.GetVideoSize(0, nSize), ZNRET_OK);
     EXPECT_EQ(nSize, FRAMESIZE_320X240_R2);
@@ -125,10 +133,9 @@ TEST_F(VideoFacadeResults, BoardOfTheOtherRevisionsSizeReportsNoFrameSize)
 
 TEST_F(VideoFacadeResults, VideoColorReachesTheDriverByTheSlotTable)
 {
-    CVirtualRack::InstallBoard(MakeCaptureBoard(4, 2));
     CHostWindow host;
     CVideo video;
-    ASSERT_EQ(video.Open(&host, STREAM_REVISION_20020219), ZNRET_OK);
+    ASSERT_TRUE(OpenOn(video, host, MakeCaptureBoard(4, 2)));
     tag_VIDEOCOLOR color{};
     EXPECT_EQ(video.SetVideoColor(0, 3, &color), ZNRET_NOT_AVAILABLE);
     ASSERT_EQ(video.OpenBoard(0, FRAMESIZE_320X240_R2, 0, nullptr), ZNRET_OK);

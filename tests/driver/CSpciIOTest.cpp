@@ -3,6 +3,9 @@
 #include "DriverTestSupport.h"
 
 #include "driver/CSpciIO.h"
+#include "driver/virtual/FrameSources.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -110,7 +113,47 @@ TEST_F(DeviceTest, GenerationDecidesStreamsAndCameras)
         EXPECT_EQ(pBoard->GetStreamCameras(0), layout.nCameras0);
         EXPECT_EQ(pBoard->GetStreamCameras(1), layout.nCameras1);
         EXPECT_EQ(pBoard->GetFirstCamera(1), layout.nFirst1);
+        EXPECT_EQ(pBoard->GetStreamCameras(-1) + pBoard->GetFirstCamera(-1) + pBoard->GetFirstCamera(2), 0);
     }
+}
+
+// A camera without a source of its own shows a scene seeded by its number; sources can
+// be changed on cameras the board has. The stream records keep the state and the newest
+// orders of each stream the board has.
+TEST_F(DeviceTest, BoardKeepsCameraSourcesAndStreamRecords)
+{
+    const std::shared_ptr<CVirtualBoard> pBoard = CVirtualBoard::Create(MakeTestBoard(4, 2));
+    const tag_FRAMEFORMAT format{16, 8, DRIVER_STANDARD_NTSC};
+    std::vector<BYTE> drawn(16 * 8 * 2);
+    std::vector<BYTE> expected(drawn.size());
+    for (int nCamera = 0; nCamera < 4; ++nCamera) {
+        EXPECT_EQ(pBoard->GetCameraSource(nCamera).dwSeed, static_cast<DWORD>(nCamera + 1));
+        ASSERT_TRUE(pBoard->WriteFrame(nCamera, drawn.data(), format, 500));
+        CreateFrameSource({SOURCE_SYNTHETIC, static_cast<DWORD>(nCamera + 1), ""})->WriteFrame(expected.data(), format, 500);
+        EXPECT_EQ(drawn, expected) << "camera " << nCamera;
+    }
+    EXPECT_FALSE(pBoard->WriteFrame(4, drawn.data(), format, 500));
+    ASSERT_TRUE(pBoard->SetCameraSource(0, {SOURCE_NOSIGNAL, 9, ""}));
+    EXPECT_EQ(pBoard->GetCameraSource(0).nKind, SOURCE_NOSIGNAL);
+    pBoard->WriteFrame(0, drawn.data(), format, 500);
+    EXPECT_LE(*std::max_element(drawn.begin(), drawn.end()), 128);
+
+    pBoard->RecordOpen(1, nullptr, DRIVER_STANDARD_NTSC, tag_VideoPort{}, tag_PciPort{});
+    pBoard->RecordStart(1);
+    EXPECT_TRUE(pBoard->GetStreamRecord(1).bStarted);
+    for (int nOrder = 0; nOrder < READ_HISTORY + 2; ++nOrder)
+        pBoard->RecordOrder(1, tag_VIDEOREAD{0, nOrder % 4, 0, 0, nullptr, static_cast<DWORD>(nOrder)});
+    const tag_STREAMRECORD record = pBoard->GetStreamRecord(1);
+    EXPECT_EQ(record.nHistory, READ_HISTORY);
+    EXPECT_EQ(record.history[0].dwSize, 2u);
+    EXPECT_EQ(record.history[READ_HISTORY - 1].dwSize, static_cast<DWORD>(READ_HISTORY + 1));
+    pBoard->RecordStop(1);
+    EXPECT_FALSE(pBoard->GetStreamRecord(1).bStarted);
+    EXPECT_EQ(pBoard->GetStreamRecord(1).dwStops, 1u);
+    pBoard->RecordStart(0);
+    EXPECT_TRUE(pBoard->GetStreamRecord(0).bStarted);
+    for (int nStream : {-1, MAX_BOARD_STREAMS})
+        EXPECT_EQ(pBoard->GetStreamRecord(nStream).dwStarts, 0u) << nStream;
 }
 
 // Footage gets the frame size that shows its picture best: its own where the revision
@@ -133,6 +176,7 @@ TEST_F(DeviceTest, FootagePicksTheFrameSizeOfItsPicture)
         {640, 480, STREAM_REVISION_20020114, FRAMESIZE_352X288},
         {720, 576, STREAM_REVISION_20020219, FRAMESIZE_352X288_R2},
         {330, 250, STREAM_REVISION_20020114, FRAMESIZE_320X240},
+        {400, 240, STREAM_REVISION_20020114, FRAMESIZE_320X240},
         {100, 50, STREAM_REVISION_20020114, FRAMESIZE_160X112},
         {100, 50, STREAM_REVISION_20020219, FRAMESIZE_320X240_R2},
     };

@@ -158,7 +158,8 @@ TEST_F(StreamTest, OpenRefusesWhatTheBoardCannotDo)
         EXPECT_EQ(CVideoStream(m_io, 0).Open(hWnd, DRIVER_STANDARD_NTSC, &videoPort, &badSize), 0);
 
     CVideoStream twice(m_io, 0);
-    EXPECT_NE(twice.Open(hWnd, DRIVER_STANDARD_NTSC, &videoPort, &pciPort), 0);
+    tag_PciPort largest{0, 0, 0, MAX_DELIVERED_WIDTH, MAX_DELIVERED_HEIGHT};
+    EXPECT_NE(twice.Open(hWnd, DRIVER_STANDARD_NTSC, &videoPort, &largest), 0);
     EXPECT_EQ(twice.Open(hWnd, DRIVER_STANDARD_NTSC, &videoPort, &pciPort), 0);
 
     CSpciIO newer;
@@ -181,8 +182,12 @@ TEST_F(StreamTest, OpenKeepsWindowStandardAndPortRecordsForTheBoard)
     EXPECT_EQ(record.videoPort.dwWidth, 640u);
     EXPECT_EQ(record.pciPort.dwWidth, static_cast<DWORD>(kWidth));
     EXPECT_EQ(record.pciPort.dwHeight, static_cast<DWORD>(kHeight));
+    ASSERT_NE(pStream->Start(), 0);
+    EXPECT_EQ(CVirtualRack::GetBoard(0)->GetStreamRecord(1).dwStarts, 1u);
     pStream->Close();
     EXPECT_FALSE(CVirtualRack::GetBoard(0)->GetStreamRecord(1).bOpen);
+    OpenStream(0).reset();
+    EXPECT_FALSE(CVirtualRack::GetBoard(0)->GetStreamRecord(0).bOpen) << "a stream closes itself when it goes";
 }
 
 TEST_F(StreamTest, StartFailsOnABoardToldToFail)
@@ -342,9 +347,15 @@ TEST_F(PacedStreamTest, NothingArrivesAfterStop)
     EXPECT_TRUE(buffer.IsUntouched());
     EXPECT_EQ(pStream->ReadVideo(&read), 0) << "a stopped stream takes no order";
 
+    // Restarted, it works again and knows no input yet: reading camera 1 costs no switch.
+    // Camera 0 follows it and isn't busy, so the input is switched to it ahead.
     ASSERT_NE(pStream->Start(), 0);
+    read = MakeRead(1, buffer, 0, 0);
     ASSERT_NE(pStream->ReadVideo(&read), 0);
-    EXPECT_EQ(AdvanceAndTake(34).size(), 1u) << "and works again once restarted";
+    EXPECT_EQ(AdvanceAndTake(34).size(), 1u);
+    read = MakeRead(0, buffer);
+    ASSERT_NE(pStream->ReadVideo(&read), 0);
+    EXPECT_EQ(AdvanceAndTake(33).size(), 1u);
 }
 
 TEST_F(PacedStreamTest, NothingArrivesAfterClose)

@@ -60,21 +60,19 @@ TEST(ByteBus, LogsEveryAccessWithItsArguments)
     debi.ReadDebiByte(BUS_ADDRESS_COMMAND, byRead, 5);
     debi.WriteDebiByte(7, 1, 3);
     debi.Unlock();
-    const std::vector<tag_BUSEVENT> traffic = debi.GetTraffic();
-    ASSERT_EQ(traffic.size(), 5u);
-    EXPECT_EQ(traffic[0].nAccess, BUS_LOCK);
-    EXPECT_EQ(traffic[0].nLength, 1000);
-    EXPECT_EQ(traffic[0].nResult, 1);
-    EXPECT_EQ(traffic[1].nAccess, BUS_WRITE);
-    EXPECT_EQ(traffic[1].byValue, PORT_COMMAND_READINPUT);
-    EXPECT_EQ(traffic[1].nRetry, 5);
-    EXPECT_EQ(traffic[2].nAccess, BUS_READ);
-    EXPECT_EQ(traffic[2].byValue, 0xFF);
-    EXPECT_EQ(traffic[3].wAddress, 7);
-    EXPECT_EQ(traffic[3].nRetry, 3);
-    EXPECT_EQ(traffic[3].nResult, -1);
-    EXPECT_EQ(traffic[4].nAccess, BUS_UNLOCK);
-    EXPECT_EQ(traffic[4].nResult, 1);
+    debi.Unlock();   // not held any more
+    BYTE block[4] = {};
+    debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, block, 4, 15);
+    const std::vector<std::vector<int>> expected = {
+        {BUS_LOCK, 0, 0, 1000, 0, 1},   {BUS_WRITE, 0, PORT_COMMAND_READINPUT, 1, 5, 1},
+        {BUS_READ, 0, 0xFF, 1, 5, 1},   {BUS_WRITE, 7, 1, 1, 3, -1},
+        {BUS_UNLOCK, 0, 0, 0, 0, 1},    {BUS_UNLOCK, 0, 0, 0, 0, 0},
+        {BUS_READBLOCK, 0, 0, 4, 15, -1},
+    };
+    std::vector<std::vector<int>> logged;
+    for (const tag_BUSEVENT& event : debi.GetTraffic())
+        logged.push_back({event.nAccess, event.wAddress, event.byValue, event.nLength, event.nRetry, event.nResult});
+    EXPECT_EQ(logged, expected);
     debi.ClearTraffic();
     EXPECT_TRUE(debi.GetTraffic().empty());
 }
@@ -196,6 +194,12 @@ TEST(ByteBus, SoundCommandsAndReadsGoToTheSoundProcessor)
     BYTE block[360] = {};
     EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, block, 360, 15), 360);
     EXPECT_EQ(block[359], 0x5A);
+    // Blocks come from address 0 only, into a buffer, and not while transfers fail.
+    EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, block, 0, 15), -1);
+    EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, nullptr, 360, 15), -1);
+    EXPECT_EQ(debi.ReadDebiBlock(1, block, 360, 15), -1);
+    debi.SetFaults(false, true);
+    EXPECT_EQ(debi.ReadDebiBlock(BUS_ADDRESS_COMMAND, block, 360, 15), -1);
 }
 
 TEST(ByteBus, WithoutSoundProcessorNoSoundIsReady)

@@ -1,13 +1,16 @@
 // Recordings for the tests of playback and export: flat pictures whose brightness names
-// the frame, at chosen stamps, with chosen flags and sound, written by CZnFile.
+// the frame, at chosen stamps, with chosen flags and sound, written by CZnFile; and the
+// speech code of a tone with its reference decoding.
 #pragma once
 
 #include "recording/CZnFile.h"
+#include "sound/CAdpcm.h"
 #include "vocabulary/FrameSizes.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -151,6 +154,38 @@ inline void WriteRecording(const std::string& strPath, std::vector<tag_TESTFRAME
     file.Close();
     if (bAnyOverlong)
         StretchOverlongFrames(strPath, nCapacity);
+}
+
+// G.726 code of a tone: nBytes bytes, a whole number of groups, from one encoder.
+inline std::vector<BYTE> MakeToneCode(int nBytes)
+{
+    CAdpcm encoder;
+    EXPECT_EQ(encoder.Init(CAdpcm::kModeEncoder), 1);
+    std::vector<BYTE> code;
+    std::vector<short> pcm(static_cast<std::size_t>(CAdpcm::kMaxSamples));
+    std::vector<BYTE> piece(static_cast<std::size_t>(CAdpcm::kMaxCodeBytes));
+    for (int nSample = 0; static_cast<int>(code.size()) < nBytes;) {
+        const int nPiece = std::min(nBytes - static_cast<int>(code.size()), CAdpcm::kMaxCodeBytes);
+        const int nSamples = nPiece / 3 * 8;
+        for (int i = 0; i < nSamples; ++i, ++nSample)
+            pcm[static_cast<std::size_t>(i)] = static_cast<short>(9000 * std::sin(nSample * 0.3));
+        EXPECT_EQ(encoder.Encode(pcm.data(), piece.data(), nSamples, 0), 1);
+        code.insert(code.end(), piece.begin(), piece.begin() + nPiece);
+    }
+    return code;
+}
+
+// The code decoded by one decoder from the start, in calls as long as it takes.
+inline std::vector<short> DecodeCode(const std::vector<BYTE>& code)
+{
+    CAdpcm decoder;
+    EXPECT_EQ(decoder.Init(CAdpcm::kModeDecoder), 1);
+    std::vector<short> pcm(code.size() / 3 * 8);
+    for (std::size_t n = 0; n < code.size(); n += CAdpcm::kMaxCodeBytes) {
+        const int nBytes = static_cast<int>(std::min<std::size_t>(CAdpcm::kMaxCodeBytes, code.size() - n));
+        EXPECT_EQ(decoder.Decode(&code[n], &pcm[n / 3 * 8], nBytes, 0), 1);
+    }
+    return pcm;
 }
 
 } // namespace playback_test
