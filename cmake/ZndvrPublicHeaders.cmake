@@ -5,9 +5,7 @@
 # stops a build that does not define ZNDVR_PRIVATE_BUILD (only the library's own targets
 # do), and the layer test checks both rules.
 #
-# Storage's, playback's and sound's exported classes join the list as they arrive, each
-# with the headers of its records: CZnDatabase, CHddObj, CFileSearchInfo and CZnFileInfo
-# (storage/), CDecodeWnd (playback/) and CWaveWnd (sound/).
+# Exported classes join the list as they arrive, each with the headers of its records.
 # A board's sound processor takes its speech coder from whoever installs the board, so the
 # coder's interface (driver/) and the library's G.726 coder for it (sound/) are public.
 set(ZNDVR_PUBLIC_HEADERS
@@ -27,9 +25,11 @@ set(ZNDVR_PUBLIC_HEADERS
   recording/FileRecords.h
   # playback: CDecodeWnd
   playback/CDecodeWnd.h
-  # storage: CZnDatabase, CHddObj
+  # storage: CZnDatabase, CHddObj, CFileSearchInfo, CZnFileInfo
+  storage/CFileSearchInfo.h
   storage/CHddObj.h
   storage/CZnDatabase.h
+  storage/CZnFileInfo.h
   storage/StorageRecords.h
   # sound: CWaveCodec, and the speech coder that hosts use to read recorded sound
   sound/CAdpcm.h

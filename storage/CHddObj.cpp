@@ -2,8 +2,12 @@
 
 #include "platform/CFileFind.h"
 #include "platform/Disks.h"
+#include "storage/CFileSearchInfo.h"
+#include "storage/FlatBuffer.h"
 
 #include <cstdlib>
+#include <memory>
+#include <new>
 
 IMPLEMENT_SERIAL(CHddObj, CObject, 0)
 
@@ -108,6 +112,61 @@ tag_SCANRESULT ScanAscending(const CDWordArray& aList, DWORD dwDate)
             return SCAN_PASSED;
     }
     return SCAN_ENDED;
+}
+
+// The first day of a walk whose start lies before the first day that has a date value.
+DWORD GetFirstDate()
+{
+    return CHddObj::GetNextDate(0);
+}
+
+DWORD GetDateOfTime(DWORD dwTime)
+{
+    return CHddObj::GetDateOf(CTime(static_cast<time_t>(dwTime)));
+}
+
+// The filters of a request that a file's summary must pass. The ends of a span count.
+bool MatchesRequest(const tag_SEARCHPARAM& param, const CZnFileInfo& info)
+{
+    const DWORD dwFlags = param.dwFlags;
+    if ((dwFlags & SEARCH_HOST) != 0 && info.m_strHostName != param.strHostName)
+        return false;
+    if ((dwFlags & SEARCH_BOARD) != 0 && info.m_strBoardName != param.strBoardName)
+        return false;
+    if ((dwFlags & SEARCH_CAMERA) != 0 && info.m_strCameraName != param.strCameraName)
+        return false;
+    if ((dwFlags & SEARCH_BEGIN) != 0 && param.dwBeginTime > info.m_dwEndTime)
+        return false;
+    if ((dwFlags & SEARCH_END) != 0 && param.dwEndTime < info.m_dwBeginTime)
+        return false;
+    if ((dwFlags & SEARCH_FRAMESIZE) != 0 && param.dwFrameSize != info.m_byFrameSize)
+        return false;
+    if ((dwFlags & SEARCH_MOMENT) != 0 &&
+        (param.dwBeginTime > info.m_dwEndTime || param.dwBeginTime < info.m_dwBeginTime))
+        return false;
+    return true;
+}
+
+// A list of the directory buffer: its count, then the dates, strictly ascending.
+bool ReadDateList(CFlatReader& reader, CDWordArray& aList)
+{
+    const DWORD dwCount = reader.Get32();
+    if (reader.IsDamaged() || dwCount > reader.GetRemaining() / sizeof(DWORD))
+        return false;
+    aList.SetSize(static_cast<int>(dwCount));
+    for (DWORD i = 0; i < dwCount; ++i) {
+        aList[static_cast<int>(i)] = reader.Get32();
+        if (i > 0 && aList[static_cast<int>(i)] <= aList[static_cast<int>(i - 1)])
+            return false;
+    }
+    return true;
+}
+
+void WriteDateList(CFlatWriter& writer, const CDWordArray& aList)
+{
+    writer.Put32(static_cast<DWORD>(aList.GetSize()));
+    for (int i = 0; i < aList.GetSize(); ++i)
+        writer.Put32(aList[i]);
 }
 
 } // namespace
@@ -562,4 +621,108 @@ int CHddObj::CompareFunc(const void* pLeft, const void* pRight)
     const DWORD dwLeft = *static_cast<const DWORD*>(pLeft);
     const DWORD dwRight = *static_cast<const DWORD*>(pRight);
     return dwLeft < dwRight ? -1 : dwLeft > dwRight ? 1 : 0;
+}
+
+void CHddObj::SearchFile(CFileSearchInfo* pInfo)
+{
+    if (pInfo == nullptr)
+        return;
+    const tag_SEARCHPARAM& param = pInfo->GetSearchParam();
+    if ((param.dwFlags & SEARCH_DBS) != 0 && param.strDbsName != m_strDbsName)
+        return;
+    if (m_strBaseDir.IsEmpty() || !IsExistingDirectory(m_strBaseDir))
+        return;
+    const CString strTree = m_strBaseDir + ((param.dwFlags & SEARCH_REMOTE) != 0 ? kRemoteTree : kLocalTree) + "/";
+    if ((param.dwFlags & SEARCH_DATE) != 0) {
+        const CString strDay = strTree + kDayPrefix + CTime(static_cast<time_t>(param.dwDate)).Format(kDayFormat);
+        if (IsExistingDirectory(strDay))
+            SearchDirectory(pInfo, strDay + "/");
+        return;
+    }
+    if ((param.dwFlags & SEARCH_BEGIN) != 0)
+        SearchDays(pInfo, strTree);
+}
+
+// The calendar of the span, from the day of the begin time to that of the end time and
+// never past today, one local day after the other whatever its length.
+void CHddObj::SearchDays(CFileSearchInfo* pInfo, const CString& strTree)
+{
+    const tag_SEARCHPARAM& param = pInfo->GetSearchParam();
+    const DWORD dwToday = GetDateOf(CTime::GetCurrentTime());
+    const DWORD dwLastDay = GetDateOfTime(param.dwEndTime);
+    DWORD dwDay = GetDateOfTime(param.dwBeginTime);
+    if (dwDay == 0)
+        dwDay = GetFirstDate();
+    for (; dwDay != 0 && dwDay <= dwLastDay && dwDay <= dwToday; dwDay = GetNextDate(dwDay)) {
+        const CString strDay = strTree + GetDayName(dwDay);
+        if (IsExistingDirectory(strDay))
+            SearchDirectory(pInfo, strDay + "/");
+    }
+}
+
+void CHddObj::SearchDirectory(CFileSearchInfo* pInfo, CString strDir)
+{
+    CFileFind finder;
+    if (pInfo == nullptr || !finder.FindFile(strDir + kAllEntries))
+        return;
+    BOOL bMore = TRUE;
+    while (bMore) {
+        bMore = finder.FindNextFile();
+        if (finder.IsDirectory())
+            continue;
+        std::unique_ptr<CZnFileInfo> pFile(new (std::nothrow) CZnFileInfo);
+        if (pFile == nullptr)
+            return;
+        if (pFile->Create(finder.GetFilePath(), m_dwRevision) && MatchesRequest(pInfo->GetSearchParam(), *pFile))
+            pInfo->AddResult(pFile.release());
+    }
+}
+
+DWORD CHddObj::GetDirSize() const
+{
+    if (m_strBaseDir.IsEmpty())
+        return sizeof(DWORD);
+    return 4 * sizeof(DWORD) + static_cast<DWORD>(m_strBaseDir.GetLength()) +
+           static_cast<DWORD>(m_strDbsName.GetLength()) +
+           sizeof(DWORD) * static_cast<DWORD>(m_aLocalDir.GetSize() + m_aRemoteDir.GetSize());
+}
+
+DWORD CHddObj::WriteDirToBuf(BYTE* pBuf, DWORD nSize) const
+{
+    if (pBuf == nullptr || nSize < GetDirSize())
+        return 0;
+    CFlatWriter writer(pBuf, nSize);
+    writer.Put32(static_cast<DWORD>(m_strBaseDir.GetLength()));
+    if (m_strBaseDir.IsEmpty())
+        return writer.GetPosition();
+    writer.PutBytes(m_strBaseDir);
+    writer.Put32(static_cast<DWORD>(m_strDbsName.GetLength()));
+    writer.PutBytes(m_strDbsName);
+    WriteDateList(writer, m_aLocalDir);
+    WriteDateList(writer, m_aRemoteDir);
+    return writer.HasFailed() ? 0 : writer.GetPosition();
+}
+
+DWORD CHddObj::ReadDirFromBuf(const BYTE* pBuf, DWORD nSize)
+{
+    if (pBuf == nullptr)
+        return 0;
+    CFlatReader reader(pBuf, nSize);
+    const CString strBaseDir = reader.GetString(reader.Get32());
+    CString strDbsName;
+    CDWordArray aLocal;
+    CDWordArray aRemote;
+    if (!strBaseDir.IsEmpty()) {
+        strDbsName = reader.GetString(reader.Get32());
+        if (!ReadDateList(reader, aLocal) || !ReadDateList(reader, aRemote))
+            return 0;
+    }
+    if (reader.IsDamaged())
+        return 0;
+    m_strBaseDir = strBaseDir;
+    m_strVolume.Empty();
+    m_strDbsName = strDbsName;
+    m_aLocalDir.Copy(aLocal);
+    m_aRemoteDir.Copy(aRemote);
+    return reader.GetPosition();
 }

@@ -17,6 +17,15 @@
 // after a date is found by the calendar (GetNextDate), never by adding 86 400 seconds, so
 // that a walk over days neither visits one twice nor skips one. Where a zone skips
 // midnight itself, the date value is the first moment that exists on that day.
+//
+// Search. A search reads the day directories as they stand on the disk, not the lists,
+// and every regular file in them whose head is a recording's. Times compare as unsigned
+// 32-bit seconds, as the day values do, so that recordings after 2038 sort and match.
+//
+// Directory buffer. Its reader trusts nothing in a buffer: a length that runs past it, or
+// a list that isn't strictly ascending, refuses the whole buffer and leaves the object as
+// it was. A listing read from a buffer may name a disk of another machine, so it is bound
+// to no volume here (GetHDD gives "").
 #pragma once
 
 #include "platform/CArchive.h"
@@ -27,6 +36,8 @@
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
 #include "storage/StorageRecords.h"
+
+class CFileSearchInfo;
 
 // What stands at a base directory, by CHddObj::CheckBaseDir. Create accepts the first two.
 enum tag_BASEDIRCHECK : int {
@@ -135,6 +146,19 @@ public:
     // tree is touched. 1 when strDir is gone.
     int DeleteDir(CString strDir, DWORD& dwDeleted);
 
+    // Appends to pInfo the recordings of this disk that match its request: days ascending,
+    // in a day by file name. Nothing for a null pointer.
+    void SearchFile(CFileSearchInfo* pInfo);
+
+    // The flat listing: base directory, display name, and the Local and Remote lists.
+    DWORD GetDirSize() const;
+    // Bytes written; 0 and nothing written when pBuf is null or nSize below GetDirSize().
+    DWORD WriteDirToBuf(BYTE* pBuf, DWORD nSize) const;
+    // Takes base directory, display name and the Local and Remote lists from the buffer;
+    // the Picture list stays. An empty base directory empties them all. Bytes read; 0 and
+    // nothing changed for a null or damaged buffer.
+    DWORD ReadDirFromBuf(const BYTE* pBuf, DWORD nSize);
+
 protected:
     int m_bRecycle;
     CString m_strBaseDir;    // absolute, with a trailing '/' once Create has succeeded
@@ -157,12 +181,16 @@ protected:
     void GetDirStruct(CDWordArray* pList, CString strDir);
     // strDir holds at least one entry that is not a directory.
     int IsAnyFile(CString strDir);
+    // Appends the recordings of one day directory that match; strDir ends in '/'. Entries
+    // that are directories are passed over.
+    void SearchDirectory(CFileSearchInfo* pInfo, CString strDir);
 
 private:
     static int CompareFunc(const void* pLeft, const void* pRight);
     void LoadDir(CDWordArray& aList, LPCSTR pszTree);
     CString GetTodayDir(CDWordArray& aList, LPCSTR pszTree);
     DWORD DeleteDateFrom(CDWordArray& aList, LPCSTR pszTree, DWORD dwDate);
+    void SearchDays(CFileSearchInfo* pInfo, const CString& strTree);
 
     CString m_strVolume;
 };

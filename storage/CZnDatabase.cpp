@@ -311,6 +311,15 @@ int CZnDatabase::GetHDDInfo(CObList* pList)
     return 1;
 }
 
+int CZnDatabase::SearchFile(CFileSearchInfo* pInfo)
+{
+    if (pInfo == nullptr)
+        return 0;
+    for (const std::unique_ptr<CHddObj>& pDisk : m_listHDD)
+        pDisk->SearchFile(pInfo);
+    return 1;
+}
+
 int CZnDatabase::SetOnceDelSpace(DWORD dwSpace)
 {
     if (dwSpace < MIN_ONCE_DEL_SPACE)

@@ -15,6 +15,7 @@
 //   disk on another file system. Every disk left out is reported, so that a user learns
 //   of it before the next save forgets it.
 // - There is no cache of search results: every search reads the disk, so none is stale.
+//   A search runs on the caller's thread and walks the calendar of its span (SearchFile).
 // - Recycled dates go to the window given to Open (WM_ZN_DATEDELETED, Messages.h) and to
 //   the callback of SetDateDeletedCallback, for hosts without a window; both are called
 //   synchronously inside ChangeWorkDir and must not call back into the disk list.
@@ -25,6 +26,7 @@
 #include "platform/CString.h"
 #include "platform/Export.h"
 #include "platform/WinTypes.h"
+#include "storage/CFileSearchInfo.h"
 #include "storage/CHddObj.h"
 #include "storage/StorageRecords.h"
 
@@ -89,6 +91,10 @@ public:
     int SetOnceDelSpace(DWORD dwSpace);
     DWORD GetOnceDelSpace() const;
     CString GetHostName() const;
+
+    // Runs pInfo's request over every disk in list order and appends what is found behind
+    // the results it holds. 0 for a null pointer, else 1: obstacles only leave files out.
+    virtual int SearchFile(CFileSearchInfo* pInfo);
 
     // Display name and base directory of the work disk; DBS_ERROR_NOHDD leaves both alone.
     tag_ERROR_DBS GetWorkHDD(CString& strDbsName, CString& strBaseDir) const;

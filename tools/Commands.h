@@ -21,4 +21,6 @@ int RunDisksCommand(std::span<char* const> args);
 int RunDevicesCommand(std::span<char* const> args);
 int RunPlayCommand(std::span<char* const> args);
 int RunExportCommand(std::span<char* const> args);
+int RunSearchCommand(std::span<char* const> args);
+int RunInfoCommand(std::span<char* const> args);
 int RunWavCommand(std::span<char* const> args);

@@ -3,6 +3,7 @@
 // files and the player all speak of pictures by these values. Pure functions.
 #pragma once
 
+#include "platform/Export.h"
 #include "platform/WinTypes.h"
 
 // 240-line and 288-line pictures.
@@ -33,7 +34,7 @@ inline constexpr int FRAMESIZE_MAX_INDEX = 5;
 
 // Width, height and standard of a frame size; false for a value that is not in the
 // table, leaving the outputs untouched.
-bool GetFrameSizePicture(tag_FRAMESIZE nSize, tag_VIDEOSTANDARD& nStandard, int& nWidth, int& nHeight);
+ZNDVR_API bool GetFrameSizePicture(tag_FRAMESIZE nSize, tag_VIDEOSTANDARD& nStandard, int& nWidth, int& nHeight);
 
 // The frame size of that picture among the sizes of that revision and standard;
 // FRAMESIZE_INVALID when there is none.
