@@ -22,31 +22,6 @@ constexpr int kWidth = 352;
 constexpr int kHeight = 288;
 constexpr int kMacroblocks = (kWidth / MB_LUMA_SIZE) * (kHeight / MB_LUMA_SIZE);
 
-// A form of every kernel: its name and a table filled for it.
-struct tag_FORM {
-    std::string strName;
-    tag_KERNELTABLE table;
-};
-
-std::vector<tag_FORM> AvailableForms()
-{
-    const struct {
-        DWORD dwFeature;
-        const char* strName;
-    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}, {KERNEL_FEATURE_AVX2, "avx2"}};
-    std::vector<tag_FORM> forms(1, tag_FORM{"plain", {}});
-    FillKernelTable(forms[0].table, 0);
-    DWORD dwFeatures = 0;
-    for (const auto& feature : features) {
-        if ((GetKernelFeatures() & feature.dwFeature) == 0)
-            continue;
-        dwFeatures |= feature.dwFeature;
-        forms.push_back({feature.strName, {}});
-        FillKernelTable(forms.back().table, dwFeatures);
-    }
-    return forms;
-}
-
 // A CIF picture of a noisy gradient, its packed frame and a second picture beside it.
 struct tag_PICTURES {
     std::vector<BYTE> frame = std::vector<BYTE>(kWidth * kHeight * 3);
@@ -199,10 +174,10 @@ void Register(const std::string& strName, std::function<void(benchmark::State&)>
 
 void RegisterAll()
 {
-    static const std::vector<tag_FORM> forms = AvailableForms();
+    static const std::vector<tag_KERNELFORM> forms = GetKernelForms();
     Register("FDCTNatural6/scalar", [](auto& state) { Transform(state, FDCTNatural); });
     Register("IDCTNatural6/scalar", [](auto& state) { Transform(state, IDCTNatural); });
-    for (const tag_FORM& form : forms) {
+    for (const tag_KERNELFORM& form : forms) {
         const tag_KERNELTABLE* pTable = &form.table;
         const std::string strForm = "/" + form.strName;
         Register("FDCTMMX6" + strForm, [pTable](auto& state) { Transform(state, pTable->pfnFDCTMMX); });

@@ -34,6 +34,25 @@ void FillKernelTable(tag_KERNELTABLE& table, DWORD dwFeatures)
 #endif
 }
 
+std::vector<tag_KERNELFORM> GetKernelForms()
+{
+    const struct {
+        DWORD dwFeature;
+        const char* strName;
+    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}, {KERNEL_FEATURE_AVX2, "avx2"}};
+    std::vector<tag_KERNELFORM> forms(1, tag_KERNELFORM{"plain", {}});
+    FillKernelTable(forms[0].table, 0);
+    DWORD dwFeatures = 0;
+    for (const auto& feature : features) {
+        if ((GetKernelFeatures() & feature.dwFeature) == 0)
+            continue;
+        dwFeatures |= feature.dwFeature;
+        forms.push_back({feature.strName, {}});
+        FillKernelTable(forms.back().table, dwFeatures);
+    }
+    return forms;
+}
+
 const tag_KERNELTABLE& GetKernelTable()
 {
     static const tag_KERNELTABLE table = [] {

@@ -12,6 +12,8 @@
 #include "platform/WinTypes.h"
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 // The SIMD forms are written with x86 intrinsics; a portable build leaves them out.
 #if !defined(ZNDVR_PORTABLE) && defined(__x86_64__) && defined(__SSE2__)
@@ -64,6 +66,16 @@ DWORD GetKernelFeatures();
 void FillKernelTable(tag_KERNELTABLE& table, DWORD dwFeatures);
 // The process's table, filled for GetKernelFeatures().
 const tag_KERNELTABLE& GetKernelTable();
+
+// One form of every kernel, for the kernel checker and the benchmarks, which run each
+// form through a table of its own.
+struct tag_KERNELFORM {
+    std::string strName;
+    tag_KERNELTABLE table;
+};
+// The plain table, then one table per feature that this build and processor offer, each
+// adding that feature to the one before.
+std::vector<tag_KERNELFORM> GetKernelForms();
 
 // Each kernel file enters its forms.
 void FillTransformKernels(tag_KERNELTABLE& table);

@@ -79,33 +79,6 @@ private:
     std::vector<std::uint8_t> m_bytes;
 };
 
-// One form of every kernel: the plain table, then one table per feature that this
-// build and processor offer, each adding that feature to the one before.
-struct tag_KERNELFORM {
-    std::string strName;
-    tag_KERNELTABLE table;
-};
-
-inline std::vector<tag_KERNELFORM> KernelForms()
-{
-    const struct {
-        DWORD dwFeature;
-        const char* strName;
-    } features[] = {{KERNEL_FEATURE_SSE2, "sse2"}, {KERNEL_FEATURE_AVX2, "avx2"}};
-    std::vector<tag_KERNELFORM> forms(1);
-    forms[0].strName = "plain";
-    FillKernelTable(forms[0].table, 0);
-    DWORD dwFeatures = 0;
-    for (const auto& feature : features) {
-        if ((GetKernelFeatures() & feature.dwFeature) == 0)
-            continue;
-        dwFeatures |= feature.dwFeature;
-        forms.push_back({feature.strName, {}});
-        FillKernelTable(forms.back().table, dwFeatures);
-    }
-    return forms;
-}
-
 // With ZNDVR_CHECK_BENCH=1 set, each check also times every form on its inputs and
 // prints the time per call; it asserts nothing about speed.
 inline bool IsTimingMode()

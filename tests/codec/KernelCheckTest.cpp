@@ -22,7 +22,7 @@ class KernelCheck : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_forms = KernelForms();
+        m_forms = GetKernelForms();
         if (m_forms.size() < 2)
             GTEST_SKIP() << "this build has no SIMD forms to hold against the plain ones";
         m_nSeed = CheckSeed();
